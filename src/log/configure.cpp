@@ -1,0 +1,32 @@
+#include "log/logger.h"
+#include "support/ini_reader.h"
+
+namespace kavo {
+namespace {
+
+constexpr size_t kMaxPath = 260;
+
+// The library's path with the extension of its file name replaced by .ini.
+WideString IniPathBeside(const WideString& modulePath) {
+  const size_t nameStart = modulePath.find_last_of(u"\\/") + 1;  // npos + 1 == 0
+  const size_t dot = modulePath.find(u'.', nameStart);
+  WideString path = modulePath.substr(0, dot) + u".ini";
+  return path.size() < kMaxPath ? path : WideString();
+}
+
+}  // namespace
+
+void ConfigureLoggerAtLoad(Logger& logger, const WideString& modulePath) {
+  try {
+    logger.SetSink(Ref<LogSink>(new DebugLogSink));
+    const WideString iniPath = IniPathBeside(modulePath);
+    if (iniPath.empty() || !platform::FileExists(iniPath)) return;
+    char16_t fileName[kMaxPath] = {};
+    if (ReadIniString(iniPath, u"Logger", u"FileName", u"", fileName, kMaxPath) == 0) return;
+    logger.SetSink(Ref<LogSink>(new FileLogSink(fileName)));
+  } catch (...) {
+    // Loading never fails over the log: the debug sink stays.
+  }
+}
+
+}  // namespace kavo
