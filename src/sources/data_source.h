@@ -1,0 +1,30 @@
+// The interfaces between data sources, the driver and the reading thread.
+#pragma once
+
+#include <cstdint>
+
+#include "support/error.h"
+#include "support/ref_counted.h"
+
+namespace kavo {
+
+// Where text comes from: a serial port or a recorded file.
+class DataSource : public virtual RefCounted {
+ public:
+  // Places at most `capacity - 1` characters in `buffer`, zero-terminated,
+  // and their number in `count`. Returns 1, or 0 with `error` filled.
+  virtual int Read(char16_t* buffer, uint32_t capacity, uint32_t* count,
+                   CIMExceptionImpl* error) = 0;
+  virtual int Write(const char16_t* text, uint32_t length, uint32_t* written,
+                    CIMExceptionImpl* error) = 0;
+};
+
+// Pauses and resumes the flow of data at its origin.
+class PlaybackControl : public virtual RefCounted {
+ public:
+  virtual int Pause() = 0;
+  // Non-zero on success.
+  virtual int Resume(CIMExceptionImpl* error) = 0;
+};
+
+}  // namespace kavo
