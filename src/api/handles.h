@@ -1,0 +1,21 @@
+// What the opaque handles of the public header point to.
+#pragma once
+
+#include "KavoMobileGPS.h"
+#include "driver/gps_driver.h"
+#include "support/ref_counted.h"
+
+// The handle types are declared, never defined, in the public header; the
+// library defines them here as the objects behind the handles.
+struct GPSDriverObject {
+  kavo::Ref<kavo::GpsDriver> driver;
+};
+
+// A satellites snapshot is the record itself.
+struct GPSSatellitesStateObject : GPSSatellites {};
+
+namespace kavo::api {
+
+inline GPSSatellites* Snapshot(GPSSatellitesStateHandle state) { return state; }
+
+}  // namespace kavo::api

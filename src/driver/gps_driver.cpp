@@ -1,0 +1,65 @@
+#include "driver/gps_driver.h"
+
+#include "platform/platform.h"
+
+namespace kavo {
+namespace {
+
+// The library's text is UTF-16 in char16_t; the caller's is KavoChar, the
+// same 16-bit units under the platform's name for them.
+const KavoChar* ToCaller(const char16_t* text) { return reinterpret_cast<const KavoChar*>(text); }
+
+}  // namespace
+
+GpsDriver::GpsDriver(Ref<Receiver> receiver, Ref<PlaybackControl> playback)
+    : receiver_(std::move(receiver)), playback_(std::move(playback)), entry_(this) {}
+
+GpsDriver::~GpsDriver() {
+  if (running_) receiver_->Stop();
+  entry_.Unlink();
+  playback_.reset();
+  receiver_.reset();
+}
+
+void GpsDriver::Initialise(GPSStatusCallback onStatus, GPSDataCallback onData,
+                           GPSSentenceCallback onSentence) {
+  onStatus_ = onStatus;
+  onData_ = onData;
+  onSentence_ = onSentence;
+  receiver_->AddListener(&entry_);
+  running_ = 1;
+}
+
+int GpsDriver::Start(CIMExceptionImpl* error) {
+  if (!playback_->Resume(error)) {
+    if (error) error->SetCode(kErrNotSupported);
+    return 0;
+  }
+  if (receiver_->Start(error)) {
+    running_ = 1;
+    return 1;
+  }
+  playback_->Pause();
+  return 0;
+}
+
+int GpsDriver::Stop() {
+  receiver_->Stop();
+  playback_->Pause();
+  running_ = 0;
+  return 1;
+}
+
+void GpsDriver::OnDataChanged(uint32_t mask) {
+  if (onData_) onData_(mask);
+}
+
+void GpsDriver::OnStatusChanged() {
+  if (onStatus_) onStatus_();
+}
+
+void GpsDriver::OnSentence(const char16_t* text) {
+  if (onSentence_) onSentence_(ToCaller(text));
+}
+
+}  // namespace kavo

@@ -1,0 +1,60 @@
+// What a GPSDriver handle refers to: a receiver and the playback control of
+// its source, with the caller's three callbacks.
+#pragma once
+
+#include <cstdint>
+
+#include "KavoMobileGPS.h"
+#include "nmea/receiver.h"
+#include "sources/data_source.h"
+#include "support/ref_counted.h"
+
+namespace kavo {
+
+class GpsDriver : public virtual RefCounted, private ReceiverListener {
+ public:
+  GpsDriver(Ref<Receiver> receiver, Ref<PlaybackControl> playback);
+
+  // Stores the callbacks (each may be null) and starts listening.
+  void Initialise(GPSStatusCallback onStatus, GPSDataCallback onData,
+                  GPSSentenceCallback onSentence);
+  int Start(CIMExceptionImpl* error);
+  int Stop();
+
+  int32_t GetStatus() { return receiver_->GetStatus(); }
+  int GetLocation(GPSLocation* location, CIMExceptionImpl* error) {
+    return receiver_->GetLocation(location, error);
+  }
+  int GetSatellitesInfo(GPSSatellites* satellites, CIMExceptionImpl* error) {
+    return receiver_->GetSatellitesInfo(satellites, error);
+  }
+  int SetTimeoutInterval(uint32_t ms, CIMExceptionImpl* error) {
+    return receiver_->SetTimeoutInterval(ms, error);
+  }
+  uint32_t GetTimeoutInterval() { return receiver_->GetTimeoutInterval(); }
+
+ private:
+  ~GpsDriver() override;
+
+  void OnDataChanged(uint32_t mask) override;
+  void OnStatusChanged() override;
+  void OnSentence(const char16_t* text) override;
+
+  int32_t running_ = 0;
+  GPSStatusCallback onStatus_ = nullptr;
+  GPSDataCallback onData_ = nullptr;
+  GPSSentenceCallback onSentence_ = nullptr;
+  Ref<Receiver> receiver_;
+  Ref<PlaybackControl> playback_;
+  ListenerEntry entry_;
+};
+
+// The playback control of a serial port: the port flows from the moment it
+// is opened, so there is nothing to pause or resume.
+class NullPlaybackControl : public PlaybackControl {
+ public:
+  int Pause() override { return 1; }
+  int Resume(CIMExceptionImpl*) override { return 1; }
+};
+
+}  // namespace kavo
