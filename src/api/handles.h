@@ -3,6 +3,7 @@
 
 #include "KavoMobileGPS.h"
 #include "driver/gps_driver.h"
+#include "sources/com_port_info.h"
 #include "support/ref_counted.h"
 
 // The handle types are declared, never defined, in the public header; the
@@ -14,8 +15,14 @@ struct GPSDriverObject {
 // A satellites snapshot is the record itself.
 struct GPSSatellitesStateObject : GPSSatellites {};
 
+// A port handle is the port description itself.
+struct COMPortInfoObject : kavo::COMPortInfo {
+  using COMPortInfo::COMPortInfo;
+};
+
 namespace kavo::api {
 
 inline GPSSatellites* Snapshot(GPSSatellitesStateHandle state) { return state; }
+inline COMPortInfo* PortInfo(COMPortInfoHandle port) { return port; }
 
 }  // namespace kavo::api
