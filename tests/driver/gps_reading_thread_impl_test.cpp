@@ -1,4 +1,4 @@
-#include "driver/gps_reading_thread.h"
+#include "driver/gps_reading_thread_impl.h"
 
 #include <gtest/gtest.h>
 
@@ -108,15 +108,15 @@ bool Eventually(Predicate done, milliseconds limit = milliseconds(5000)) {
 struct Fixture {
   explicit Fixture(ScriptedSource::Script script)
       : gate(std::make_shared<Gate>()), source(new ScriptedSource(std::move(script), gate)),
-        thread(new GpsReadingThread(Ref<DataSource>(source.get()))),
+        thread(new GpsReadingThreadImpl(Ref<DataSource>(source.get()))),
         sink(new RecordingSink(std::this_thread::get_id())) {}
   std::shared_ptr<Gate> gate;
   Ref<ScriptedSource> source;
-  Ref<GpsReadingThread> thread;
+  Ref<GpsReadingThreadImpl> thread;
   Ref<RecordingSink> sink;
 };
 
-TEST(GpsReadingThread, DeliversEachChunkAsReadOnItsOwnThread) {
+TEST(GpsReadingThreadImpl, DeliversEachChunkAsReadOnItsOwnThread) {
   test::FastClock clock(20);
   int chunk = 0;
   Fixture f([&](char16_t* buffer, uint32_t capacity, uint32_t* count, CIMExceptionImpl*) {
@@ -143,7 +143,7 @@ TEST(GpsReadingThread, DeliversEachChunkAsReadOnItsOwnThread) {
   EXPECT_TRUE(log.Contains(u"Finished\n")) << log.Utf8();
 }
 
-TEST(GpsReadingThread, EmptyReadsReportNoDataFromTheReadingThreadOnly) {
+TEST(GpsReadingThreadImpl, EmptyReadsReportNoDataFromTheReadingThreadOnly) {
   test::FastClock clock(20);
   Fixture f([](char16_t*, uint32_t, uint32_t* count, CIMExceptionImpl*) {
     *count = 0;
@@ -159,7 +159,7 @@ TEST(GpsReadingThread, EmptyReadsReportNoDataFromTheReadingThreadOnly) {
   for (const auto& id : noData) EXPECT_EQ(id, noData.front()) << "the watchdog reported too";
 }
 
-TEST(GpsReadingThread, WatchdogReportsAReadThatDoesNotComplete) {
+TEST(GpsReadingThreadImpl, WatchdogReportsAReadThatDoesNotComplete) {
   test::FastClock clock(20);
   Fixture f([](char16_t*, uint32_t, uint32_t* count, CIMExceptionImpl*) {
     *count = 0;
@@ -174,7 +174,7 @@ TEST(GpsReadingThread, WatchdogReportsAReadThatDoesNotComplete) {
   f.thread->Stop();
 }
 
-TEST(GpsReadingThread, FailedReadIsReportedThenPausedAndReadingGoesOn) {
+TEST(GpsReadingThreadImpl, FailedReadIsReportedThenPausedAndReadingGoesOn) {
   test::ManualClock clock(1000, 5);
   int calls = 0;
   Fixture f([&](char16_t*, uint32_t, uint32_t* count, CIMExceptionImpl* error) {
@@ -195,7 +195,7 @@ TEST(GpsReadingThread, FailedReadIsReportedThenPausedAndReadingGoesOn) {
   EXPECT_EQ(sleeps[1], 150u);
 }
 
-TEST(GpsReadingThread, WithoutASinkNothingIsCalledAndNothingSleeps) {
+TEST(GpsReadingThreadImpl, WithoutASinkNothingIsCalledAndNothingSleeps) {
   test::ManualClock clock(1000, 5);
   Fixture f([](char16_t*, uint32_t, uint32_t* count, CIMExceptionImpl*) {
     *count = 0;
@@ -207,7 +207,7 @@ TEST(GpsReadingThread, WithoutASinkNothingIsCalledAndNothingSleeps) {
   EXPECT_TRUE(clock.Sleeps().empty());
 }
 
-TEST(GpsReadingThread, StopEndsAThreadStuckInReadAndNothingIsFreedUnderIt) {
+TEST(GpsReadingThreadImpl, StopEndsAThreadStuckInReadAndNothingIsFreedUnderIt) {
   test::FastClock clock(50);
   Fixture f([](char16_t*, uint32_t, uint32_t* count, CIMExceptionImpl*) {
     *count = 0;
@@ -232,7 +232,7 @@ TEST(GpsReadingThread, StopEndsAThreadStuckInReadAndNothingIsFreedUnderIt) {
   EXPECT_EQ(sink->NoData().size(), reportsAtStop);
 }
 
-TEST(GpsReadingThread, CanBeStartedAgainAfterStop) {
+TEST(GpsReadingThreadImpl, CanBeStartedAgainAfterStop) {
   test::FastClock clock(20);
   Fixture f([](char16_t* buffer, uint32_t, uint32_t* count, CIMExceptionImpl*) {
     buffer[0] = u'x';

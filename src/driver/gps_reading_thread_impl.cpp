@@ -1,15 +1,15 @@
-#include "driver/gps_reading_thread.h"
+#include "driver/gps_reading_thread_impl.h"
 
 #include "log/logger.h"
 
 namespace kavo {
 
-GpsReadingThread::GpsReadingThread(Ref<DataSource> source)
+GpsReadingThreadImpl::GpsReadingThreadImpl(Ref<DataSource> source)
     : source_(std::move(source)), heartbeat_(platform::Event::Create(false, false)) {
   if (!heartbeat_) Raise(nullptr);
 }
 
-int GpsReadingThread::Start(TextSink* sink, CIMExceptionImpl* error) {
+int GpsReadingThreadImpl::Start(TextSink* sink, CIMExceptionImpl* error) {
   {
     CriticalSectionLock::Guard guard(sinkLock_);
     sink_ = sink;
@@ -45,27 +45,27 @@ int GpsReadingThread::Start(TextSink* sink, CIMExceptionImpl* error) {
   return 1;
 }
 
-uint32_t GpsReadingThread::ReadingProcedure(void* self) {
-  auto* thread = static_cast<GpsReadingThread*>(self);
+uint32_t GpsReadingThreadImpl::ReadingProcedure(void* self) {
+  auto* thread = static_cast<GpsReadingThreadImpl*>(self);
   thread->ReadingLoop();
   thread->Release();
   return 0;
 }
 
-uint32_t GpsReadingThread::WatchdogProcedure(void* self) {
-  auto* thread = static_cast<GpsReadingThread*>(self);
+uint32_t GpsReadingThreadImpl::WatchdogProcedure(void* self) {
+  auto* thread = static_cast<GpsReadingThreadImpl*>(self);
   thread->WatchdogLoop();
   thread->Release();
   return 0;
 }
 
-void GpsReadingThread::ReadingLoop() {
+void GpsReadingThreadImpl::ReadingLoop() {
   LogScope scope(u"GPS Thread started");
   std::unique_ptr<char16_t[]> buffer(new char16_t[kChunkCapacity]);
   while (!ReadingStopRequested()) ReadingStep(buffer.get());
 }
 
-void GpsReadingThread::ReadingStep(char16_t* buffer) {
+void GpsReadingThreadImpl::ReadingStep(char16_t* buffer) {
   uint32_t count = 0;
   CIMExceptionImpl error;
   bool failed = false;
@@ -93,29 +93,29 @@ void GpsReadingThread::ReadingStep(char16_t* buffer) {
   }
 }
 
-void GpsReadingThread::WatchdogLoop() {
+void GpsReadingThreadImpl::WatchdogLoop() {
   while (!WatchdogStopRequested()) {
     if (heartbeat_->Wait(kWatchdogMs) == platform::WaitResult::kSignaled) continue;
     if (const Ref<TextSink> sink = CurrentSink()) sink->OnNoData();
   }
 }
 
-bool GpsReadingThread::ReadingStopRequested() {
+bool GpsReadingThreadImpl::ReadingStopRequested() {
   CriticalSectionLock::Guard guard(readingLock_);
   return readingStop_ != 0;
 }
 
-bool GpsReadingThread::WatchdogStopRequested() {
+bool GpsReadingThreadImpl::WatchdogStopRequested() {
   CriticalSectionLock::Guard guard(watchdogLock_);
   return watchdogStop_ != 0;
 }
 
-Ref<TextSink> GpsReadingThread::CurrentSink() {
+Ref<TextSink> GpsReadingThreadImpl::CurrentSink() {
   CriticalSectionLock::Guard guard(sinkLock_);
   return sink_;
 }
 
-int GpsReadingThread::StopReadingThread() {
+int GpsReadingThreadImpl::StopReadingThread() {
   {
     CriticalSectionLock::Guard guard(readingLock_);
     readingStop_ = 1;
@@ -129,7 +129,7 @@ int GpsReadingThread::StopReadingThread() {
   return 1;
 }
 
-void GpsReadingThread::StopWatchdogThread() {
+void GpsReadingThreadImpl::StopWatchdogThread() {
   {
     CriticalSectionLock::Guard guard(watchdogLock_);
     watchdogStop_ = 1;
@@ -143,7 +143,7 @@ void GpsReadingThread::StopWatchdogThread() {
   watchdog_.reset();
 }
 
-int GpsReadingThread::Stop() {
+int GpsReadingThreadImpl::Stop() {
   StopWatchdogThread();
   int result = 0;
   uint32_t exitCode = 0;

@@ -1,5 +1,5 @@
-// Moves text from a data source to a text sink on a thread of its own, with
-// a watchdog that reports a source whose reads stopped completing.
+// The reading thread and its watchdog, which reports a source whose reads
+// stopped completing.
 #pragma once
 
 #include <cstdint>
@@ -7,13 +7,14 @@
 
 #include "platform/platform.h"
 #include "sources/data_source.h"
+#include "sources/gps_reading_thread.h"
 #include "sources/text_sink.h"
 #include "support/critical_section_lock.h"
 #include "support/ref_counted.h"
 
 namespace kavo {
 
-class GpsReadingThread : public virtual RefCounted {
+class GpsReadingThreadImpl : public GpsReadingThread {
  public:
   static constexpr uint32_t kChunkCapacity = 1024;
   static constexpr uint32_t kRetryPauseMs = 150;
@@ -21,17 +22,17 @@ class GpsReadingThread : public virtual RefCounted {
   static constexpr uint32_t kStopWaitMs = 5000;
 
   // Raises the general failure when the heartbeat event cannot be made.
-  explicit GpsReadingThread(Ref<DataSource> source);
+  explicit GpsReadingThreadImpl(Ref<DataSource> source);
 
   // 1 on success; 0 with code -1 and an empty message on `error`.
-  int Start(TextSink* sink, CIMExceptionImpl* error);
+  int Start(TextSink* sink, CIMExceptionImpl* error) override;
   // The result of the last platform call made (non-zero for success).
-  int Stop();
+  int Stop() override;
 
   bool Running() const { return running_ != 0; }
 
  private:
-  ~GpsReadingThread() override = default;
+  ~GpsReadingThreadImpl() override = default;
 
   static uint32_t ReadingProcedure(void* self);
   static uint32_t WatchdogProcedure(void* self);
