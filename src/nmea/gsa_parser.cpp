@@ -1,0 +1,25 @@
+#include "nmea/field_reader.h"
+#include "nmea/sentence_parsers.h"
+
+namespace kavo::nmea {
+
+void ParseGsa(WideView sentence, ReceiverState& state) {
+  FieldReader fields(sentence);
+  WideView pdop, hdop, vdop;
+  // Mode, fix type and the twelve satellite numbers must be there, unread.
+  if (!fields.Skip(15) || !fields.Next(&pdop) || !fields.Next(&hdop) || !fields.Next(&vdop))
+    return;
+  // A dilution that is missing or damaged reads as 0, without an error.
+  const double position = NumberFieldOrZero(pdop);
+  const double horizontal = NumberFieldOrZero(hdop);
+  const double vertical = NumberFieldOrZero(vdop);
+  // Unlike GGA, a flag marks a value this sentence changed.
+  if (state.Update(&GPSLocation::PDOP, position, GPS_CHANGED_PRECISION))
+    state.AddValidFlags(GPS_VALID_PDOP);
+  if (state.Update(&GPSLocation::VDOP, vertical, GPS_CHANGED_PRECISION))
+    state.AddValidFlags(GPS_VALID_VDOP);
+  if (state.Update(&GPSLocation::HDOP, horizontal, GPS_CHANGED_PRECISION))
+    state.AddValidFlags(GPS_VALID_HDOP);
+}
+
+}  // namespace kavo::nmea

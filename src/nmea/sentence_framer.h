@@ -1,0 +1,51 @@
+// Turns text that arrives in chunks of any size into lines ended by a line
+// feed (a carriage return before it stays part of the sentence), hands the
+// known sentences to their parsers and collects those it recognised.
+// Checksums are not verified: the parsers' own field checks are the only
+// defence against damaged lines, and a receiver that sends none still works.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+
+#include "nmea/receiver_state.h"
+#include "nmea/sentence_list.h"
+#include "support/wide_string.h"
+
+namespace kavo::nmea {
+
+// Runs the parser of a "$GPGGA", "$GPGSV", "$GPRMC", "$GPGSA" or "$GPVTG"
+// sentence. 1 when the sentence is one of them and its parser ran; 0 for
+// anything else, and for a sentence whose parser rejected a value (logged
+// as "Exception on parsing: ...").
+int Dispatch(WideView sentence, ReceiverState& state);
+
+class SentenceFramer {
+ public:
+  // The unterminated tail kept between chunks; a stream without line feeds
+  // keeps only its newest text.
+  static constexpr size_t kMaxLeftover = 512;
+
+  // Parses the chunk's complete lines into `state`. 0 when the framing
+  // itself failed (out of memory): logged as "Parser error", status -4.
+  int Process(WideView chunk, ReceiverState& state);
+  // Forgets the unterminated tail.
+  void Clear() { leftoverLength_ = 0; }
+
+  const SentenceList& Sentences() const { return sentences_; }
+  WideView Leftover() const { return WideView(leftover_, leftoverLength_); }
+  size_t LineBufferCapacity() const { return lineCapacity_; }
+
+ private:
+  void TakeLine(WideView head, WideView tail, ReceiverState& state);
+  void KeepTail(bool afterLeftover, WideView rest);
+  int Failed(ReceiverState& state);
+
+  char16_t leftover_[kMaxLeftover + 1] = {};
+  size_t leftoverLength_ = 0;
+  std::unique_ptr<char16_t[]> line_;  // reused for every line, never shrunk
+  size_t lineCapacity_ = 0;
+  SentenceList sentences_;
+};
+
+}  // namespace kavo::nmea

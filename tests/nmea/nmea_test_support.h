@@ -1,0 +1,76 @@
+// Shared pieces of the NMEA tests: a store on a fixed local clock, and the
+// expected values computed the way a reader of a receiver manual would.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "common/log_capture.h"
+#include "common/test_clock.h"
+#include "nmea/receiver_state_store.h"
+#include "support/wide_string.h"
+
+namespace kavo::test {
+
+inline WideString W(const std::string& text) { return FromUtf8(text); }
+
+// ddmm.mmmm to degrees: whole degrees plus minutes / 60.
+inline double Degrees(double ddmm, bool positive = true) {
+  const double v = ddmm * 0.01;
+  const double d = std::trunc(v);
+  const double minutes = (v - d) * 100.0;
+  const double scaled = minutes * 0.016666666666666666;
+  const double result = scaled + d;
+  return positive ? result : -result;
+}
+
+// An OLE Automation date after 1899 from its day number and time of day.
+inline double OleDate(int dayNumber, int hour, int minute, int second) {
+  return dayNumber + (hour * 3600 + minute * 60 + second) * 1.1574074074074073e-5;
+}
+constexpr int kToday = 46348;  // 22 November 2026, the test clock's date
+
+inline bool SameBits(const void* a, const void* b, size_t size) {
+  return std::memcmp(a, b, size) == 0;
+}
+
+class StoreTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    platform::LocalTime now;
+    now.year = 2026;
+    now.month = 11;
+    now.day = 22;
+    now.hour = 9;
+    clock_.SetLocalTime(now);
+    store_.Reset();
+  }
+
+  // Feeds the lines, each ended by CR LF, as one chunk.
+  int Feed(const std::vector<std::string>& lines) {
+    std::string text;
+    for (const std::string& line : lines) text += line + "\r\n";
+    return store_.ProcessChunk(W(text));
+  }
+  int Feed(const std::string& line) { return Feed(std::vector<std::string>{line}); }
+
+  std::vector<WideString> Recognised() const {
+    std::vector<WideString> texts;
+    const nmea::SentenceList& list = store_.RecognisedSentences();
+    for (size_t i = 0; i < list.Count(); ++i) texts.emplace_back(list[i]);
+    return texts;
+  }
+
+  const GPSLocation& Location() const { return store_.Location(); }
+  const GPSSatellites& Satellites() const { return store_.Satellites(); }
+
+  ManualClock clock_;
+  LogCapture log_;
+  nmea::ReceiverStateStore store_;
+};
+
+}  // namespace kavo::test
