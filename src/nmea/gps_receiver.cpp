@@ -1,0 +1,204 @@
+#include "nmea/gps_receiver.h"
+
+#include <cstring>
+
+#include "platform/platform.h"
+
+namespace kavo {
+
+GpsReceiver::GpsReceiver(Ref<DataSource> source, Ref<GpsReadingThread> readingThread)
+    : source_(std::move(source)), readingThread_(std::move(readingThread)) {}
+
+GpsReceiver::~GpsReceiver() {
+  closing_ = 1;
+  Stop();
+  readingThread_.reset();
+  source_.reset();
+}
+
+int GpsReceiver::Start(CIMExceptionImpl* error) {
+  CriticalSectionLock::Guard guard(startStopLock_);
+  bool reset = false;
+  try {
+    if (started_) throw CNotSupportedException(u"the receiver is already started");
+    CIMExceptionImpl record;
+    CheckOrRaise(store_.Reset(), &record);
+    reset = true;
+    const uint32_t now = platform::TickCount();
+    {
+      CriticalSectionLock::Guard notification(notificationLock_);
+      // One interval in the future: the first data notification comes no
+      // sooner than two intervals after start.
+      lastNotification_ = now + notificationInterval_;
+    }
+    lastData_ = now;
+    lastSentence_ = now;
+    {
+      CriticalSectionLock::Guard location(locationLock_);
+      location_ = store_.Location();
+    }
+    {
+      CriticalSectionLock::Guard satellites(satellitesLock_);
+      satellites_ = store_.Satellites();
+    }
+    CheckOrRaise(readingThread_->Start(this, &record), &record);
+    started_ = 1;
+    return 1;
+  } catch (const CIMExceptionEx& raised) {
+    CopyError(raised, error);
+  } catch (const CException&) {
+    SetError(error, kErrNotSupported);
+  } catch (const std::bad_alloc&) {
+    SetError(error, kErrOutOfMemory);
+  }
+  status_ = GPS_STATUS_STOPPED;
+  if (reset) store_.Clear();
+  return 0;
+}
+
+void GpsReceiver::Stop() {
+  CriticalSectionLock::Guard guard(startStopLock_);
+  if (!started_) return;
+  readingThread_->Stop();
+  store_.Clear();
+  status_ = GPS_STATUS_STOPPED;
+  {
+    CriticalSectionLock::Guard notification(notificationLock_);
+    pendingMask_ = 0;
+  }
+  started_ = 0;
+}
+
+int GpsReceiver::GetLocation(GPSLocation* location, CIMExceptionImpl*) {
+  CriticalSectionLock::Guard guard(locationLock_);
+  std::memcpy(location, &location_, sizeof location_);
+  return 1;
+}
+
+int GpsReceiver::GetSatellitesInfo(GPSSatellites* satellites, CIMExceptionImpl*) {
+  CriticalSectionLock::Guard guard(satellitesLock_);
+  std::memcpy(satellites, &satellites_, sizeof satellites_);
+  return 1;
+}
+
+int GpsReceiver::SetNotificationInterval(uint32_t ms) {
+  CriticalSectionLock::Guard guard(notificationLock_);
+  notificationInterval_ = ms;
+  return 1;
+}
+
+uint32_t GpsReceiver::GetNotificationInterval() {
+  CriticalSectionLock::Guard guard(notificationLock_);
+  return notificationInterval_;
+}
+
+int GpsReceiver::SetTimeoutInterval(uint32_t ms, CIMExceptionImpl*) {
+  CriticalSectionLock::Guard guard(timeoutLock_);
+  timeoutInterval_ = ms;
+  return 1;
+}
+
+uint32_t GpsReceiver::GetTimeoutInterval() {
+  CriticalSectionLock::Guard guard(timeoutLock_);
+  return timeoutInterval_;
+}
+
+void GpsReceiver::AddListener(ListenerEntry* entry) { listeners_.Append(entry); }
+
+void GpsReceiver::OnText(const char16_t* text, uint32_t count) {
+  if (closing_) return;
+  if (!store_.ProcessChunk(WideView(text, count))) status_ = GPS_STATUS_PARSE_ERROR;
+
+  const nmea::SentenceList& sentences = store_.RecognisedSentences();
+  for (size_t i = 0; i < sentences.Count(); ++i)
+    listeners_.ForEach([&](ReceiverListener& listener) { listener.OnSentence(sentences.Text(i)); });
+
+  const uint32_t mask = store_.UpdateMask();
+  bool copied = false;
+  if (mask != 0 && mask != GPS_CHANGED_SATELLITES) {
+    CriticalSectionLock::Guard guard(locationLock_);
+    location_ = store_.Location();
+    copied = true;
+  }
+  if (mask & GPS_CHANGED_SATELLITES) {
+    CriticalSectionLock::Guard guard(satellitesLock_);
+    satellites_ = store_.Satellites();
+    copied = true;
+  }
+
+  const bool seen = store_.SentencesSeen();
+  if (seen || status_ == GPS_STATUS_TIMEOUT) {
+    const int32_t stored = store_.Status();
+    if (status_.exchange(stored) != stored) NotifyStatusChanged();
+  }
+
+  // Data notifications are throttled to one per interval; what changed in
+  // between is carried to the next one.
+  const uint32_t now = platform::TickCount();
+  if (copied) {
+    uint32_t deliver = 0;
+    {
+      CriticalSectionLock::Guard guard(notificationLock_);
+      if (now > lastNotification_ + notificationInterval_) {
+        deliver = pendingMask_ | mask;
+        lastNotification_ = now;
+        pendingMask_ = 0;
+      } else {
+        pendingMask_ |= mask;
+      }
+    }
+    if (deliver) NotifyDataChanged(deliver);
+  }
+
+  if (seen || copied) {
+    lastSentence_ = platform::TickCount();
+  } else if (platform::TickCount() > lastSentence_ + kNoSentenceMs &&
+             status_ != GPS_STATUS_NO_SENTENCE) {
+    status_ = GPS_STATUS_NO_SENTENCE;
+    NotifyStatusChanged();
+    lastData_ = platform::TickCount();
+    return;
+  }
+  lastData_ = platform::TickCount();
+}
+
+void GpsReceiver::OnNoData() {
+  const uint32_t now = platform::TickCount();
+  uint32_t timeout;
+  {
+    CriticalSectionLock::Guard guard(timeoutLock_);
+    timeout = timeoutInterval_;
+  }
+  const int32_t status = status_;
+  if (now > lastData_ + timeout && status != GPS_STATUS_TIMEOUT && status != GPS_STATUS_STOPPED)
+    SetStatusAndNotify(GPS_STATUS_TIMEOUT);
+}
+
+void GpsReceiver::OnError(const CIMExceptionImpl& error) {
+  uint32_t deadline;
+  {
+    CriticalSectionLock::Guard guard(notificationLock_);
+    deadline = lastNotification_ + notificationInterval_;
+  }
+  if (platform::TickCount() <= deadline) return;
+  if (error.Code() == kErrOutOfMemory && status_ != GPS_STATUS_PARSE_ERROR) {
+    SetStatusAndNotify(GPS_STATUS_PARSE_ERROR);
+  } else if (status_ != GPS_STATUS_STOPPED) {
+    SetStatusAndNotify(GPS_STATUS_STOPPED);
+  }
+}
+
+void GpsReceiver::SetStatusAndNotify(int32_t status) {
+  status_ = status;
+  NotifyStatusChanged();
+}
+
+void GpsReceiver::NotifyStatusChanged() {
+  listeners_.ForEach([](ReceiverListener& listener) { listener.OnStatusChanged(); });
+}
+
+void GpsReceiver::NotifyDataChanged(uint32_t mask) {
+  listeners_.ForEach([&](ReceiverListener& listener) { listener.OnDataChanged(mask); });
+}
+
+}  // namespace kavo

@@ -1,0 +1,70 @@
+// The receiver object: owns the state store and the reading thread, turns
+// the flow of text into a status, keeps the copies callers read, and tells
+// its listeners what changed.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "nmea/receiver.h"
+#include "nmea/receiver_state_store.h"
+#include "sources/data_source.h"
+#include "sources/gps_reading_thread.h"
+#include "sources/text_sink.h"
+#include "support/critical_section_lock.h"
+
+namespace kavo {
+
+class GpsReceiver : public Receiver, public TextSink {
+ public:
+  static constexpr uint32_t kNoSentenceMs = 3000;
+
+  // The receiver keeps the source and drives it through `readingThread`.
+  GpsReceiver(Ref<DataSource> source, Ref<GpsReadingThread> readingThread);
+
+  int Start(CIMExceptionImpl* error) override;
+  void Stop() override;
+  int32_t GetStatus() override { return status_.load(); }
+  int GetLocation(GPSLocation* location, CIMExceptionImpl* error) override;
+  int GetSatellitesInfo(GPSSatellites* satellites, CIMExceptionImpl* error) override;
+  int SetNotificationInterval(uint32_t ms) override;
+  uint32_t GetNotificationInterval() override;
+  int SetTimeoutInterval(uint32_t ms, CIMExceptionImpl* error) override;
+  uint32_t GetTimeoutInterval() override;
+  void AddListener(ListenerEntry* entry) override;
+
+  void OnText(const char16_t* text, uint32_t count) override;
+  void OnNoData() override;
+  void OnError(const CIMExceptionImpl& error) override;
+
+ private:
+  ~GpsReceiver() override;
+
+  void StopLocked();
+  void SetStatusAndNotify(int32_t status);
+  void NotifyStatusChanged();
+  void NotifyDataChanged(uint32_t mask);
+
+  std::atomic<uint32_t> started_{0};
+  std::atomic<uint32_t> closing_{0};
+  ListenerList listeners_;  // its lock is the listeners lock
+  GPSLocation location_{};
+  GPSSatellites satellites_{};
+  std::atomic<int32_t> status_{GPS_STATUS_STOPPED};
+  nmea::ReceiverStateStore store_;
+  CriticalSectionLock locationLock_;
+  CriticalSectionLock notificationLock_;
+  CriticalSectionLock satellitesLock_;
+  CriticalSectionLock startStopLock_;
+  CriticalSectionLock timeoutLock_;
+  uint32_t notificationInterval_ = kDefaultNotificationIntervalMs;  // under notificationLock_
+  uint32_t timeoutInterval_ = kDefaultTimeoutIntervalMs;            // under timeoutLock_
+  uint32_t pendingMask_ = 0;                                        // under notificationLock_
+  uint32_t lastNotification_ = 0;                                   // under notificationLock_
+  std::atomic<uint32_t> lastData_{0};
+  std::atomic<uint32_t> lastSentence_{0};
+  Ref<DataSource> source_;
+  Ref<GpsReadingThread> readingThread_;
+};
+
+}  // namespace kavo
