@@ -1,0 +1,31 @@
+// The commands of the kavogps tool and the conventions they share.
+#pragma once
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace kavo::cli {
+
+// Exit codes: success, a failure while working, a command line that makes
+// no sense (nothing was done).
+constexpr int kExitOk = 0;
+constexpr int kExitFailure = 1;
+constexpr int kExitUsage = 2;
+
+using Arguments = std::vector<std::string>;
+using CommandProc = int (*)(const Arguments& args, std::ostream& out, std::ostream& err);
+
+struct Command {
+  const char* name;
+  const char* summary;
+  CommandProc run;
+};
+
+const std::vector<Command>& Commands();
+
+// The whole tool: `args` without the program name. Output goes to `out`,
+// messages to `err`; returns the exit code.
+int RunTool(const Arguments& args, std::ostream& out, std::ostream& err);
+
+}  // namespace kavo::cli
