@@ -1,0 +1,91 @@
+#include "sources/nmea_file_playback.h"
+
+#include <limits>
+
+#include "platform/platform.h"
+
+namespace kavo {
+namespace {
+uint32_t SaturatingAdd(uint32_t a, uint32_t b) {
+  return a > std::numeric_limits<uint32_t>::max() - b ? std::numeric_limits<uint32_t>::max() : a + b;
+}
+}  // namespace
+
+int NmeaFilePlayback::Open(const WideString& path, uint32_t intervalMs, bool repeat) {
+  CriticalSectionLock::Guard guard(lock_);
+  open_ = 0;
+  reader_.Open(path);
+  endOfFile_ = false;
+  repeat_ = repeat;
+  // An interval of 0 would divide by zero in the pacing, and a playback that
+  // never sleeps would spin its reader at the end of the file: 0 paces as
+  // the shortest interval there is, 1 ms.
+  interval_ = intervalMs ? intervalMs : 1;
+  lastReadTick_ = platform::TickCount();
+  pending_ = 1;
+  open_ = 1;
+  return 1;
+}
+
+int NmeaFilePlayback::Read(char16_t* buffer, uint32_t capacity, uint32_t* count,
+                           CIMExceptionImpl* error) {
+  lock_.Lock();
+  // Returns holding the lock: the reading thread is the only caller and
+  // takes it again on its next Read, and the driver only pauses playback
+  // around stopping that thread.
+  if (paused_.load()) return 1;
+  try {
+    if (!open_) Raise(kErrNone);
+    if (!buffer || !count || capacity == 0) Raise(kErrInvalidParameter);
+    const uint32_t elapsed = platform::TickCount() - lastReadTick_;
+    uint32_t lines = 1;
+    if (elapsed < interval_) {
+      platform::Sleep(interval_ - elapsed);
+    } else {
+      lines = SaturatingAdd(pending_, elapsed / interval_);
+    }
+    if (endOfFile_ && repeat_) {
+      reader_.Rewind();
+      endOfFile_ = false;
+    }
+    pending_ = lines;
+    uint32_t used = 0;
+    buffer[0] = 0;
+    for (uint32_t i = 0; i < lines; ++i) {
+      if (endOfFile_ || !reader_.ReadLine(buffer + used, capacity - used)) {
+        endOfFile_ = true;
+        break;
+      }
+      used += static_cast<uint32_t>(WideLength(buffer + used));
+      if (used >= capacity - 1) break;  // the line stays due
+      --pending_;
+    }
+    lastReadTick_ = platform::TickCount();
+    *count = used;
+  } catch (const CIMExceptionEx& raised) {
+    CopyError(raised, error);
+    lock_.Unlock();
+    return 0;
+  }
+  lock_.Unlock();
+  return 1;
+}
+
+int NmeaFilePlayback::Write(const char16_t*, uint32_t, uint32_t* written, CIMExceptionImpl*) {
+  if (written) *written = 0;
+  return 1;
+}
+
+int NmeaFilePlayback::Pause() {
+  paused_ = true;
+  return 1;
+}
+
+int NmeaFilePlayback::Resume(CIMExceptionImpl*) {
+  lastReadTick_ = platform::TickCount();
+  pending_ = 1;
+  paused_ = false;
+  return 1;
+}
+
+}  // namespace kavo
