@@ -1,0 +1,254 @@
+// Serial ports over termios, behaving as the Win32 communications API does:
+// opened exclusively, raw, with the DCB codes mapped onto termios and reads
+// that honour COMMTIMEOUTS.
+#include "platform/serial_port.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <climits>
+
+#include "platform/posix/errno_map.h"
+#include "platform/posix/serial_device_path.h"
+#include "platform/posix/termios_settings.h"
+
+namespace kavo::platform {
+namespace {
+
+constexpr uint32_t kMaxDword = 0xFFFFFFFFu;
+constexpr uint32_t kErrorInvalidHandle = 6;
+constexpr uint32_t kErrorDeviceNotConnected = 1167;
+constexpr uint32_t kDcbDtrControlDisable = 0x0000;
+constexpr uint32_t kDcbDtrControlHandshake = 0x0020;
+constexpr uint32_t kDcbRtsControlEnable = 0x1000;
+
+bool Fail(uint32_t code) {
+  SetLastError(code);
+  return false;
+}
+
+bool FailFromErrno() {
+  posix::SetLastErrorFromErrno();
+  return false;
+}
+
+int PollMs(std::chrono::steady_clock::time_point deadline) {
+  const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+      deadline - std::chrono::steady_clock::now()).count();
+  return left <= 0 ? 0 : left > INT_MAX ? INT_MAX : static_cast<int>(left);
+}
+
+// Real milliseconds of a wait of `ms` clock milliseconds; kInfinite stays.
+int64_t RealMs(uint64_t ms) {
+  if (ms >= kInfinite) return -1;
+  return CurrentClock().RealWaitMs(static_cast<uint32_t>(ms));
+}
+
+class PosixSerialPort final : public SerialPort {
+ public:
+  explicit PosixSerialPort(int fd) : fd_(fd) {}
+  ~PosixSerialPort() override { Close(); }
+
+  bool SetupQueues(uint32_t, uint32_t) override {
+    // The kernel sizes a tty's queues itself.
+    return fd_ >= 0 || Fail(kErrorInvalidHandle);
+  }
+
+  bool GetState(SerialState* state) override {
+    termios tio {};
+    if (tcgetattr(fd_, &tio) != 0) return FailFromErrno();
+    *state = posix::DcbFrom(tio, flags_);
+    // The DTR line when the device has one (a pseudo-terminal has none).
+    int lines = 0;
+    const uint32_t dtr = state->flags & kDcbDtrControlMask;
+    if (dtr != kDcbDtrControlHandshake && ioctl(fd_, TIOCMGET, &lines) == 0) {
+      state->flags = (state->flags & ~kDcbDtrControlMask) |
+                     ((lines & TIOCM_DTR) ? kDcbDtrControlEnable : kDcbDtrControlDisable);
+    }
+    return true;
+  }
+
+  bool SetState(const SerialState& state) override {
+    termios tio {};
+    if (tcgetattr(fd_, &tio) != 0) return FailFromErrno();
+    if (!posix::ApplyDcb(state, &tio)) return Fail(kErrorInvalidParameter);
+    if (tcsetattr(fd_, TCSANOW, &tio) != 0) return FailFromErrno();
+    // tcsetattr succeeds when any part applied; the speed must have.
+    termios applied {};
+    if (tcgetattr(fd_, &applied) != 0) return FailFromErrno();
+    if (cfgetospeed(&applied) != cfgetospeed(&tio)) return Fail(kErrorInvalidParameter);
+
+    // Modem lines fail on devices without them; that is no error here.
+    const uint32_t dtr = state.flags & kDcbDtrControlMask;
+    int bit = TIOCM_DTR;
+    if (dtr == kDcbDtrControlEnable) ioctl(fd_, TIOCMBIS, &bit);
+    if (dtr == kDcbDtrControlDisable) ioctl(fd_, TIOCMBIC, &bit);
+    flags_ = state.flags;
+    return true;
+  }
+
+  bool GetTimeouts(SerialTimeouts* timeouts) override {
+    if (fd_ < 0) return Fail(kErrorInvalidHandle);
+    *timeouts = timeouts_;
+    return true;
+  }
+
+  bool SetTimeouts(const SerialTimeouts& timeouts) override {
+    if (fd_ < 0) return Fail(kErrorInvalidHandle);
+    timeouts_ = timeouts;
+    return true;
+  }
+
+  bool SetEventMask(uint32_t mask) override {
+    if (fd_ < 0) return Fail(kErrorInvalidHandle);
+    eventMask_ = mask;
+    return true;
+  }
+
+  bool Read(void* buffer, uint32_t size, uint32_t* got) override;
+  bool Write(const void* data, uint32_t size, uint32_t* written) override;
+
+  bool Close() override {
+    const int fd = fd_.exchange(-1);
+    if (fd < 0) return Fail(kErrorInvalidHandle);
+    ioctl(fd, TIOCNXCL);
+    return close(fd) == 0 || FailFromErrno();
+  }
+
+  uintptr_t HandleValue() const override { return static_cast<uintptr_t>(fd_.load()); }
+
+ private:
+  std::atomic<int> fd_;
+  uint32_t flags_ = kDcbBinary | kDcbDtrControlEnable | kDcbRtsControlEnable;  // as a driver starts
+  SerialTimeouts timeouts_;
+  uint32_t eventMask_ = 0;
+};
+
+// COMMTIMEOUTS: interval MAXDWORD with no totals returns at once with what
+// is queued; with multiplier MAXDWORD and a constant it waits up to the
+// constant for the first byte and then returns with what is queued;
+// otherwise the read ends when `size` bytes came, the total time-out
+// (multiplier per byte plus constant; none when both are 0) passed, or the
+// interval between two bytes exceeded the interval time-out.
+bool PosixSerialPort::Read(void* buffer, uint32_t size, uint32_t* got) {
+  using Clock = std::chrono::steady_clock;
+  *got = 0;
+  const int fd = fd_;
+  if (fd < 0) return Fail(kErrorInvalidHandle);
+  if (size == 0) return true;
+  const SerialTimeouts t = timeouts_;
+  const bool atOnce = t.readInterval == kMaxDword && t.readTotalMultiplier == 0 && t.readTotalConstant == 0;
+  const bool firstByte = t.readInterval == kMaxDword && t.readTotalMultiplier == kMaxDword &&
+                         t.readTotalConstant != 0 && t.readTotalConstant != kMaxDword;
+  const bool returnWithAny = atOnce || firstByte;
+
+  int64_t totalMs = -1;
+  if (atOnce) {
+    totalMs = 0;
+  } else if (firstByte) {
+    totalMs = RealMs(t.readTotalConstant);
+  } else if (t.readTotalMultiplier != 0 || t.readTotalConstant != 0) {
+    totalMs = RealMs(uint64_t(t.readTotalMultiplier) * size + t.readTotalConstant);
+  }
+  const int64_t intervalMs = returnWithAny || t.readInterval == 0 ? -1 : RealMs(t.readInterval);
+  const Clock::time_point start = Clock::now();
+  Clock::time_point lastByte = start;
+
+  uint8_t* out = static_cast<uint8_t*>(buffer);
+  uint32_t have = 0;
+  for (;;) {
+    int waitMs = -1;
+    if (totalMs >= 0) waitMs = PollMs(start + std::chrono::milliseconds(totalMs));
+    if (have > 0 && intervalMs >= 0) {
+      const int gap = PollMs(lastByte + std::chrono::milliseconds(intervalMs));
+      waitMs = waitMs < 0 ? gap : std::min(waitMs, gap);
+    }
+    pollfd p{fd, POLLIN, 0};
+    const int ready = poll(&p, 1, waitMs);
+    if (ready < 0 && errno == EINTR) continue;
+    if (ready < 0) return FailFromErrno();
+    if (ready == 0) return true;  // timed out: what came is the result
+    if (p.revents & POLLNVAL) return Fail(kErrorInvalidHandle);
+    const ssize_t n = read(fd, out + have, size - have);
+    if (n < 0 && (errno == EAGAIN || errno == EINTR)) continue;
+    // Readable yet nothing to read, or EIO: the other side hung up.
+    if (n <= 0) return Fail(kErrorDeviceNotConnected);
+    have += static_cast<uint32_t>(n);
+    *got = have;
+    if (have == size || returnWithAny) return true;
+    lastByte = Clock::now();
+  }
+}
+
+// Write time-outs: multiplier per byte plus constant, none when both are 0.
+// Running out of time is not a failure; `written` tells how far it got.
+bool PosixSerialPort::Write(const void* data, uint32_t size, uint32_t* written) {
+  using Clock = std::chrono::steady_clock;
+  *written = 0;
+  const int fd = fd_;
+  if (fd < 0) return Fail(kErrorInvalidHandle);
+  const SerialTimeouts t = timeouts_;
+  int64_t totalMs = -1;
+  if (t.writeTotalMultiplier != 0 || t.writeTotalConstant != 0)
+    totalMs = RealMs(uint64_t(t.writeTotalMultiplier) * size + t.writeTotalConstant);
+  const Clock::time_point start = Clock::now();
+  const uint8_t* in = static_cast<const uint8_t*>(data);
+  uint32_t done = 0;
+  while (done < size) {
+    const ssize_t n = write(fd, in + done, size - done);
+    if (n > 0) {
+      done += static_cast<uint32_t>(n);
+      *written = done;
+      continue;
+    }
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0 && errno != EAGAIN) return errno == EIO ? Fail(kErrorDeviceNotConnected) : FailFromErrno();
+    pollfd p{fd, POLLOUT, 0};
+    const int ready = poll(&p, 1, totalMs < 0 ? -1 : PollMs(start + std::chrono::milliseconds(totalMs)));
+    if (ready < 0 && errno == EINTR) continue;
+    if (ready < 0) return FailFromErrno();
+    if (ready == 0) return true;
+    if (p.revents & (POLLHUP | POLLERR)) return Fail(kErrorDeviceNotConnected);
+  }
+  return true;
+}
+
+}  // namespace
+
+std::unique_ptr<SerialPort> SerialPort::Open(const std::u16string& name, SerialAccess access) {
+  const std::optional<std::string> path = posix::ResolveSerialDevicePath(name);
+  if (!path) return nullptr;
+  const int mode = access == SerialAccess::kReadWrite ? O_RDWR : O_RDONLY;
+  // Non-blocking, so that a port waiting for carrier does not hang the open.
+  const int fd = open(path->c_str(), mode | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) {
+    Fail(errno == EBUSY ? kErrorAccessDenied : posix::Win32FromErrno(errno));
+    return nullptr;
+  }
+  const auto reject = [fd](uint32_t code) {
+    close(fd);
+    SetLastError(code);
+    return nullptr;
+  };
+  if (!isatty(fd)) return reject(kErrorFileNotFound);  // a file, not a port
+  // flock keeps out everyone who asks, root too; TIOCEXCL also keeps out
+  // programs that do not ask.
+  if (flock(fd, LOCK_EX | LOCK_NB) != 0) return reject(kErrorAccessDenied);
+  if (ioctl(fd, TIOCEXCL) != 0) return reject(posix::Win32FromErrno(errno));
+  termios tio {};
+  if (tcgetattr(fd, &tio) != 0) return reject(posix::Win32FromErrno(errno));
+  cfmakeraw(&tio);
+  tio.c_cflag |= CLOCAL | CREAD;
+  tio.c_cc[VMIN] = 0;
+  tio.c_cc[VTIME] = 0;
+  if (tcsetattr(fd, TCSANOW, &tio) != 0) return reject(posix::Win32FromErrno(errno));
+  return std::make_unique<PosixSerialPort>(fd);
+}
+
+}  // namespace kavo::platform

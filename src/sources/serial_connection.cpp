@@ -1,0 +1,173 @@
+#include "sources/serial_connection.h"
+
+#include <new>
+
+#include "log/logger.h"
+#include "sources/port_name.h"
+
+namespace kavo {
+namespace {
+
+constexpr uint32_t kMaxDword = 0xFFFFFFFFu;
+constexpr uint32_t kInvalidHandleValue = 0xFFFFFFFFu;  // as the log shows a closed port
+constexpr uint32_t kErrorInvalidHandle = 6;
+// fDtrControl enable and fRtsControl toggle; fDtrControl's high bit cleared.
+constexpr uint32_t kClearedFlags = 0x20;
+constexpr uint32_t kSetFlags = 0x3010;
+
+std::unique_ptr<uint8_t[]> AllocateBytes(uint32_t size) {
+  std::unique_ptr<uint8_t[]> bytes(new (std::nothrow) uint8_t[size]);
+  if (!bytes) Raise(kErrOutOfMemory);
+  return bytes;
+}
+
+}  // namespace
+
+SerialConnection::SerialConnection() : mutex_(platform::Mutex::Create()) {
+  if (!mutex_) Raise(kErrNone);
+}
+
+SerialConnection::~SerialConnection() { Close(); }
+
+std::shared_ptr<platform::SerialPort> SerialConnection::CurrentPort() {
+  std::lock_guard<std::mutex> lock(portSwap_);
+  return port_;
+}
+
+void SerialConnection::ReplacePort(std::shared_ptr<platform::SerialPort> port) {
+  std::lock_guard<std::mutex> lock(portSwap_);
+  port_.swap(port);
+}
+
+std::shared_ptr<platform::SerialPort> SerialConnection::TakePort() {
+  std::lock_guard<std::mutex> lock(portSwap_);
+  return std::move(port_);
+}
+
+int SerialConnection::Open(const COMPortInfo& port, CIMExceptionImpl* error) {
+  LogScope scope(u"Initializing connection to port");
+  mutex_->Lock(platform::kInfinite);
+  int result = 1;
+  try {
+    OpenLocked(port);
+  } catch (const CIMExceptionEx& raised) {
+    Logger::Instance().Write(u"Error!\n");
+    CopyError(raised, error);
+    result = 0;
+    // A port whose settings were refused is not kept: it is of no use to
+    // anyone while this connection holds it exclusively.
+    if (std::shared_ptr<platform::SerialPort> failed = TakePort()) failed->Close();
+  }
+  open_ = result;
+  mutex_->Unlock();
+  return result;
+}
+
+void SerialConnection::OpenLocked(const COMPortInfo& port) {
+  Logger& log = Logger::Instance();
+  if (open_) {
+    std::shared_ptr<platform::SerialPort> old = TakePort();
+    if (old && !old->Close()) Raise(kErrOperationFailed);
+    open_ = 0;
+  }
+  log.Format(u"COM port name before correction: %s\n", port.Name);
+  WideString name;
+  if (!CorrectPortName(port.Name, &name)) Raise(kErrNone);
+
+  std::shared_ptr<platform::SerialPort> opened =
+      platform::SerialPort::Open(name, platform::SerialAccess::kReadWrite);
+  const uint32_t lastError = platform::GetLastError();
+  log.Format(u"Create file on %s returned: %x\n", name,
+             opened ? opened->HandleValue() : kInvalidHandleValue);
+  if (!opened) {
+    log.Format(u"Last error returned %d\n", lastError);
+    Raise(kErrPortNotFound, port.Name);
+  }
+  ReplacePort(opened);
+
+  CheckOrRaise(opened->SetupQueues(kQueueSize, kQueueSize), kErrOperationFailed, port.Name);
+
+  // A driver that cannot report its state keeps its current settings.
+  platform::SerialState state;
+  if (opened->GetState(&state)) {
+    state.baudRate = port.BaudRate;
+    state.flags = (state.flags & ~kClearedFlags) | kSetFlags;
+    state.byteSize = port.ByteSize;
+    state.parity = port.Parity;
+    state.stopBits = port.StopBits;
+    CheckOrRaise(opened->SetState(state), kErrOperationFailed, port.Name);
+  }
+
+  // Return at once with what is queued, else wait up to 700 ms for the
+  // first byte.
+  platform::SerialTimeouts timeouts;
+  if (opened->GetTimeouts(&timeouts)) {
+    timeouts.readInterval = kMaxDword;
+    timeouts.readTotalMultiplier = kMaxDword;
+    timeouts.readTotalConstant = kReadTimeoutMs;
+    timeouts.writeTotalMultiplier = kWriteTimeoutPerByteMs;
+    timeouts.writeTotalConstant = 0;
+    CheckOrRaise(opened->SetTimeouts(timeouts), kErrOperationFailed, port.Name);
+    CheckOrRaise(opened->SetEventMask(kEventMask), kErrOperationFailed, port.Name);
+  }
+}
+
+int SerialConnection::Read(char16_t* buffer, uint32_t capacity, uint32_t* count,
+                           CIMExceptionImpl* error) {
+  mutex_->Lock(platform::kInfinite);
+  try {
+    if (!open_) Raise(kErrNone);
+    if (!buffer || !count || capacity == 0) Raise(kErrInvalidParameter);
+    std::shared_ptr<platform::SerialPort> port = CurrentPort();
+    std::unique_ptr<uint8_t[]> bytes = AllocateBytes(capacity);
+    uint32_t got = 0;
+    if (!port || !port->Read(bytes.get(), capacity - 1, &got)) Raise(kErrOperationFailed);
+    converter_.BytesToWide(bytes.get(), got, buffer);
+    buffer[got] = 0;
+    *count = got;
+  } catch (const CIMExceptionEx& raised) {
+    CopyError(raised, error);
+    mutex_->Unlock();
+    return 0;
+  }
+  mutex_->Unlock();
+  return 1;
+}
+
+int SerialConnection::Write(const char16_t* text, uint32_t length, uint32_t* written,
+                            CIMExceptionImpl* error) {
+  try {
+    if (!text && length != 0) Raise(kErrInvalidParameter);
+    std::shared_ptr<platform::SerialPort> port = CurrentPort();
+    if (!port) platform::SetLastError(kErrorInvalidHandle);
+    if (!port) Raise(kErrOperationFailed);
+    std::unique_ptr<uint8_t[]> bytes = AllocateBytes(length + 1);
+    converter_.WideToBytes(text, length, bytes.get());
+    uint32_t done = 0;
+    if (!port->Write(bytes.get(), length, &done)) Raise(kErrOperationFailed);
+    if (written) *written = done;
+  } catch (const CIMExceptionEx& raised) {
+    CopyError(raised, error);
+    return 0;
+  }
+  return 1;
+}
+
+void SerialConnection::Close() {
+  Logger& log = Logger::Instance();
+  LogScope scope(u"Closing connection");
+  mutex_->Lock(kCloseWaitMs);  // goes on either way
+  open_ = 0;
+  std::shared_ptr<platform::SerialPort> port = TakePort();
+  log.Format(u"File handle: %x\n", port ? port->HandleValue() : kInvalidHandleValue);
+  if (port) {
+    if (!port->Close()) {
+      log.Format(u"Handle close error: %d\n", platform::GetLastError());
+    } else {
+      log.Write(u"Handle was closed successfuly\n");
+    }
+  }
+  mutex_->Unlock();
+}
+
+}  // namespace kavo

@@ -1,0 +1,74 @@
+#include "platform/posix/termios_settings.h"
+
+#include <gtest/gtest.h>
+
+namespace kavo::platform::posix {
+namespace {
+
+SerialState State(uint32_t baud, uint8_t parity, uint8_t byteSize, uint8_t stopBits, uint32_t flags = 0) {
+  SerialState s;
+  s.baudRate = baud;
+  s.parity = parity;
+  s.byteSize = byteSize;
+  s.stopBits = stopBits;
+  s.flags = flags;
+  return s;
+}
+
+TEST(TermiosSettings, EveryParityByteSizeAndStopBitCodeMapsAndReadsBack) {
+  const tcflag_t parities[] = {0, PARENB | PARODD, PARENB, PARENB | PARODD | CMSPAR, PARENB | CMSPAR};
+  const tcflag_t sizes[] = {CS5, CS6, CS7, CS8};
+  for (uint8_t parity = 0; parity <= 4; ++parity) {
+    for (uint8_t size = 5; size <= 8; ++size) {
+      for (uint8_t stop = 0; stop <= 2; ++stop) {
+        SCOPED_TRACE(testing::Message() << int(parity) << " " << int(size) << " " << int(stop));
+        termios tio {};
+        tio.c_cflag = CSIZE | PARENB | PARODD | CMSPAR | CSTOPB | CRTSCTS;  // all to be replaced
+        ASSERT_TRUE(ApplyDcb(State(4800, parity, size, stop), &tio));
+        EXPECT_EQ(tio.c_cflag & (PARENB | PARODD | CMSPAR), parities[parity]);
+        EXPECT_EQ(tio.c_cflag & CSIZE, sizes[size - 5]);
+        EXPECT_EQ((tio.c_cflag & CSTOPB) != 0, stop != 0);
+        EXPECT_EQ(tio.c_cflag & CRTSCTS, 0u);
+        EXPECT_EQ(cfgetospeed(&tio), B4800);
+        const SerialState back = DcbFrom(tio, 0);
+        EXPECT_EQ(back.parity, parity);
+        EXPECT_EQ(back.byteSize, size);
+        EXPECT_EQ(back.stopBits, stop == 0 ? 0 : 2);  // one and a half is two
+        EXPECT_EQ(back.baudRate, 4800u);
+      }
+    }
+  }
+}
+
+TEST(TermiosSettings, FlagsTermiosHoldsTravelAndTheOthersAreKept) {
+  termios tio {};
+  const uint32_t flags = kDcbParityCheck | 0x0004 | 0x0100 | 0x0200 | kDcbDtrControlEnable;
+  ASSERT_TRUE(ApplyDcb(State(9600, 2, 8, 0, flags), &tio));
+  EXPECT_TRUE(tio.c_iflag & INPCK);
+  EXPECT_TRUE(tio.c_cflag & CRTSCTS);
+  EXPECT_TRUE(tio.c_iflag & IXON);
+  EXPECT_TRUE(tio.c_iflag & IXOFF);
+  // DTR and RTS control are not termios matters: they come from `flags`.
+  EXPECT_EQ(DcbFrom(tio, kDcbRtsControlToggle).flags,
+            kDcbBinary | kDcbParityCheck | 0x0004 | 0x0100 | 0x0200 | kDcbRtsControlToggle);
+  ASSERT_TRUE(ApplyDcb(State(9600, 2, 8, 0, 0), &tio));
+  EXPECT_EQ(DcbFrom(tio, kDcbParityCheck | kDcbDtrControlEnable).flags, kDcbBinary | kDcbDtrControlEnable);
+}
+
+TEST(TermiosSettings, CodesAndRatesThePortCannotTakeAreRefused) {
+  for (const SerialState& bad : {State(4800, 5, 8, 0), State(4800, 0, 4, 0), State(4800, 0, 9, 0),
+                                 State(4800, 0, 8, 3), State(14400, 0, 8, 0), State(0, 0, 8, 0)}) {
+    termios tio {};
+    tio.c_cflag = CS7;
+    EXPECT_FALSE(ApplyDcb(bad, &tio));
+    EXPECT_EQ(tio.c_cflag, tcflag_t(CS7)) << "changed although refused";
+  }
+  termios tio {};
+  for (uint32_t rate : {110u, 2400u, 4800u, 9600u, 115200u, 230400u}) {
+    ASSERT_TRUE(ApplyDcb(State(rate, 0, 8, 0), &tio));
+    EXPECT_EQ(DcbFrom(tio, 0).baudRate, rate);
+  }
+}
+
+}  // namespace
+}  // namespace kavo::platform::posix

@@ -1,0 +1,113 @@
+// The receiver's side held by the native pty_peer helper, which runs this
+// program under Wine: it maps a COM name onto a pseudo-terminal and takes
+// one-line commands on a loopback socket whose port is in KAVOGPS_PTY_PEER.
+#include <winsock2.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <sstream>
+
+#include "port_peer.h"
+#include "platform/platform.h"
+
+namespace kavo::test {
+namespace {
+
+std::string Hex(const std::string& bytes) {
+  static const char digits[] = "0123456789abcdef";
+  std::string out;
+  for (unsigned char b : bytes) {
+    out += digits[b >> 4];
+    out += digits[b & 15];
+  }
+  return out;
+}
+
+std::string Unhex(const std::string& text) {
+  std::string out;
+  for (size_t i = 0; i + 1 < text.size(); i += 2) out += static_cast<char>(std::stoi(text.substr(i, 2), nullptr, 16));
+  return out;
+}
+
+class RemotePortPeer final : public PortPeer {
+ public:
+  RemotePortPeer() {
+    const char* port = std::getenv("KAVOGPS_PTY_PEER");
+    if (!port) {
+      ADD_FAILURE() << "run this program through pty_peer (KAVOGPS_PTY_PEER is not set)";
+      return;
+    }
+    WSADATA data;
+    WSAStartup(MAKEWORD(2, 2), &data);
+    socket_ = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<u_short>(std::atoi(port)));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+      ADD_FAILURE() << "pty_peer does not answer on port " << port;
+      return;
+    }
+    const std::string reply = Command("NEW");
+    name_ = platform::Utf8ToUtf16(reply);
+  }
+
+  ~RemotePortPeer() override {
+    if (socket_ != INVALID_SOCKET) {
+      Command("HANGUP");
+      closesocket(socket_);
+    }
+    WSACleanup();
+  }
+
+  PortLimits Limits() const override {
+    PortLimits limits;
+    limits.exclusiveOpen = false;
+    limits.hangUpFailsReads = false;
+    limits.rtsToggle = false;
+    return limits;
+  }
+
+  std::u16string PortName() const override { return name_; }
+
+  LineSettings Settings() override {
+    std::istringstream reply(Command("SETTINGS"));
+    LineSettings s;
+    reply >> s.speed >> s.parity >> s.dataBits >> s.stopBits;
+    return s;
+  }
+
+  void Send(const std::string& bytes) override { Command("SEND " + Hex(bytes)); }
+
+  std::string Receive(size_t max, uint32_t waitMs) override {
+    return Unhex(Command("RECV " + std::to_string(max) + " " + std::to_string(waitMs)));
+  }
+
+  void HangUp() override { Command("HANGUP"); }
+
+ private:
+  // Sends one command line and returns what follows "OK " in the answer.
+  std::string Command(const std::string& line) {
+    const std::string out = line + "\n";
+    if (socket_ == INVALID_SOCKET || send(socket_, out.data(), static_cast<int>(out.size()), 0) <= 0) {
+      ADD_FAILURE() << "pty_peer is gone";
+      return {};
+    }
+    std::string reply;
+    char c = 0;
+    while (recv(socket_, &c, 1, 0) == 1 && c != '\n') reply += c;
+    if (reply.compare(0, 2, "OK") != 0) ADD_FAILURE() << line << ": " << reply;
+    return reply.size() > 3 ? reply.substr(3) : std::string();
+  }
+
+  SOCKET socket_ = INVALID_SOCKET;
+  std::u16string name_;
+};
+
+}  // namespace
+
+std::unique_ptr<PortPeer> NewPortPeer() { return std::make_unique<RemotePortPeer>(); }
+
+}  // namespace kavo::test
