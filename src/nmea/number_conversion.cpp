@@ -147,8 +147,13 @@ size_t ParseDouble(WideView text, double* value) {
   double v = 0.0;
   const char* stop;
   if (end - begin >= 2 && begin[0] == '0' && (begin[1] | 0x20) == 'x') {
-    stop = Convert(begin + 2, end, true, &v);
-    if (stop == begin + 2) {  // "0x" without hex digits is the number 0
+    // "0x" without hex digits after it is the number 0; nor may the words
+    // "inf" and "nan" follow it.
+    const char* digits = begin + 2;
+    const bool hexDigits = (digits < end && IsHexDigit(*digits)) ||
+                           (end - digits >= 2 && digits[0] == '.' && IsHexDigit(digits[1]));
+    stop = hexDigits ? Convert(digits, end, true, &v) : digits;
+    if (stop == digits) {
       v = 0.0;
       stop = begin + 1;
     }

@@ -1,6 +1,6 @@
-// The framing's failure path: large allocations fail on request, through a
-// replacement of the global allocation functions for this test program.
-// Small ones (the log's) still succeed.
+// Allocations on the chunk path: counted, and made to fail on request,
+// through a replacement of the global allocation functions for this test
+// program. Only large ones fail, so the log's small ones still succeed.
 #include <atomic>
 #include <cstdlib>
 #include <new>
@@ -9,9 +9,11 @@
 
 namespace {
 std::atomic<bool> g_failLargeAllocations{false};
+std::atomic<size_t> g_allocations{0};
 constexpr std::size_t kLarge = 512;
 
 void* Allocate(std::size_t size) {
+  ++g_allocations;
   if (g_failLargeAllocations && size >= kLarge) throw std::bad_alloc();
   if (void* memory = std::malloc(size ? size : 1)) return memory;
   throw std::bad_alloc();
@@ -42,9 +44,34 @@ class FailingAllocations {
   ~FailingAllocations() { g_failLargeAllocations = false; }
 };
 
-using OutOfMemoryTest = StoreTest;
+using AllocationTest = StoreTest;
 
-TEST_F(OutOfMemoryTest, FramingFailureIsAParserErrorUntilASentenceIsRecognised) {
+TEST_F(AllocationTest, SteadyStreamAllocatesNothingPerLine) {
+  std::string epoch;
+  for (const char* line :
+       {"$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*47",
+        "$GPGSA,A,3,04,05,,09,12,,,24,,,,,2.5,1.3,2.1*39", "$GPGSV,1,1,02,01,40,083,46,02,17,308,41*75",
+        "$GPRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,230394,003.1,W*6A",
+        "$GPVTG,054.7,T,034.4,M,005.5,N,010.2,K*48", "$PGRME,15.0,M,45.0,M,25.0,M*1C"})
+    epoch += std::string(line) + "\r\n";
+  std::string stream;
+  while (stream.size() < 8 * 1024) stream += epoch;
+  const WideString text = W(stream);
+  auto play = [&] {
+    size_t recognised = 0;
+    for (size_t at = 0; at < text.size(); at += 1024) {
+      store_.ProcessChunk(WideView(text).substr(at, 1024));
+      recognised += store_.RecognisedSentences().Count();
+    }
+    return recognised;
+  };
+  play();  // buffers grow to what a chunk needs
+  const size_t before = g_allocations;
+  EXPECT_GT(play(), 100u);
+  EXPECT_EQ(g_allocations - before, 0u);
+}
+
+TEST_F(AllocationTest, FramingFailureIsAParserErrorUntilASentenceIsRecognised) {
   const WideString gga = W("$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*47\n");
   store_.ProcessChunk(u"$GPXTE,A,A");
   const WideString longer = W("," + std::string(300, '0') + "5.5,N,010.2,K\n") + gga;

@@ -66,12 +66,14 @@ TEST(ParseDouble, ConvertsWhatTheCLibraryConverts) {
 
 TEST(ParseDouble, RejectsWhatIsNoNumber) {
   for (const char16_t* text : {u"", u"-", u"+-1", u"--1", u".", u"e5", u"  ", u"x1", u"in",
-                               u"\u00a01", u"\u20031", u"0x-1"}) {
+                               u"\u00a01", u"\u20031", u"0x-1", u"0xnan(1)", u"-0xinf"}) {
     double value = -7.0;
     const size_t used = ParseDouble(text, &value);
-    // "0x-1" reads as the 0 before the x.
-    EXPECT_EQ(used, WideView(text) == u"0x-1" ? 1u : 0u) << ToUtf8(text);
-    EXPECT_EQ(Bits(value), Bits(0.0)) << ToUtf8(text);
+    // After "0x" only hex digits count: the rest reads as the 0 before it.
+    const size_t zero = WideView(text).find(u"0x");
+    EXPECT_EQ(used, zero == WideView::npos ? 0u : zero + 1) << ToUtf8(text);
+    EXPECT_EQ(Bits(value), Bits(WideView(text)[0] == u'-' && zero != WideView::npos ? -0.0 : 0.0))
+        << ToUtf8(text);
   }
 }
 
