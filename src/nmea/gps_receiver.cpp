@@ -7,7 +7,11 @@
 namespace kavo {
 
 GpsReceiver::GpsReceiver(Ref<DataSource> source, Ref<GpsReadingThread> readingThread)
-    : source_(std::move(source)), readingThread_(std::move(readingThread)) {}
+    : source_(std::move(source)), readingThread_(std::move(readingThread)) {
+  // Before any data the records read all zero, with no receiver time.
+  location_.TimeType = GPS_TIME_LOCAL_CLOCK;
+  satellites_.TimeType = GPS_TIME_LOCAL_CLOCK;
+}
 
 GpsReceiver::~GpsReceiver() {
   closing_ = 1;
