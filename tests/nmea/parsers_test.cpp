@@ -108,6 +108,8 @@ TEST_F(ParsersTest, GsaStoresOnlyChangedDilutionsAndFlagsThem) {
   ASSERT_EQ(Location().ValidFlags, 0x080u);  // the zeros equal what was stored
   Feed("$GPGSA,A,3,04,05,,09,12,,,24,,,,,,0,0");
   EXPECT_EQ(Location().PDOP, 0.0);
+  EXPECT_EQ(store_.UpdateMask(), GPS_CHANGED_PRECISION);
+  EXPECT_EQ(Location().ValidFlags, 0x080u);
   Feed("$GPGSA,A,3,04,05,,09,12,,,24,,,,,2.5x,1.3,2.1\r");  // damage reads as 0, quietly
   EXPECT_EQ(Location().PDOP, 0.0);
   EXPECT_EQ(Location().HDOP, 1.3);
