@@ -15,7 +15,7 @@ namespace {
   constexpr size_t kShown = 40;
   WideString text(what);
   text += u" \"";
-  text.append(field.substr(0, kShown));
+  for (char16_t c : field.substr(0, kShown)) text += c < u' ' ? u'?' : c;  // keeps the line whole
   text += field.size() > kShown ? u"...\"" : u"\"";
   throw CNotSupportedException(std::move(text));
 }
