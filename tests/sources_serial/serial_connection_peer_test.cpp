@@ -2,7 +2,9 @@
 // pseudo-terminal.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <regex>
+#include <thread>
 #include <string>
 
 #include "common/log_capture.h"
@@ -170,6 +172,35 @@ TEST_F(SerialWithPeer, ReopeningClosesThePortAndAppliesTheNewSettings) {
   EXPECT_EQ(peer_->Settings().speed, 9600u);
   peer_->Send("$GPRMC");
   EXPECT_EQ(ReadUpTo(6), u"$GPRMC");
+}
+
+TEST_F(SerialWithPeer, ReadingGoesOnSafelyWhileAnotherThreadWritesAndReopens) {
+  ASSERT_TRUE(Opens(connection_, Port()));
+  std::atomic<bool> stop{false};
+  std::atomic<int> failures{0};
+  std::thread reader([&] {
+    char16_t buffer[1024];
+    while (!stop) {
+      uint32_t count = 0;
+      CIMExceptionImpl error;
+      if (!connection_->Read(buffer, 1024, &count, &error)) ++failures;
+    }
+  });
+  for (int i = 0; i < 20; ++i) {
+    uint32_t written = 0;
+    connection_->Write(u"$PSRF\r\n", 7, &written, nullptr);
+    peer_->Send("$GPGLL\r\n");
+    EXPECT_EQ(connection_->Open(Port(i % 2 ? 9600 : 4800), nullptr), 1);
+  }
+  stop = true;
+  reader.join();
+  // Open and Read exclude each other: no read meets a port half reopened.
+  EXPECT_EQ(failures, 0);
+  EXPECT_TRUE(connection_->IsOpen());
+  peer_->Send("$GPZDA");
+  const std::u16string rest = ReadUpTo(4096);
+  ASSERT_GE(rest.size(), 6u);
+  EXPECT_EQ(rest.substr(rest.size() - 6), u"$GPZDA");
 }
 
 TEST_F(SerialWithPeer, OpeningAndClosingAreLoggedAsScopes) {
