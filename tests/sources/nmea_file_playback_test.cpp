@@ -148,13 +148,6 @@ TEST_F(Playback, AZeroIntervalPacesAtOneMillisecond) {
   EXPECT_EQ(Read(), u"L2\nL3\nL4\n");
 }
 
-TEST_F(Playback, WritingDoesNothingAndSucceeds) {
-  Open(NumberedLines(1));
-  uint32_t written = 5;
-  EXPECT_EQ(playback_->Write(u"$PSRF", 5, &written, nullptr), 1);
-  EXPECT_EQ(written, 0u);
-}
-
 TEST_F(Playback, PausingAndResumingFromAnotherThreadNeitherLosesNorGarblesLines) {
   Open(NumberedLines(3000));
   std::atomic<bool> done{false};

@@ -57,11 +57,5 @@ TEST(SerialConnectionWithoutPort, ReadAndWriteFailWhileClosed) {
   EXPECT_EQ(written, 5u);
 }
 
-TEST(SerialConnectionWithoutPort, ClosingANeverOpenedConnectionLogsTheInvalidHandle) {
-  LogCapture log;
-  NewConnection();
-  EXPECT_EQ(log.Text(), u"Closing connection\n File handle: ffffffff\nFinished\n");
-}
-
 }  // namespace
 }  // namespace kavo
