@@ -10,7 +10,6 @@ namespace {
 
 constexpr uint32_t kMaxDword = 0xFFFFFFFFu;
 constexpr uint32_t kInvalidHandleValue = 0xFFFFFFFFu;  // as the log shows a closed port
-constexpr uint32_t kErrorInvalidHandle = 6;
 // fDtrControl enable and fRtsControl toggle; fDtrControl's high bit cleared.
 constexpr uint32_t kClearedFlags = 0x20;
 constexpr uint32_t kSetFlags = 0x3010;
@@ -139,8 +138,7 @@ int SerialConnection::Write(const char16_t* text, uint32_t length, uint32_t* wri
   try {
     if (!text && length != 0) Raise(kErrInvalidParameter);
     std::shared_ptr<platform::SerialPort> port = CurrentPort();
-    if (!port) platform::SetLastError(kErrorInvalidHandle);
-    if (!port) Raise(kErrOperationFailed);
+    if (!port) Raise(kErrOperationFailed);  // never opened: no handle to write to
     std::unique_ptr<uint8_t[]> bytes = AllocateBytes(length + 1);
     converter_.WideToBytes(text, length, bytes.get());
     uint32_t done = 0;
