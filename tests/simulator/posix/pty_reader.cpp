@@ -24,14 +24,14 @@ speed_t Code(uint32_t baud) {
 
 }  // namespace
 
-PtyReader::PtyReader(const std::string& path, uint32_t baud) {
+PtyReader::PtyReader(const std::string& path, uint32_t baud, bool flush) {
   fd_ = open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
   if (fd_ < 0) return;
   termios t{};
   tcgetattr(fd_, &t);
   cfmakeraw(&t);
   cfsetspeed(&t, Code(baud));
-  tcsetattr(fd_, TCSAFLUSH, &t);
+  tcsetattr(fd_, flush ? TCSAFLUSH : TCSANOW, &t);
 }
 
 PtyReader::~PtyReader() {

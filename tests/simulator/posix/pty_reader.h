@@ -10,8 +10,8 @@ namespace kavo::test {
 
 class PtyReader {
  public:
-  // Opens `path` raw at `baud`, dropping whatever was queued before.
-  PtyReader(const std::string& path, uint32_t baud);
+  // Opens `path` raw at `baud`; `flush` drops whatever was queued before.
+  PtyReader(const std::string& path, uint32_t baud, bool flush = true);
   ~PtyReader();
   bool IsOpen() const { return fd_ >= 0; }
   // Reads until `done(text so far)` holds or `timeoutMs` passes without it;

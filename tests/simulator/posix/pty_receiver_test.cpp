@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <mutex>
 #include <set>
 
@@ -60,7 +61,7 @@ TEST(PtyReceiver, ReaderAtTheReceiversSpeedGetsTheSentencesSent) {
   const auto lines = CompleteLines(text);
   ASSERT_GE(lines.size(), 10u) << text;
   std::lock_guard<std::mutex> lock(mutex);
-  // The first line may have started before the reader opened.
+  // Under load the reader may set its port up after the first bytes came.
   for (size_t i = 1; i < lines.size(); ++i) {
     EXPECT_EQ(test::SentenceProblem(lines[i]), "") << lines[i];
     EXPECT_EQ(sent.count(lines[i]), 1u) << lines[i];
@@ -94,8 +95,15 @@ TEST(PtyReceiver, ReaderAtAnotherSpeedGetsGarbageUntilTheSpeedsAgree) {
   EXPECT_THROW(receiver.SetBaudRate(4000), std::invalid_argument);
 }
 
-TEST(PtyReceiver, SilentReceiverSendsNothingAndUnreadBytesAreNotHoarded) {
+TEST(PtyReceiver, SilentReceiverSendsNothing) {
+  // At 1 Hz on a clock fifty times faster than real time.
   PtyReceiverOptions options = Fast(4800);
+  options.simulation.rateHz = 1;
+  std::atomic<uint32_t> asked{0};
+  options.realWaitMs = [&](uint32_t ms) {
+    asked = ms;
+    return ms / 50;
+  };
   options.silent = true;
   PtyReceiver receiver(options);
   receiver.Start();
@@ -103,13 +111,35 @@ TEST(PtyReceiver, SilentReceiverSendsNothingAndUnreadBytesAreNotHoarded) {
   ASSERT_TRUE(WaitFor([&] { return receiver.Snapshot().epochs >= 5; }, kPatience));
   EXPECT_EQ(reader.ReadAvailable(), "");
   EXPECT_EQ(receiver.Snapshot().nmeaBytes, 0u);
-
-  // Speaking again, to a reader that does not read: what it leaves behind
-  // is dropped at the next epoch rather than piling up.
+  EXPECT_EQ(asked, 1000u);
   receiver.SetSilent(false);
-  ASSERT_TRUE(WaitFor([&] { return receiver.Snapshot().discardedBytes > 0; }, kPatience));
-  const std::string backlog = reader.ReadAvailable();
-  EXPECT_LT(backlog.size(), 2000u);
+  EXPECT_NE(reader.ReadUntil(Count("$GPGGA", 1), kPatience).find("$GPGGA"), std::string::npos);
+}
+
+TEST(PtyReceiver, NothingIsKeptForTheNextReader) {
+  PtyReceiver receiver(Fast(4800));
+  receiver.Start();
+  auto epochsPass = [&](uint64_t n) {
+    const uint64_t from = receiver.Snapshot().epochs;
+    return WaitFor([&] { return receiver.Snapshot().epochs >= from + n; }, kPatience);
+  };
+  {
+    PtyReader first(receiver.DevicePath(), 4800, false);
+    ASSERT_TRUE(WaitFor([&] { return receiver.Snapshot().readers == 1; }, kPatience));
+    ASSERT_TRUE(epochsPass(3));  // sentences it never reads
+  }
+  ASSERT_TRUE(WaitFor([&] { return receiver.Snapshot().readers == 0; }, kPatience));
+  EXPECT_GT(receiver.Snapshot().discardedBytes, 0u);
+  const uint64_t sent = receiver.Snapshot().nmeaBytes;
+  ASSERT_TRUE(epochsPass(3));
+  EXPECT_EQ(receiver.Snapshot().nmeaBytes, sent) << "sent to a port nobody has open";
+
+  // A reader at another speed gets only garbage: none of the sentences the
+  // first reader left behind.
+  PtyReader second(receiver.DevicePath(), 9600, false);
+  const std::string text = second.ReadUntil([](const std::string& t) { return t.size() >= 600; }, kPatience);
+  EXPECT_GE(text.size(), 600u);
+  EXPECT_EQ(text.find("$GP"), std::string::npos);
 }
 
 TEST(PtyReceiver, StopEndsStreamingAndRemovesThePort) {

@@ -2,18 +2,24 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/inotify.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstdlib>
+#include <initializer_list>
 #include <stdexcept>
 #include <system_error>
 
 namespace kavo::sim {
 namespace {
+
+// Time a reader gets after opening the port to set its speed before the
+// next epoch is judged against the port's settings.
+constexpr std::chrono::milliseconds kSettleTime(20);
 
 struct Speed {
   uint32_t baud;
@@ -21,8 +27,8 @@ struct Speed {
 };
 
 constexpr Speed kSpeeds[] = {
-    {0, B0},         {300, B300},       {600, B600},       {1200, B1200},     {2400, B2400},
-    {4800, B4800},   {9600, B9600},     {19200, B19200},   {38400, B38400},   {57600, B57600},
+    {0, B0},           {300, B300},       {600, B600},     {1200, B1200},   {2400, B2400},
+    {4800, B4800},     {9600, B9600},     {19200, B19200}, {38400, B38400}, {57600, B57600},
     {115200, B115200}, {230400, B230400},
 };
 
@@ -39,8 +45,12 @@ speed_t CodeOf(uint32_t baud) {
   return B0;
 }
 
-[[noreturn]] void ThrowSystem(const char* what) {
-  throw std::system_error(errno, std::generic_category(), what);
+// Closes what was opened so far and reports the error that stopped Start.
+[[noreturn]] void Fail(const char* what, std::initializer_list<int> fds) {
+  const int error = errno;
+  for (int fd : fds)
+    if (fd >= 0) close(fd);
+  throw std::system_error(error, std::generic_category(), what);
 }
 
 }  // namespace
@@ -77,19 +87,12 @@ PtyReceiver::Counters PtyReceiver::Snapshot() const {
 void PtyReceiver::Start() {
   if (Running()) return;
   const int master = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-  if (master < 0) ThrowSystem("posix_openpt");
+  if (master < 0) Fail("posix_openpt", {});
   char name[128] = {};
-  if (grantpt(master) != 0 || unlockpt(master) != 0 || ptsname_r(master, name, sizeof name) != 0) {
-    const int error = errno;
-    close(master);
-    throw std::system_error(error, std::generic_category(), "pseudo-terminal setup");
-  }
+  if (grantpt(master) != 0 || unlockpt(master) != 0 || ptsname_r(master, name, sizeof name) != 0)
+    Fail("pseudo-terminal setup", {master});
   const int slave = open(name, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-  if (slave < 0) {
-    const int error = errno;
-    close(master);
-    throw std::system_error(error, std::generic_category(), name);
-  }
+  if (slave < 0) Fail(name, {master});
   // A raw line at the receiver's own speed until a reader sets another.
   termios settings{};
   tcgetattr(slave, &settings);
@@ -98,46 +101,102 @@ void PtyReceiver::Start() {
   cfsetispeed(&settings, CodeOf(baud_));
   cfsetospeed(&settings, CodeOf(baud_));
   tcsetattr(slave, TCSANOW, &settings);
+  // Watched only now, so the receiver's own open does not count as a reader.
+  const int watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+  if (watch < 0 || inotify_add_watch(watch, name, IN_OPEN | IN_CLOSE) < 0) Fail("inotify", {master, slave, watch});
+  int wake[2];
+  if (pipe2(wake, O_CLOEXEC | O_NONBLOCK) != 0) Fail("pipe", {master, slave, watch});
 
   std::lock_guard<std::mutex> lock(mutex_);
   master_ = master;
   slave_ = slave;
+  watch_ = watch;
+  wake_[0] = wake[0];
+  wake_[1] = wake[1];
   devicePath_ = name;
-  stopping_ = false;
   counters_ = Counters{};
   thread_ = std::thread(&PtyReceiver::Run, this);
 }
 
 void PtyReceiver::Stop() {
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    stopping_ = true;
+  if (thread_.joinable()) {
+    const char stop = 1;
+    while (write(wake_[1], &stop, 1) < 0 && errno == EINTR) {
+    }
+    thread_.join();
   }
-  wake_.notify_all();
-  if (thread_.joinable()) thread_.join();
+  CloseAll();
+}
+
+void PtyReceiver::CloseAll() {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (slave_ >= 0) close(slave_);
-  if (master_ >= 0) close(master_);
-  slave_ = master_ = -1;
+  for (int* fd : {&watch_, &slave_, &master_, &wake_[0], &wake_[1]}) {
+    if (*fd >= 0) close(*fd);
+    *fd = -1;
+  }
 }
 
 void PtyReceiver::Run() {
   Simulator simulator(options_.simulation);
   const auto interval = std::chrono::milliseconds(
       options_.realWaitMs ? options_.realWaitMs(simulator.IntervalMs()) : simulator.IntervalMs());
-  auto due = std::chrono::steady_clock::now();
+  auto due = Clock::now();
   for (;;) {
+    if (!WaitUntil(due)) return;
     const Epoch epoch = simulator.Next();
-    SendEpoch(epoch.Text());
     if (options_.onEpoch) options_.onEpoch(epoch);
+    SendEpoch(epoch.Text());
 
     // A receiver that fell behind carries on from now rather than catching up.
     due += interval;
-    const auto now = std::chrono::steady_clock::now();
-    if (due < now - interval) due = now;
-    std::unique_lock<std::mutex> lock(mutex_);
-    if (wake_.wait_until(lock, due, [this] { return stopping_; })) return;
+    if (due < Clock::now() - interval) due = Clock::now();
   }
+}
+
+bool PtyReceiver::WaitUntil(Clock::time_point due) {
+  for (;;) {
+    const auto until = std::max(due, settleUntil_);
+    const auto now = Clock::now();
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - now).count();
+    pollfd events[2] = {{wake_[0], POLLIN, 0}, {watch_, POLLIN, 0}};
+    if (poll(events, 2, left > 0 ? static_cast<int>(left) : 0) < 0 && errno != EINTR) return false;
+    if (events[0].revents != 0) return false;
+    if (events[1].revents != 0) HandlePortEvents();
+    if (left <= 0 && Clock::now() >= std::max(due, settleUntil_)) return true;
+  }
+}
+
+void PtyReceiver::HandlePortEvents() {
+  alignas(inotify_event) char buffer[1024];
+  ssize_t n;
+  int change = 0;
+  bool changed = false;
+  while ((n = read(watch_, buffer, sizeof buffer)) > 0) {
+    for (const char* at = buffer; at < buffer + n;) {
+      const auto* event = reinterpret_cast<const inotify_event*>(at);
+      if (event->mask & IN_OPEN) {
+        ++change;
+        settleUntil_ = Clock::now() + kSettleTime;
+      }
+      if (event->mask & IN_CLOSE) --change;
+      changed |= (event->mask & (IN_OPEN | IN_CLOSE)) != 0;
+      at += sizeof(inotify_event) + event->len;
+    }
+  }
+  if (!changed) return;
+  // What one reader left, or what came while the port was changing hands,
+  // belongs to nobody.
+  DiscardUnread();
+  std::lock_guard<std::mutex> lock(mutex_);
+  counters_.readers += change;
+}
+
+void PtyReceiver::DiscardUnread() {
+  int unread = 0;
+  if (ioctl(slave_, FIONREAD, &unread) != 0 || unread <= 0) return;
+  tcflush(slave_, TCIFLUSH);
+  std::lock_guard<std::mutex> lock(mutex_);
+  counters_.discardedBytes += static_cast<uint64_t>(unread);
 }
 
 void PtyReceiver::SendEpoch(const std::string& text) {
@@ -150,41 +209,32 @@ void PtyReceiver::SendEpoch(const std::string& text) {
   const bool known = tcgetattr(master_, &line) == 0;
   const speed_t code = cfgetispeed(&line) != B0 ? cfgetispeed(&line) : cfgetospeed(&line);
   const uint32_t lineBaud = known ? BaudOf(code) : UINT32_MAX;
-
-  int unread = 0;
-  uint64_t discarded = 0;
-  if (ioctl(slave_, FIONREAD, &unread) == 0 && unread > 0) {
-    tcflush(slave_, TCIFLUSH);
-    discarded = static_cast<uint64_t>(unread);
-  }
-
   const uint32_t baud = baud_;
-  uint64_t nmea = 0, garbage = 0, dropped = 0;
-  if (!silent_ && lineBaud != 0) {
-    std::string bytes = text;
-    if (lineBaud != baud) {
-      // Heard at the wrong speed, every byte breaks into noise: more bytes
-      // when the port is faster than the receiver, fewer when slower.
-      const double ratio = lineBaud == UINT32_MAX ? 1.0 : static_cast<double>(lineBaud) / baud;
-      const double wanted = static_cast<double>(text.size()) * (ratio > 4.0 ? 4.0 : ratio);
-      bytes.assign(wanted < 1.0 ? 1 : static_cast<size_t>(wanted), '\0');
-      for (char& c : bytes) {
-        do c = static_cast<char>(garbage_.Next() & 0xFF);
-        while (c == '$');
-      }
-    }
-    const uint64_t written = WriteToLine(bytes);
-    (lineBaud == baud ? nmea : garbage) = written;
-    dropped = bytes.size() - written;
+  bool heard = false;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    ++counters_.epochs;
+    counters_.lineBaud = lineBaud == UINT32_MAX ? 0 : lineBaud;
+    heard = counters_.readers > 0;
   }
+  if (silent_ || !heard || lineBaud == 0) return;
 
+  std::string bytes = text;
+  if (lineBaud != baud) {
+    // Heard at the wrong speed, every byte breaks into noise: more bytes
+    // when the port is faster than the receiver, fewer when slower.
+    const double ratio = lineBaud == UINT32_MAX ? 1.0 : static_cast<double>(lineBaud) / baud;
+    const double wanted = static_cast<double>(text.size()) * (ratio > 4.0 ? 4.0 : ratio);
+    bytes.assign(wanted < 1.0 ? 1 : static_cast<size_t>(wanted), '\0');
+    for (char& c : bytes) {
+      do c = static_cast<char>(garbage_.Next() & 0xFF);
+      while (c == '$');
+    }
+  }
+  const uint64_t written = WriteToLine(bytes);
   std::lock_guard<std::mutex> lock(mutex_);
-  ++counters_.epochs;
-  counters_.nmeaBytes += nmea;
-  counters_.garbageBytes += garbage;
-  counters_.droppedBytes += dropped;
-  counters_.discardedBytes += discarded;
-  counters_.lineBaud = lineBaud == UINT32_MAX ? 0 : lineBaud;
+  (lineBaud == baud ? counters_.nmeaBytes : counters_.garbageBytes) += written;
+  counters_.droppedBytes += bytes.size() - written;
 }
 
 uint64_t PtyReceiver::WriteToLine(const std::string& bytes) {

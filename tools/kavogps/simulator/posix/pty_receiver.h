@@ -4,13 +4,16 @@
 // from the master side: while it differs from the receiver's own baud rate
 // it sends garbage, as a receiver heard at the wrong speed would.
 //
-// Bytes nobody has read by the next epoch are discarded, as they would be
-// lost on a port nobody reads, so a reader that opens the port does not get
-// a backlog of old sentences.
+// Like a real port, it keeps nothing for readers to come: while nobody has
+// the port open nothing is sent, and what one reader leaves unread is
+// discarded when it closes, so the next never gets sentences sent at
+// another speed. After an open the receiver gives the reader a moment to
+// set the port up before the next epoch goes out. Watching opens and closes
+// uses inotify, so this part is for Linux.
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <mutex>
@@ -29,19 +32,21 @@ struct PtyReceiverOptions {
   // How long a wait of `ms` simulated milliseconds lasts in real time; tests
   // that run the library on a faster clock pass theirs. Empty: real time.
   std::function<uint32_t(uint32_t ms)> realWaitMs;
-  // Called on the receiver's thread after each epoch was put on the line.
+  // Called on the receiver's thread with each epoch just before it goes on
+  // the line, so a reader never sees sentences the callback has not.
   std::function<void(const Epoch&)> onEpoch;
 };
 
 class PtyReceiver {
  public:
   struct Counters {
-    uint64_t epochs = 0;          // epochs simulated
+    uint64_t epochs = 0;          // epochs simulated, heard or not
     uint64_t nmeaBytes = 0;       // sentence bytes put on the line
     uint64_t garbageBytes = 0;    // bytes sent while the port was at another speed
-    uint64_t droppedBytes = 0;    // bytes the line had no room for
-    uint64_t discardedBytes = 0;  // bytes left unread until the next epoch
+    uint64_t droppedBytes = 0;    // bytes the line had no room for (a reader not reading)
+    uint64_t discardedBytes = 0;  // bytes left unread when a reader came or went
     uint32_t lineBaud = 0;        // speed the port was last seen at
+    int readers = 0;              // opens of the port not yet closed
   };
 
   // Throws std::invalid_argument for unusable simulation options or an
@@ -70,20 +75,26 @@ class PtyReceiver {
   static bool IsSupportedBaud(uint32_t baud);
 
  private:
+  using Clock = std::chrono::steady_clock;
   void Run();
+  bool WaitUntil(Clock::time_point due);  // false when stopping
+  void HandlePortEvents();
+  void DiscardUnread();
   void SendEpoch(const std::string& text);
   uint64_t WriteToLine(const std::string& bytes);
+  void CloseAll();
 
   PtyReceiverOptions options_;
   std::atomic<uint32_t> baud_;
   std::atomic<bool> silent_;
   int master_ = -1;
-  int slave_ = -1;  // kept open so the line and its settings stay up
+  int slave_ = -1;    // kept open so the line and its settings stay up
+  int watch_ = -1;    // inotify on the slave device
+  int wake_[2] = {-1, -1};  // a byte in the pipe stops the thread
   std::string devicePath_;
   std::thread thread_;
-  mutable std::mutex mutex_;
-  std::condition_variable wake_;
-  bool stopping_ = false;
+  Clock::time_point settleUntil_{};
+  mutable std::mutex mutex_;  // guards counters_ and devicePath_
   Counters counters_;
   Prng garbage_;
 };
