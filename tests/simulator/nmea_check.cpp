@@ -108,52 +108,29 @@ bool Dilution(const std::vector<Look>& looks, double* pdop, double* hdop, double
 
 bool DecodeRecording(const std::string& bytes, const std::string& encoding, std::u32string* text,
                      std::string* problem) {
+  const std::string mark = encoding == "utf8"      ? "\xEF\xBB\xBF"
+                           : encoding == "utf16le" ? "\xFF\xFE"
+                           : encoding == "utf16be" ? "\xFE\xFF"
+                                                   : "";
+  *problem = bytes.compare(0, mark.size(), mark) != 0 ? "no byte-order mark for " + encoding : "";
+  const bool wide = mark.size() == 2;
+  if (wide && bytes.size() % 2 != 0) *problem = "odd length of UTF-16 text";
   text->clear();
-  auto starts = [&](const char* mark, size_t n) { return bytes.compare(0, n, mark, n) == 0; };
-  auto unit = [&](size_t i, bool little) {
-    const auto lo = static_cast<unsigned char>(bytes[little ? i : i + 1]);
-    const auto hi = static_cast<unsigned char>(bytes[little ? i + 1 : i]);
-    return static_cast<char32_t>(hi << 8 | lo);
-  };
-  if (encoding == "ascii") {
-    if (starts("\xEF\xBB\xBF", 3) || starts("\xFF\xFE", 2) || starts("\xFE\xFF", 2)) {
-      *problem = "single-byte text starts with a byte-order mark";
-      return false;
+  for (size_t i = mark.size(); i < bytes.size() && problem->empty(); ++i) {
+    auto byte = [&](size_t at) { return static_cast<char32_t>(static_cast<unsigned char>(bytes[at])); };
+    if (wide) {
+      text->push_back(encoding == "utf16le" ? byte(i) | byte(i + 1) << 8 : byte(i) << 8 | byte(i + 1));
+      ++i;
+    } else if (encoding != "utf8" || byte(i) < 0x80) {
+      text->push_back(byte(i));
+    } else if ((byte(i) & 0xE0) == 0xC0 && i + 1 < bytes.size() && (byte(i + 1) & 0xC0) == 0x80) {
+      text->push_back((byte(i) & 0x1F) << 6 | (byte(i + 1) & 0x3F));
+      ++i;
+    } else {
+      *problem = "unexpected UTF-8 sequence at byte " + std::to_string(i);
     }
-    for (unsigned char c : bytes) text->push_back(c);
-    return true;
   }
-  if (encoding == "utf16le" || encoding == "utf16be") {
-    const bool little = encoding == "utf16le";
-    if (!starts(little ? "\xFF\xFE" : "\xFE\xFF", 2) || bytes.size() % 2 != 0) {
-      *problem = "missing byte-order mark or odd length";
-      return false;
-    }
-    for (size_t i = 2; i < bytes.size(); i += 2) text->push_back(unit(i, little));
-    return true;
-  }
-  if (encoding == "utf8") {
-    if (!starts("\xEF\xBB\xBF", 3)) {
-      *problem = "missing UTF-8 byte-order mark";
-      return false;
-    }
-    for (size_t i = 3; i < bytes.size(); ++i) {
-      const auto c = static_cast<unsigned char>(bytes[i]);
-      if (c < 0x80) {
-        text->push_back(c);
-      } else if ((c & 0xE0) == 0xC0 && i + 1 < bytes.size() &&
-                 (static_cast<unsigned char>(bytes[i + 1]) & 0xC0) == 0x80) {
-        text->push_back(static_cast<char32_t>((c & 0x1F) << 6 | (bytes[i + 1] & 0x3F)));
-        ++i;
-      } else {
-        *problem = "invalid or unexpected UTF-8 sequence at byte " + std::to_string(i);
-        return false;
-      }
-    }
-    return true;
-  }
-  *problem = "unknown encoding " + encoding;
-  return false;
+  return problem->empty();
 }
 
 }  // namespace kavo::test
