@@ -90,6 +90,13 @@ TEST(KavogpsProcess, BadCommandLinesExitWithUsageErrorAndNoFile) {
   EXPECT_NE(err.find("--damage"), std::string::npos) << err;
   EXPECT_EQ(out, "");
   EXPECT_FALSE(std::ifstream(file).good());
+  // A write that fails is a failure, and a device named as the output is
+  // not removed in the clean-up.
+  if (access("/dev/full", W_OK) == 0) {
+    EXPECT_EQ(RunTool({"simulate", "--output", "/dev/full"}, &out, &err), 1);
+    EXPECT_NE(err.find("writing '/dev/full' failed"), std::string::npos) << err;
+    EXPECT_EQ(access("/dev/full", F_OK), 0);
+  }
   EXPECT_EQ(RunTool({"locate"}, &out, &err), 2);
   EXPECT_NE(err.find("unknown command"), std::string::npos);
   EXPECT_EQ(RunTool({"--help"}, &out, &err), 0);

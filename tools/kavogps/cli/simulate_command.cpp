@@ -2,8 +2,8 @@
 
 #include <charconv>
 #include <cmath>
-#include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 
 #include "cli/live_receiver.h"
@@ -234,8 +234,13 @@ int RunSimulate(const Arguments& args, std::ostream& out, std::ostream& err) {
   const uint64_t epochs = WriteSimulation(settings, file, &lines, &damaged);
   file.close();
   if (file.fail()) {
-    err << "kavogps simulate: writing '" << settings.output << "' failed; nothing was kept\n";
-    std::remove(settings.output.c_str());
+    // A half-written recording is removed; a device or pipe named as the
+    // output is of course left alone.
+    std::error_code ignored;
+    const bool regular = std::filesystem::is_regular_file(settings.output, ignored);
+    if (regular) std::filesystem::remove(settings.output, ignored);
+    err << "kavogps simulate: writing '" << settings.output << "' failed"
+        << (regular ? "; the incomplete file was removed\n" : "\n");
     return kExitFailure;
   }
   out << "Wrote " << epochs << " epochs, " << lines << " lines (" << damaged << " damaged) to "
