@@ -75,11 +75,12 @@ TEST(KavogpsSimulate, BadArgumentsAreNamedAndLeaveNoFile) {
   }
   const Result pty = Tool({"simulate", "--pty", "--output", file});
   EXPECT_EQ(pty.code, kExitUsage);
-  EXPECT_NE(pty.err.find(LiveReceiverAvailable() ? "cannot be used together" : "not available"),
+  EXPECT_NE(pty.err.find(LiveReceiverAvailable() ? "--output is for recordings" : "not available"),
             std::string::npos);
   if (LiveReceiverAvailable()) {
     EXPECT_NE(Tool({"simulate", "--baud", "9600"}).err.find("--baud needs --pty"), std::string::npos);
     EXPECT_NE(Tool({"simulate", "--pty", "--baud", "4000"}).err.find("4800"), std::string::npos);
+    EXPECT_NE(Tool({"simulate", "--pty", "--encoding", "utf8"}).err.find("--encoding is for"), std::string::npos);
   }
   EXPECT_FALSE(Exists(file));
 }

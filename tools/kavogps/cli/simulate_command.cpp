@@ -62,7 +62,7 @@ bool ParseStart(const std::string& text, sim::Geodetic* start) {
 }  // namespace
 
 bool ParseSimulateArguments(const Arguments& args, SimulateSettings* s, std::string* error) {
-  bool baudGiven = false, silentGiven = false, outputGiven = false;
+  bool baudGiven = false, silentGiven = false, outputGiven = false, encodingGiven = false;
   for (size_t i = 0; i < args.size(); ++i) {
     std::string name = args[i];
     std::optional<std::string> inlineValue;
@@ -141,6 +141,7 @@ bool ParseSimulateArguments(const Arguments& args, SimulateSettings* s, std::str
       const auto encoding = sim::ParseEncoding(text);
       if (!encoding) return invalid(text, "expected ascii, utf8, utf16le or utf16be");
       s->encoding = *encoding;
+      encodingGiven = true;
     } else if (name == "--output" || name == "-o") {
       if (!value(&s->output)) return false;
       if (s->output.empty()) return invalid(s->output, "expected a file name");
@@ -167,8 +168,9 @@ bool ParseSimulateArguments(const Arguments& args, SimulateSettings* s, std::str
     }
   }
   if (s->help) return true;
-  if (s->live && outputGiven) {
-    *error = "--pty and --output cannot be used together";
+  if (s->live && (outputGiven || encodingGiven)) {
+    *error = std::string(outputGiven ? "--output" : "--encoding") +
+             " is for recordings; a live receiver sends single-byte text on its port";
     return false;
   }
   if (!s->live && (baudGiven || silentGiven)) {

@@ -76,8 +76,9 @@ int RunLiveReceiver(const SimulateSettings& settings, std::ostream& out, std::os
   receiver.Stop();
   const sim::PtyReceiver::Counters c = receiver.Snapshot();
   err << "kavogps simulate: " << (signal == SIGINT ? "interrupted" : signal == SIGTERM ? "terminated" : "done")
-      << " after " << c.epochs << " epochs; " << c.nmeaBytes << " NMEA bytes, " << c.garbageBytes
-      << " garbage bytes at the wrong speed, " << c.discardedBytes << " bytes nobody read\n";
+      << " after " << c.epochs << (c.epochs == 1 ? " epoch; " : " epochs; ") << c.nmeaBytes
+      << " NMEA bytes, " << c.garbageBytes << " garbage bytes at the wrong speed, "
+      << c.discardedBytes << " bytes left unread\n";
   return kExitOk;
 }
 
