@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "KavoMobileGPS.h"
+#include "common/eventually.h"
 #include "common/temp_dir.h"
 #include "common/test_clock.h"
 #include "platform/platform.h"
@@ -19,17 +20,9 @@
 namespace kavo {
 namespace {
 
-using std::chrono::milliseconds;
+using test::Eventually;
 
-template <class Predicate>
-bool Eventually(Predicate done, milliseconds limit = milliseconds(10000)) {
-  const auto end = std::chrono::steady_clock::now() + limit;
-  while (!done()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(milliseconds(2));
-  }
-  return true;
-}
+using std::chrono::milliseconds;
 
 // What the callbacks saw, with the clock's time of each data callback.
 struct Heard {

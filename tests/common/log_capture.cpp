@@ -4,9 +4,13 @@ namespace kavo::test {
 
 class LogCapture::Sink : public LogSink {
  public:
+  explicit Sink(Listener onText) : onText_(std::move(onText)) {}
   int WriteText(const char16_t* text) override {
-    std::lock_guard<std::mutex> lock(mutex_);
-    text_ += text;
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      text_ += text;
+    }
+    if (onText_) onText_(text);
     return 1;
   }
   int Flush() override { return 1; }
@@ -16,11 +20,12 @@ class LogCapture::Sink : public LogSink {
   }
 
  private:
+  Listener onText_;
   std::mutex mutex_;
   std::u16string text_;
 };
 
-LogCapture::LogCapture(Logger& logger) : logger_(logger), sink_(new Sink) {
+LogCapture::LogCapture(Logger& logger, Listener onText) : logger_(logger), sink_(new Sink(std::move(onText))) {
   previous_ = logger_.SetSink(Ref<LogSink>(sink_.get()));
 }
 

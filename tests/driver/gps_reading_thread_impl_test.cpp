@@ -10,11 +10,14 @@
 #include <mutex>
 #include <thread>
 
+#include "common/eventually.h"
 #include "common/log_capture.h"
 #include "common/test_clock.h"
 
 namespace kavo {
 namespace {
+
+using test::Eventually;
 
 using std::chrono::milliseconds;
 
@@ -94,16 +97,6 @@ class RecordingSink : public TextSink {
   std::vector<int32_t> errorCodes_;
   std::set<std::thread::id> threads_;
 };
-
-template <class Predicate>
-bool Eventually(Predicate done, milliseconds limit = milliseconds(5000)) {
-  const auto end = std::chrono::steady_clock::now() + limit;
-  while (!done()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(milliseconds(1));
-  }
-  return true;
-}
 
 struct Fixture {
   explicit Fixture(ScriptedSource::Script script)
