@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/platform.h"
+#include "platform/posix/serial_port_map.h"
 
 namespace kavo::platform::posix {
 namespace {
@@ -73,8 +74,13 @@ std::optional<std::string> ResolveSerialDevicePath(const std::u16string& correct
   if (!name.empty() && name[0] == u'/') {
     if (std::optional<std::string> path = FindPathIgnoringCase(Utf16ToUtf8(name))) return path;
   }
-  // Names such as "com3:" belong to the registry's port map, which this
-  // host does not offer yet.
+  // Names such as "com3:" are ports of the registry's port map.
+  if (!name.empty() && name[0] != u'/') {
+    const std::u16string device = DeviceForPortName(name);
+    if (!device.empty()) {
+      if (std::optional<std::string> path = FindPathIgnoringCase(Utf16ToUtf8(device))) return path;
+    }
+  }
   SetLastError(kErrorFileNotFound);
   return std::nullopt;
 }

@@ -1,0 +1,142 @@
+#include "platform/posix/registry_hive.h"
+
+namespace kavo::platform::posix {
+namespace {
+
+char16_t FoldUnit(char16_t c) {
+  if ((c >= u'a' && c <= u'z') || (c >= 0xE0 && c <= 0xFE && c != 0xF7)) return c - 0x20;
+  return c;
+}
+
+// Splits at backslashes, skipping empty names.
+std::vector<std::u16string_view> SplitPath(std::u16string_view path) {
+  std::vector<std::u16string_view> names;
+  size_t start = 0;
+  while (start <= path.size()) {
+    size_t end = path.find(u'\\', start);
+    if (end == std::u16string_view::npos) end = path.size();
+    if (end > start) names.push_back(path.substr(start, end - start));
+    start = end + 1;
+  }
+  return names;
+}
+
+constexpr const char16_t* kRootNames[] = {u"HKEY_CLASSES_ROOT", u"HKEY_CURRENT_USER",
+                                          u"HKEY_LOCAL_MACHINE", u"HKEY_USERS"};
+constexpr const char16_t* kRootShortNames[] = {u"HKCR", u"HKCU", u"HKLM", u"HKU"};
+
+}  // namespace
+
+std::u16string FoldRegistryName(std::u16string_view name) {
+  std::u16string folded(name);
+  for (auto& c : folded) c = FoldUnit(c);
+  return folded;
+}
+
+std::shared_ptr<RegistryNode> RegistryNode::Child(std::u16string_view name) const {
+  const auto found = children_.find(FoldRegistryName(name));
+  return found == children_.end() ? nullptr : found->second;
+}
+
+std::shared_ptr<RegistryNode> RegistryNode::AddChild(std::u16string_view name, bool* created) {
+  auto& slot = children_[FoldRegistryName(name)];
+  if (created) *created = !slot;
+  if (!slot) slot = std::make_shared<RegistryNode>(std::u16string(name));
+  return slot;
+}
+
+bool RegistryNode::RemoveChild(std::u16string_view name) {
+  const auto found = children_.find(FoldRegistryName(name));
+  if (found == children_.end()) return false;
+  found->second->MarkDeleted();
+  children_.erase(found);
+  return true;
+}
+
+const RegistryNode* RegistryNode::ChildAt(size_t index) const {
+  if (index >= children_.size()) return nullptr;
+  auto it = children_.begin();
+  std::advance(it, index);
+  return it->second.get();
+}
+
+const RegistryValue* RegistryNode::FindValue(std::u16string_view name) const {
+  const std::u16string folded = FoldRegistryName(name);
+  for (const auto& value : values_) {
+    if (FoldRegistryName(value.name) == folded) return &value;
+  }
+  return nullptr;
+}
+
+void RegistryNode::SetValue(std::u16string_view name, uint32_t type, std::vector<uint8_t> data) {
+  auto* existing = const_cast<RegistryValue*>(FindValue(name));
+  if (!existing) {
+    values_.push_back(RegistryValue{std::u16string(name), type, {}});
+    existing = &values_.back();
+  }
+  existing->type = type;
+  existing->data = std::move(data);
+}
+
+bool RegistryNode::RemoveValue(std::u16string_view name) {
+  const std::u16string folded = FoldRegistryName(name);
+  for (auto it = values_.begin(); it != values_.end(); ++it) {
+    if (FoldRegistryName(it->name) != folded) continue;
+    values_.erase(it);
+    return true;
+  }
+  return false;
+}
+
+void RegistryNode::MarkDeleted() {
+  deleted_ = true;
+  for (auto& child : children_) child.second->MarkDeleted();
+}
+
+RegistryHive::RegistryHive() {
+  for (size_t i = 0; i < 4; ++i) roots_[i] = std::make_shared<RegistryNode>(kRootNames[i]);
+}
+
+std::shared_ptr<RegistryNode> RegistryHive::Root(registry::Key root) const {
+  if (root < registry::kClassesRoot || root > registry::kUsers) return nullptr;
+  return roots_[root - registry::kClassesRoot];
+}
+
+registry::Key RegistryHive::RootByName(std::u16string_view name) {
+  const std::u16string folded = FoldRegistryName(name);
+  for (size_t i = 0; i < 4; ++i) {
+    if (folded == kRootNames[i] || folded == kRootShortNames[i]) return registry::kClassesRoot + i;
+  }
+  return 0;
+}
+
+std::shared_ptr<RegistryNode> RegistryHive::Find(const std::shared_ptr<RegistryNode>& from,
+                                                 std::u16string_view path) {
+  std::shared_ptr<RegistryNode> node = from;
+  for (const auto name : SplitPath(path)) {
+    node = node->Child(name);
+    if (!node) return nullptr;
+  }
+  return node;
+}
+
+std::shared_ptr<RegistryNode> RegistryHive::Create(const std::shared_ptr<RegistryNode>& from,
+                                                   std::u16string_view path, bool* created) {
+  std::shared_ptr<RegistryNode> node = from;
+  if (created) *created = false;
+  for (const auto name : SplitPath(path)) node = node->AddChild(name, created);
+  return node;
+}
+
+bool RegistryHive::DeleteTree(const std::shared_ptr<RegistryNode>& from, std::u16string_view path) {
+  const auto names = SplitPath(path);
+  if (names.empty()) return false;
+  std::shared_ptr<RegistryNode> parent = from;
+  for (size_t i = 0; i + 1 < names.size(); ++i) {
+    parent = parent->Child(names[i]);
+    if (!parent) return false;
+  }
+  return parent->RemoveChild(names.back());
+}
+
+}  // namespace kavo::platform::posix
