@@ -3,6 +3,7 @@
 
 #include "KavoMobileGPS.h"
 #include "driver/gps_driver.h"
+#include "ports/com_port_collection.h"
 #include "sources/com_port_info.h"
 #include "support/ref_counted.h"
 
@@ -18,6 +19,11 @@ struct GPSSatellitesStateObject : GPSSatellites {};
 // A port handle is the port description itself.
 struct COMPortInfoObject : kavo::COMPortInfo {
   using COMPortInfo::COMPortInfo;
+};
+
+// A collection handle is a small holder of one reference to the collection.
+struct COMPortCollectionObject {
+  kavo::Ref<kavo::COMPortCollection> ports;
 };
 
 namespace kavo::api {
