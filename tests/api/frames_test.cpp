@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <climits>
 #include <new>
 #include <thread>
@@ -173,12 +174,24 @@ TEST_F(FrameTest, CreationReturnsTheHandleOrNullAndLeavesNothingBehind) {
 }
 
 TEST(LastErrorExport, IsPerThread) {
-  platform::SetLastError(160);
+  // Only atomics between the two threads: any system call may change a
+  // thread's last error, joining a thread included.
+  std::atomic<int> step{0};
   uint32_t seenElsewhere = 1;
-  std::thread other([&] { seenElsewhere = KavoMobileGPS_GetLastError(); });
-  other.join();
-  EXPECT_EQ(seenElsewhere, 0u);
+  std::thread other([&] {
+    while (step.load() != 1) {
+    }
+    seenElsewhere = KavoMobileGPS_GetLastError();
+    platform::SetLastError(87);
+    step = 2;
+  });
+  platform::SetLastError(160);
+  step = 1;
+  while (step.load() != 2) {
+  }
   EXPECT_EQ(KavoMobileGPS_GetLastError(), 160u);
+  other.join();
+  EXPECT_NE(seenElsewhere, 160u);
 }
 
 }  // namespace
