@@ -1,0 +1,129 @@
+#!/usr/bin/env bash
+# Runs every test tier of KavoMobileGPS, or the tiers named on the command
+# line, and prints how long each took and a closing "N passed, N failed"
+# line (tiers). Installs the Debian packages it needs when they are missing.
+#
+#   scripts/test-all.sh                  # every tier, in order
+#   scripts/test-all.sh native windows   # just these
+#   scripts/test-all.sh --list           # the tiers there are
+#
+# Environment: KAVOGPS_BUILD_ROOT (default <repo>/build) holds one build
+# folder per tier; KAVOGPS_JOBS (default 2) is the build and test
+# parallelism; KAVOGPS_NO_INSTALL=1 skips the package check.
+#
+# A tier is a function named tier_<name> ('-' in the name becomes '_') that
+# returns non-zero on failure; add it to ALL_TIERS to run it by default.
+set -u -o pipefail
+
+ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+BUILD_ROOT=${KAVOGPS_BUILD_ROOT:-$ROOT/build}
+JOBS=${KAVOGPS_JOBS:-2}
+ALL_TIERS=(native asan tsan windows)
+PACKAGES=(cmake ninja-build g++ clang libgtest-dev libgmock-dev googletest libbenchmark-dev
+          g++-mingw-w64-x86-64-posix wine wine64)
+export DEBIAN_FRONTEND=noninteractive
+
+say() { printf '==> %s\n' "$*"; }
+
+install_missing_packages() {
+  local missing=() p
+  for p in "${PACKAGES[@]}"; do
+    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+  done
+  [ ${#missing[@]} -eq 0 ] && return 0
+  say "installing: ${missing[*]}"
+  local sudo=()
+  if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || { echo "not root and no sudo: install ${missing[*]} by hand" >&2; return 1; }
+    sudo=(sudo -n)
+  fi
+  "${sudo[@]}" apt-get update -q </dev/null &&
+    "${sudo[@]}" apt-get install -y -q --no-install-recommends "${missing[@]}" </dev/null
+}
+
+# configure + build + ctest in BUILD_ROOT/<tier> from a configure preset.
+# Extra arguments go to ctest.
+build_and_test() {
+  local preset=$1 dir=$2
+  shift 2
+  cmake --preset "$preset" -B "$dir" </dev/null &&
+    cmake --build "$dir" -j "$JOBS" </dev/null &&
+    ctest --test-dir "$dir" -j "$JOBS" --output-on-failure --no-tests=error "$@" </dev/null
+}
+
+tier_native() { build_and_test debug "$BUILD_ROOT/native"; }
+
+tier_asan() {
+  ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=0} \
+  UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1} \
+    build_and_test asan "$BUILD_ROOT/asan"
+}
+
+tier_tsan() {
+  # ThreadSanitizer needs a memory layout that high address randomisation
+  # can break; run without randomisation where the system lets us.
+  local norandom=()
+  if command -v setarch >/dev/null && setarch "$(uname -m)" -R true 2>/dev/null; then
+    norandom=(setarch "$(uname -m)" -R)
+  fi
+  local dir=$BUILD_ROOT/tsan
+  cmake --preset tsan -B "$dir" </dev/null && cmake --build "$dir" -j "$JOBS" </dev/null &&
+    TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1 second_deadlock_stack=1} \
+      "${norandom[@]}" ctest --test-dir "$dir" -j "$JOBS" --output-on-failure --no-tests=error </dev/null
+}
+
+tier_windows() {
+  # Cross-built with mingw-w64; the tests run under Wine in a prefix inside
+  # the build folder, booted first and shut down afterwards.
+  local dir=$BUILD_ROOT/windows
+  cmake --preset windows -B "$dir" </dev/null && cmake --build "$dir" -j "$JOBS" </dev/null || return 1
+  export WINEPREFIX=$dir/wineprefix WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
+  mkdir -p "$WINEPREFIX"
+  wineboot -i >/dev/null 2>&1 </dev/null && wineserver -w || { echo "wineboot failed" >&2; return 1; }
+  local rc=0
+  ctest --test-dir "$dir" -j "$JOBS" --output-on-failure --no-tests=error </dev/null || rc=1
+  wineserver -k 2>/dev/null || true
+  unset WINEPREFIX
+  return $rc
+}
+
+main() {
+  local tiers=() t
+  for t in "$@"; do
+    case $t in
+      -h|--help) sed -n '2,15p' "${BASH_SOURCE[0]}" | sed 's/^# \{0,1\}//'; return 0 ;;
+      --list) printf '%s\n' "${ALL_TIERS[@]}"; return 0 ;;
+      *) declare -F "tier_${t//-/_}" >/dev/null || { echo "unknown tier '$t'; tiers: ${ALL_TIERS[*]}" >&2; return 2; }
+         tiers+=("$t") ;;
+    esac
+  done
+  [ ${#tiers[@]} -eq 0 ] && tiers=("${ALL_TIERS[@]}")
+
+  if [ "${KAVOGPS_NO_INSTALL:-0}" != 1 ]; then
+    install_missing_packages || { echo "package installation failed"; echo "0 passed, ${#tiers[@]} failed"; return 1; }
+  fi
+
+  local passed=0 failed=0 report=() start seconds
+  for t in "${tiers[@]}"; do
+    say "tier $t"
+    start=$(date +%s)
+    if (cd "$ROOT" && "tier_${t//-/_}"); then
+      seconds=$(($(date +%s) - start))
+      passed=$((passed + 1))
+      report+=("$(printf '%-12s passed  %5ds' "$t" "$seconds")")
+    else
+      seconds=$(($(date +%s) - start))
+      failed=$((failed + 1))
+      report+=("$(printf '%-12s FAILED  %5ds' "$t" "$seconds")")
+    fi
+    say "tier $t done in ${seconds}s"
+  done
+
+  echo
+  echo "Tiers:"
+  printf '  %s\n' "${report[@]}"
+  echo "$passed passed, $failed failed"
+  [ "$failed" -eq 0 ]
+}
+
+main "$@"
