@@ -1,0 +1,79 @@
+#include "ports/port_probe.h"
+
+#include "log/logger.h"
+#include "sources/serial_connection.h"
+
+namespace kavo {
+
+SharedEvent::SharedEvent() : event_(platform::Event::Create(true, false)) {
+  if (!event_) Raise(nullptr);
+}
+
+PortProbe::PortProbe(const COMPortInfo& port, Ref<SharedEvent> dataFound)
+    : record_(port.Name, COMPortInfo::kDefaultBaudRate, 0, 8, 0), dataFound_(std::move(dataFound)) {}
+
+platform::Thread& PortProbe::StartThread() {
+  AddRef();
+  thread_ = platform::Thread::Start(&ThreadProcedure, this);
+  if (!thread_) {
+    Release();
+    Raise(nullptr);
+  }
+  return *thread_;
+}
+
+uint32_t PortProbe::ThreadProcedure(void* self) {
+  auto* probe = static_cast<PortProbe*>(self);
+  probe->Run();
+  probe->Release();
+  return 0;
+}
+
+void PortProbe::Run() {
+  // A port that cannot be opened or read ends its probe; nothing leaves the
+  // thread, and the found flag stays clear.
+  try {
+    int result = ProbeAt(kFirstBaudRate);
+    success_ |= result;
+    // Silence at 4800 ends the probe: only a port that talks is worth
+    // hearing at other speeds.
+    if (result == kNotNmea) {
+      result = ProbeAt(kSecondBaudRate);
+      success_ |= result;
+      if (result == kNotNmea) {
+        result = ProbeAt(kThirdBaudRate);
+        success_ |= result;
+      }
+    }
+    if (result == kNmea) {
+      found_ = 1;
+      dataFound_->Get().Set();
+    }
+  } catch (...) {
+    found_ = 0;
+  }
+}
+
+int PortProbe::ProbeAt(uint32_t baudRate) {
+  record_.BaudRate = baudRate;
+  Ref<SerialConnection> connection(new SerialConnection);
+  CheckOrRaise(connection->Open(record_, &error_), &error_);
+
+  int result = kSilent;
+  char16_t text[kReadCapacity];
+  for (uint32_t attempt = 0; attempt < kAttempts; ++attempt) {
+    Logger::Instance().Format(u"Reading from port: %s\n", record_.Name);
+    uint32_t count = 0;
+    CheckOrRaise(connection->Read(text, kReadCapacity, &count, &error_), &error_);
+    if (count > 0) {
+      text[count] = 0;
+      Logger::Instance().Format(u"Data from port: %s\n", text);
+      if (Contains(WideView(text, count), u"$GP")) return kNmea;
+      result = kNotNmea;
+    }
+    platform::Sleep(kPauseMs);
+  }
+  return result;
+}
+
+}  // namespace kavo
