@@ -144,6 +144,13 @@ void GpsReadingThreadImpl::StopWatchdogThread() {
 }
 
 int GpsReadingThreadImpl::Stop() {
+  // The sink goes first: a stopping reader has nobody to hand text to, and
+  // a step without a sink takes no pause, so the reading thread ends as
+  // soon as its read returns instead of one pause later.
+  {
+    CriticalSectionLock::Guard guard(sinkLock_);
+    sink_.reset();
+  }
   StopWatchdogThread();
   int result = 0;
   uint32_t exitCode = 0;
@@ -151,10 +158,6 @@ int GpsReadingThreadImpl::Stop() {
     const bool gotCode = reading_->GetExitCode(&exitCode);
     // A reading thread that already ended is neither waited for nor closed.
     result = gotCode && exitCode == platform::kStillActive ? StopReadingThread() : gotCode;
-  }
-  {
-    CriticalSectionLock::Guard guard(sinkLock_);
-    sink_.reset();
   }
   running_ = 0;
   return result;
