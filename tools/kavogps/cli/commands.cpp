@@ -1,5 +1,7 @@
 #include "cli/commands.h"
 
+#include "cli/play_command.h"
+#include "cli/port_commands.h"
 #include "cli/simulate_command.h"
 
 namespace kavo::cli {
@@ -14,13 +16,26 @@ void PrintUsage(std::ostream& out) {
     name.resize(12, ' ');
     out << "  " << name << command.summary << '\n';
   }
-  out << "\nRun 'kavogps COMMAND --help' for the options of a command.\n";
+  out << "\nRun 'kavogps COMMAND --help' for the options of a command.\n\n" << kExitCodeHelp;
 }
 
 }  // namespace
 
+const char kExitCodeHelp[] =
+    "Exit status:\n"
+    "  0  done (also when interrupted with Ctrl+C)\n"
+    "  1  failed while working\n"
+    "  2  bad command line\n"
+    "  3  a file cannot be found, read or written, or holds no NMEA sentence\n"
+    "  4  the port is busy or does not exist\n"
+    "  5  no GPS receiver found\n";
+
 const std::vector<Command>& Commands() {
   static const std::vector<Command> commands = {
+      {"play", "play a recorded NMEA file and show what the library decodes", RunPlay},
+      {"ports", "list the serial ports with their settings", RunPorts},
+      {"find", "search the serial ports for a GPS receiver", RunFind},
+      {"monitor", "show what a GPS receiver on a port sends", RunMonitor},
       {"simulate", "simulate a GPS receiver: NMEA recordings or a live port", RunSimulate},
   };
   return commands;

@@ -1,0 +1,36 @@
+// What the tool needs from the console it runs in; per-OS files implement
+// it.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+
+namespace kavo::cli {
+
+// Whether standard output is a terminal that understands ANSI escapes
+// (switching them on where the console needs it).
+bool StandardOutputIsAnsiTerminal();
+bool StandardErrorIsTerminal();
+
+// The running program's own file.
+std::filesystem::path ExecutablePath();
+
+// Catches Ctrl+C (and, where there are signals, SIGTERM and SIGPIPE) for as
+// long as it lives, so that a session can stop cleanly. Create it before
+// the library starts its threads, so they never take the interruption.
+class InterruptWatch {
+ public:
+  InterruptWatch();
+  ~InterruptWatch();
+  InterruptWatch(const InterruptWatch&) = delete;
+  InterruptWatch& operator=(const InterruptWatch&) = delete;
+
+  // Waits up to `ms`; true once an interruption came.
+  bool Wait(uint32_t ms);
+
+ private:
+  struct State;
+  State* state_;
+};
+
+}  // namespace kavo::cli

@@ -1,0 +1,81 @@
+// Runs a started driver until its recording ends, its source fails or the
+// user interrupts, showing every change of what it decoded.
+//
+// The library's callbacks carry no context, so one session at a time is
+// active. Readings are taken on the library's reading thread from the
+// sentence callback, which runs for each recognised sentence before the
+// records are updated with that sentence's chunk of text: so every chunk's
+// outcome is read, even when the library's data notifications (at most one
+// per 100 ms) would fold several together. The data and status callbacks
+// and a poll every 50 ms add readings of the newest state; the session's
+// own thread drains them in order and hands each to the views.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "KavoMobileGPS.h"
+#include "cli/console.h"
+#include "cli/fix_track.h"
+#include "cli/live_view.h"
+#include "cli/reading.h"
+
+namespace kavo::cli {
+
+enum class SessionEnd {
+  kRecordingEnded,  // a recording was played to its end
+  kInterrupted,     // Ctrl+C, SIGTERM
+  kNoText,          // a recording gave no text the library could read
+  kSourceFailed,    // the source failed after it had delivered text
+  kOutputFailed,    // standard output (or the GPX file) could not be written
+};
+
+struct SessionOptions {
+  // Whether the session ends with its recording. The end shows as the
+  // driver status "no data": after the last line the playback delivers
+  // nothing, and the status turns once `endTimeoutMs` passed without text
+  // (GPSDriver_SetTimeoutInterval). A recording read to its end without a
+  // single recognised sentence never leaves "stopped or waiting", which
+  // `noTextMs` bounds.
+  bool endsWithRecording = false;
+  uint32_t endTimeoutMs = 3000;
+  uint32_t noTextMs = 0;
+};
+
+// The callbacks to create the session's driver with.
+GPSStatusCallback SessionStatusCallback();
+GPSDataCallback SessionDataCallback();
+GPSSentenceCallback SessionSentenceCallback();
+
+class DriverSession {
+ public:
+  DriverSession(GPSDriverHandle driver, SessionOptions options);
+  ~DriverSession();  // stops the driver when Run did not
+  DriverSession(const DriverSession&) = delete;
+  DriverSession& operator=(const DriverSession&) = delete;
+
+  void AddView(ReadingView* view) { views_.push_back(view); }
+  // Fixes go to `track` as readings arrive.
+  void SetTrack(FixTrack* track) { track_ = track; }
+  // Checked after each batch of readings; a failed output ends the session.
+  void WatchOutput(std::ostream* out) { outputs_.push_back(out); }
+
+  // Starts the driver and runs until the session ends; false with the
+  // library's last error when the driver cannot start.
+  bool Start(uint32_t* lastError);
+  SessionEnd Run(InterruptWatch& interrupt);
+  uint64_t SentencesSeen() const;
+
+ private:
+  void Deliver(const std::vector<Reading>& readings);
+  void Stop();
+
+  GPSDriverHandle driver_;
+  SessionOptions options_;
+  std::vector<ReadingView*> views_;
+  std::vector<std::ostream*> outputs_;
+  FixTrack* track_ = nullptr;
+  bool running_ = false;
+};
+
+}  // namespace kavo::cli

@@ -1,0 +1,56 @@
+// The fixes of a session, one per position and time the receiver reported,
+// with what a summary needs: their count, the distance along them and the
+// time they span.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "KavoMobileGPS.h"
+
+namespace kavo::cli {
+
+struct Fix {
+  double latitude = 0, longitude = 0;
+  std::optional<double> altitude;  // metres above mean sea level
+  std::string time;                // ISO 8601 UTC; empty without the receiver's date
+  std::string timeOfDay;           // empty when the receiver sent no time
+  double oleTime = 0;              // as the location record holds it
+  int32_t timeType = GPS_TIME_LOCAL_CLOCK;
+};
+
+// Great-circle distance in metres on a sphere of the Earth's mean radius.
+double GreatCircleMetres(double lat1, double lon1, double lat2, double lon2);
+
+class FixTrack {
+ public:
+  using Listener = std::function<void(const Fix& fix)>;
+  // `onFix` receives each fix once it is complete.
+  explicit FixTrack(Listener onFix = nullptr) : onFix_(std::move(onFix)) {}
+
+  // A location read from the driver. A sentence that repeats the position
+  // and time of the fix (RMC after GGA) completes it instead of adding one.
+  void Add(const GPSLocation& location);
+  // The last fix is complete: no more locations come.
+  void Finish();
+
+  uint64_t Count() const { return count_; }
+  double DistanceMetres() const { return distance_; }
+  // First and last fix times as the records hold them, when both came from
+  // the receiver.
+  bool TimeSpan(Fix* first, Fix* last) const;
+
+ private:
+  Listener onFix_;
+  std::optional<Fix> current_, first_, last_;
+  int64_t currentTimeMs_ = 0;
+  uint64_t count_ = 0;
+  double distance_ = 0;
+};
+
+// "Fixes: ..., distance ..., time span ..." as lines for people.
+std::string Summary(const FixTrack& track);
+
+}  // namespace kavo::cli

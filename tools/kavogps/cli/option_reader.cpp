@@ -1,0 +1,59 @@
+#include "cli/option_reader.h"
+
+#include <charconv>
+
+namespace kavo::cli {
+
+bool OptionReader::Next() {
+  if (next_ >= args_.size()) return false;
+  name_ = args_[next_++];
+  inlineValue_.reset();
+  const size_t equals = name_.find('=');
+  if (name_.rfind("--", 0) == 0 && equals != std::string::npos) {
+    inlineValue_ = name_.substr(equals + 1);
+    name_.resize(equals);
+  }
+  return true;
+}
+
+bool OptionReader::IsOption() const { return name_.size() > 1 && name_[0] == '-'; }
+
+bool OptionReader::Value(std::string* value) {
+  if (inlineValue_) {
+    *value = *inlineValue_;
+  } else if (next_ < args_.size()) {
+    *value = args_[next_++];
+  } else {
+    error_ = "option " + name_ + " needs a value";
+    return false;
+  }
+  if (!value->empty()) return true;
+  error_ = "option " + name_ + " needs a value";
+  return false;
+}
+
+bool OptionReader::Flag(bool* flag) {
+  if (inlineValue_) {
+    error_ = "option " + name_ + " takes no value";
+    return false;
+  }
+  *flag = true;
+  return true;
+}
+
+bool OptionReader::Number(int64_t min, int64_t max, const char* expected, int64_t* value) {
+  std::string text;
+  if (!Value(&text)) return false;
+  const char* end = text.data() + text.size();
+  const auto result = std::from_chars(text.data(), end, *value);
+  if (result.ec == std::errc() && result.ptr == end && *value >= min && *value <= max) return true;
+  error_ = "invalid value '" + text + "' for " + name_ + ": expected " + expected;
+  return false;
+}
+
+bool OptionReader::Unknown() {
+  error_ = (IsOption() ? "unknown option '" : "unexpected argument '") + name_ + "'";
+  return false;
+}
+
+}  // namespace kavo::cli

@@ -1,0 +1,162 @@
+#include "cli/play_command.h"
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "cli/bundled_data.h"
+#include "cli/gps_library.h"
+#include "cli/option_reader.h"
+#include "cli/session_output.h"
+
+namespace kavo::cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+void PrintHelp(std::ostream& out) {
+  out << "Usage: kavogps play [FILE] [OPTIONS]\n\n"
+         "Plays a recorded NMEA file through the library, one line per interval, as if\n"
+         "a receiver were attached, and shows what it decodes: on a terminal a screen\n"
+         "updated in place, otherwise one line per change. Without FILE it plays the\n"
+         "bundled recording "
+      << kDefaultRecording
+      << ". At the end of the recording it stops and prints the number of\n"
+         "fixes, the distance travelled and the time they span.\n\n"
+         "Options:\n"
+         "  --interval MS   milliseconds per line, 1 to 60000 (default 100: a receiver\n"
+         "                  sending 7 lines a second plays a little faster than real time)\n"
+         "  --repeat        start again at the end, until interrupted (Ctrl+C)\n"
+         "  --json          write JSON lines instead: TPV and SKY objects as a GPS\n"
+         "                  daemon's clients read them (the summary goes to standard error)\n"
+         "  --gpx FILE      also write the track of fixes to FILE as GPX 1.1\n"
+         "  -h, --help      show this help\n\n"
+      << kExitCodeHelp;
+}
+
+// Why `path` cannot be played, or empty when it can.
+std::string Unreadable(const fs::path& path) {
+  std::error_code error;
+  const fs::file_status status = fs::status(path, error);
+  if (!fs::exists(status)) return "no such file";
+  if (fs::is_directory(status)) return "it is a folder, not a file";
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return std::string("cannot be read: ") + std::strerror(errno);
+  return {};
+}
+
+std::string FolderList() {
+  std::string list;
+  for (const fs::path& folder : BundledDataFolders()) list += (list.empty() ? "" : ", ") + folder.string();
+  return list;
+}
+
+}  // namespace
+
+bool ParsePlayArguments(const Arguments& args, PlaySettings* s, std::string* error) {
+  OptionReader reader(args);
+  bool ok = true;
+  while (ok && reader.Next()) {
+    const std::string& name = reader.Name();
+    if (name == "-h" || name == "--help") ok = reader.Flag(&s->help);
+    else if (name == "--interval") ok = reader.Number(1, kMaxIntervalMs, "milliseconds per line from 1 to 60000", &s->intervalMs);
+    else if (name == "--repeat") ok = reader.Flag(&s->repeat);
+    else if (name == "--json") ok = reader.Flag(&s->json);
+    else if (name == "--gpx") ok = reader.Value(&s->gpx);
+    else if (!reader.IsOption() && s->file.empty()) s->file = name;
+    else ok = reader.Unknown();
+  }
+  if (!ok) *error = reader.Error();
+  return ok;
+}
+
+uint32_t EndTimeoutMs(int64_t intervalMs) { return static_cast<uint32_t>(2 * intervalMs + 1000); }
+
+int RunPlay(const Arguments& args, std::ostream& out, std::ostream& err) {
+  PlaySettings settings;
+  std::string error;
+  if (!ParsePlayArguments(args, &settings, &error)) {
+    err << "kavogps play: " << error << "\nRun 'kavogps play --help' for the options.\n";
+    return kExitUsage;
+  }
+  if (settings.help) {
+    PrintHelp(out);
+    return kExitOk;
+  }
+
+  fs::path file = settings.file;
+  if (file.empty()) {
+    file = FindBundledFile(kDefaultRecording);
+    if (file.empty()) {
+      err << "kavogps play: the bundled recording " << kDefaultRecording << " was not found (looked in "
+          << FolderList() << "); name a recording to play\n";
+      return kExitFile;
+    }
+  }
+  const std::string shown = settings.file.empty() ? file.string() : settings.file;
+  const std::string problem = Unreadable(file);
+  if (!problem.empty()) {
+    err << "kavogps play: '" << shown << "': " << problem << '\n';
+    return kExitFile;
+  }
+
+  SessionOutput output(out, err,
+                       {settings.json, settings.gpx, shown,
+                        "kavogps play " + shown + "  (" + std::to_string(settings.intervalMs) + " ms per line" +
+                            (settings.repeat ? ", repeating" : "") + "; Ctrl+C stops)"});
+  if (!output.OpenTrackFile(&error)) {
+    err << "kavogps play: " << error << '\n';
+    return kExitFile;
+  }
+
+  InterruptWatch interrupt;  // before the library starts any thread
+  const LibraryText path = ToLibraryText(file.string());
+  const DriverPtr driver(GPSDriver_CreateFromFile(path.c_str(), static_cast<int32_t>(settings.intervalMs),
+                                                  settings.repeat ? 1 : 0, SessionStatusCallback(),
+                                                  SessionDataCallback(), SessionSentenceCallback()));
+  if (!driver) {
+    err << "kavogps play: the library could not open '" << shown << "' (error "
+        << KavoMobileGPS_GetLastError() << ")\n";
+    output.Abandon();
+    return kExitFile;
+  }
+  const uint32_t endTimeout = EndTimeoutMs(settings.intervalMs);
+  GPSDriver_SetTimeoutInterval(driver.get(), static_cast<int32_t>(endTimeout));
+
+  SessionOptions options;
+  options.endsWithRecording = !settings.repeat;
+  options.endTimeoutMs = endTimeout;
+  options.noTextMs = 3000 + endTimeout + 1000;
+  DriverSession session(driver.get(), options);
+  output.Attach(session);
+  uint32_t code = 0;
+  if (!session.Start(&code)) {
+    err << "kavogps play: the library could not start playing '" << shown << "' (error " << code << ")\n";
+    output.Abandon();
+    return kExitFailure;
+  }
+  const SessionEnd end = session.Run(interrupt);
+
+  if (end == SessionEnd::kOutputFailed) {
+    output.Abandon();
+    err << "kavogps play: writing the output failed\n";
+    return kExitFailure;
+  }
+  const bool interrupted = end == SessionEnd::kInterrupted;
+  if (end == SessionEnd::kSourceFailed || (!interrupted && session.SentencesSeen() == 0)) {
+    // Nothing trustworthy to keep: no track file is left behind.
+    output.Abandon();
+    err << "kavogps play: '" << shown
+        << (end == SessionEnd::kSourceFailed ? "': reading it failed while playing it\n"
+                                             : "' holds no NMEA sentence the library recognises\n");
+    return kExitFile;
+  }
+  if (!output.Finish(interrupted ? "Interrupted." : "End of recording.", &error)) {
+    err << "kavogps play: " << error << '\n';
+    return kExitFile;
+  }
+  return kExitOk;
+}
+
+}  // namespace kavo::cli

@@ -1,0 +1,33 @@
+// `kavogps play`: plays a recorded NMEA file through the library, as if a
+// receiver were attached, and shows what it decodes.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "cli/commands.h"
+
+namespace kavo::cli {
+
+struct PlaySettings {
+  std::string file;  // empty: the bundled walk.nmea
+  int64_t intervalMs = 100;
+  bool repeat = false;
+  bool json = false;
+  std::string gpx;  // empty: no track file
+  bool help = false;
+};
+
+constexpr int64_t kMaxIntervalMs = 60000;
+constexpr const char* kDefaultRecording = "walk.nmea";
+
+bool ParsePlayArguments(const Arguments& args, PlaySettings* settings, std::string* error);
+
+// How long after its last line the end of a recording shows: the gap
+// between lines is one interval (a little more when the machine is busy),
+// so twice that and a second more never cuts a recording short.
+uint32_t EndTimeoutMs(int64_t intervalMs);
+
+int RunPlay(const Arguments& args, std::ostream& out, std::ostream& err);
+
+}  // namespace kavo::cli

@@ -1,0 +1,24 @@
+// The commands about serial ports: `kavogps ports` lists them,
+// `kavogps find` searches them for a GPS receiver, `kavogps monitor` shows
+// what a receiver on one of them sends.
+#pragma once
+
+#include <string>
+
+#include "cli/commands.h"
+#include "cli/gps_library.h"
+
+namespace kavo::cli {
+
+int RunPorts(const Arguments& args, std::ostream& out, std::ostream& err);
+int RunFind(const Arguments& args, std::ostream& out, std::ostream& err);
+int RunMonitor(const Arguments& args, std::ostream& out, std::ostream& err);
+
+// The speeds a port description accepts, as a message lists them.
+extern const char kBaudRates[];
+
+// "none", "odd"... and "1", "1.5", "2" for the parameter codes.
+const char* ParityName(int32_t parity);
+const char* StopBitsName(int32_t stopBits);
+
+}  // namespace kavo::cli

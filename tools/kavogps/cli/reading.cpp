@@ -1,0 +1,96 @@
+#include "cli/reading.h"
+
+#include <cmath>
+#include <cstdio>
+
+#include "cli/gps_library.h"
+
+namespace kavo::cli {
+
+bool TakeReading(GPSDriverHandle driver, Reading* reading) {
+  reading->status = GPSDriver_GetStatus(driver);
+  if (!GPSDriver_GetLocation(driver, &reading->location)) return false;
+  const SatellitesPtr state(GPSDriver_GetSatellitesInfo(driver));
+  if (!state) return false;
+  const int32_t count = GPSSatellitesState_GetVisibleSatellitesCount(state.get());
+  reading->satellites.clear();
+  for (int32_t i = 0; i < count; ++i) {
+    GPSSatellite satellite{};
+    if (GPSSatellitesState_GetSatellite(state.get(), i, &satellite)) reading->satellites.push_back(satellite);
+  }
+  return true;
+}
+
+const char* StatusWords(int32_t status) {
+  switch (status) {
+    case GPS_STATUS_RECEIVING: return "receiving NMEA";
+    case GPS_STATUS_TIMEOUT: return "no data";
+    case GPS_STATUS_STOPPED: return "stopped or waiting for data";
+    case GPS_STATUS_NO_SENTENCE: return "text without NMEA sentences";
+    case GPS_STATUS_PARSE_ERROR: return "parser error";
+    default: return "unknown status";
+  }
+}
+
+bool Has(const GPSLocation& location, uint32_t validFlag) {
+  return (location.ValidFlags & validFlag) == validFlag;
+}
+
+bool HasPosition(const GPSLocation& location) { return Has(location, GPS_VALID_POSITION); }
+
+bool HasFix(const GPSLocation& location) { return HasPosition(location) && location.FixQuality > 0; }
+
+int FixMode(const GPSLocation& location) {
+  if (!HasFix(location)) return 1;
+  return Has(location, GPS_VALID_ALTITUDE) ? 3 : 2;
+}
+
+const char* FixQualityWords(int32_t quality) {
+  static const char* const words[] = {"no fix",    "GPS fix",   "DGPS fix",   "PPS fix",   "RTK fixed",
+                                      "RTK float", "estimated", "manual input", "simulated"};
+  return quality >= 0 && quality <= 8 ? words[quality] : "unknown fix quality";
+}
+
+double Degrees(double radians) { return radians * (180.0 / 3.14159265358979323846); }
+
+bool FromOleDate(double date, UtcTime* time) {
+  // Day 25569 is 1 January 1970; days count from there in the civil
+  // calendar (Howard Hinnant's days-to-date).
+  if (!std::isfinite(date) || date < 1.0 || date >= 2958466.0) return false;
+  const long long totalMs = std::llround(date * 86400000.0);
+  long long days = totalMs / 86400000 - 25569;
+  long long ms = totalMs % 86400000;
+  time->hour = static_cast<int>(ms / 3600000);
+  time->minute = static_cast<int>(ms / 60000 % 60);
+  time->second = static_cast<int>(ms / 1000 % 60);
+  time->millisecond = static_cast<int>(ms % 1000);
+  days += 719468;
+  const long long era = (days >= 0 ? days : days - 146096) / 146097;
+  const long long dayOfEra = days - era * 146097;
+  const long long yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
+  const long long dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
+  const long long monthIndex = (5 * dayOfYear + 2) / 153;
+  time->day = static_cast<int>(dayOfYear - (153 * monthIndex + 2) / 5 + 1);
+  time->month = static_cast<int>(monthIndex < 10 ? monthIndex + 3 : monthIndex - 9);
+  time->year = static_cast<int>(yearOfEra + era * 400 + (time->month <= 2 ? 1 : 0));
+  return true;
+}
+
+std::string IsoTime(const GPSLocation& location) {
+  UtcTime t;
+  if (location.TimeType != GPS_TIME_FULL || !FromOleDate(location.Time, &t)) return {};
+  char text[40];
+  std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", t.year, t.month, t.day, t.hour,
+                t.minute, t.second, t.millisecond);
+  return text;
+}
+
+std::string TimeOfDay(const GPSLocation& location) {
+  UtcTime t;
+  if (location.TimeType == GPS_TIME_LOCAL_CLOCK || !FromOleDate(location.Time, &t)) return {};
+  char text[24];
+  std::snprintf(text, sizeof text, "%02d:%02d:%02d", t.hour, t.minute, t.second);
+  return text;
+}
+
+}  // namespace kavo::cli

@@ -1,0 +1,48 @@
+// What play and monitor share around a driver session: the views chosen
+// for the output, the optional GPX track, and the summary at the end.
+#pragma once
+
+#include <memory>
+#include <ostream>
+#include <string>
+
+#include "cli/driver_session.h"
+#include "cli/fix_track.h"
+#include "cli/gpx_writer.h"
+#include "cli/live_view.h"
+
+namespace kavo::cli {
+
+struct OutputChoice {
+  bool json = false;
+  std::string gpxPath;  // empty: none
+  std::string device;   // names the source in JSON
+  std::string title;    // heads the live screen
+};
+
+class SessionOutput {
+ public:
+  // `out` is the tool's standard output; a live screen is drawn when it is
+  // the process's terminal.
+  SessionOutput(std::ostream& out, std::ostream& err, OutputChoice choice);
+
+  // Creates the GPX file when one was asked for; false with a message.
+  bool OpenTrackFile(std::string* error);
+  // Connects the views and the track to `session`.
+  void Attach(DriverSession& session);
+  // Completes the track file and prints the summary under `heading`;
+  // false with a message when the track file could not be written.
+  bool Finish(const std::string& heading, std::string* error);
+  // Removes a track file that will not be completed.
+  void Abandon() { gpx_.Abandon(); }
+
+ private:
+  std::ostream& out_;
+  std::ostream& err_;
+  OutputChoice choice_;
+  GpxWriter gpx_;
+  FixTrack track_;
+  std::unique_ptr<ReadingView> view_;
+};
+
+}  // namespace kavo::cli

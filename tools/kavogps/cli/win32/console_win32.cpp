@@ -1,0 +1,72 @@
+#include <windows.h>
+
+#include <io.h>
+
+#include <atomic>
+#include <cstdio>
+
+#include "cli/console.h"
+
+namespace kavo::cli {
+namespace {
+
+// The console's control handler runs on a thread of its own; the event
+// wakes the session's wait.
+std::atomic<HANDLE> interruptEvent{nullptr};
+
+BOOL WINAPI OnConsoleControl(DWORD type) {
+  if (type != CTRL_C_EVENT && type != CTRL_BREAK_EVENT && type != CTRL_CLOSE_EVENT) return FALSE;
+  const HANDLE event = interruptEvent.load();
+  if (!event) return FALSE;
+  SetEvent(event);
+  return TRUE;
+}
+
+}  // namespace
+
+bool StandardOutputIsAnsiTerminal() {
+  if (!_isatty(_fileno(stdout))) return false;
+  const HANDLE console = GetStdHandle(STD_OUTPUT_HANDLE);
+  DWORD mode = 0;
+  if (!GetConsoleMode(console, &mode)) return false;
+  return SetConsoleMode(console, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
+}
+
+bool StandardErrorIsTerminal() { return _isatty(_fileno(stderr)) != 0; }
+
+std::filesystem::path ExecutablePath() {
+  wchar_t path[MAX_PATH];
+  const DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
+  if (length == 0 || length >= MAX_PATH) return {};
+  return std::filesystem::path(path);
+}
+
+struct InterruptWatch::State {
+  HANDLE event = nullptr;
+  bool interrupted = false;
+};
+
+InterruptWatch::InterruptWatch() : state_(new State) {
+  state_->event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  interruptEvent.store(state_->event);
+  if (state_->event) SetConsoleCtrlHandler(OnConsoleControl, TRUE);
+}
+
+InterruptWatch::~InterruptWatch() {
+  if (state_->event) {
+    SetConsoleCtrlHandler(OnConsoleControl, FALSE);
+    interruptEvent.store(nullptr);
+    CloseHandle(state_->event);
+  }
+  delete state_;
+}
+
+bool InterruptWatch::Wait(uint32_t ms) {
+  if (!state_->interrupted && state_->event)
+    state_->interrupted = WaitForSingleObject(state_->event, ms) == WAIT_OBJECT_0;
+  else if (!state_->interrupted)
+    Sleep(ms);
+  return state_->interrupted;
+}
+
+}  // namespace kavo::cli
