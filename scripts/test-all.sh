@@ -20,7 +20,7 @@ BUILD_ROOT=${KAVOGPS_BUILD_ROOT:-$ROOT/build}
 JOBS=${KAVOGPS_JOBS:-2}
 ALL_TIERS=(native asan tsan windows)
 PACKAGES=(cmake ninja-build g++ clang libgtest-dev libgmock-dev googletest libbenchmark-dev
-          g++-mingw-w64-x86-64-posix wine wine64)
+          g++-mingw-w64-x86-64-posix wine wine64 gpsbabel pkg-config)
 export DEBIAN_FRONTEND=noninteractive
 
 say() { printf '==> %s\n' "$*"; }

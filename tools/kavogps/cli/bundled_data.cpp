@@ -17,7 +17,7 @@ std::vector<std::filesystem::path> BundledDataFolders() {
 std::filesystem::path FindBundledFile(const std::string& name) {
   for (const std::filesystem::path& folder : BundledDataFolders()) {
     std::error_code error;
-    if (std::filesystem::is_regular_file(folder / name, error)) return folder / name;
+    if (std::filesystem::is_regular_file(folder / name, error)) return (folder / name).make_preferred();
   }
   return {};
 }
