@@ -18,7 +18,7 @@ set -u -o pipefail
 ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 BUILD_ROOT=${KAVOGPS_BUILD_ROOT:-$ROOT/build}
 JOBS=${KAVOGPS_JOBS:-2}
-ALL_TIERS=(native asan tsan windows)
+ALL_TIERS=(native asan tsan windows fuzz bench-smoke)
 PACKAGES=(cmake ninja-build g++ clang libgtest-dev libgmock-dev googletest libbenchmark-dev
           g++-mingw-w64-x86-64-posix wine wine64 gpsbabel pkg-config)
 export DEBIAN_FRONTEND=noninteractive
@@ -51,7 +51,15 @@ build_and_test() {
     ctest --test-dir "$dir" -j "$JOBS" --output-on-failure --no-tests=error "$@" </dev/null
 }
 
-tier_native() { build_and_test debug "$BUILD_ROOT/native"; }
+# The number parser must not follow the process locale; a test proves it
+# under a comma-decimal locale, which is generated here when missing.
+ensure_comma_locale() {
+  locale -a 2>/dev/null | grep -qi '^de_DE\.utf-\?8$' && return 0
+  command -v localedef >/dev/null || return 0
+  localedef -i de_DE -f UTF-8 de_DE.UTF-8 </dev/null >/dev/null 2>&1 || true
+}
+
+tier_native() { ensure_comma_locale; build_and_test debug "$BUILD_ROOT/native"; }
 
 tier_asan() {
   ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=0} \
@@ -85,6 +93,30 @@ tier_windows() {
   wineserver -k 2>/dev/null || true
   unset WINEPREFIX
   return $rc
+}
+
+tier_fuzz() {
+  # Each libFuzzer target for a bounded time under ASan+UBSan, from the
+  # committed seed corpus; a crash, a leak or a sanitizer report fails.
+  local dir=$BUILD_ROOT/fuzz seconds=${KAVOGPS_FUZZ_SECONDS:-30} t
+  cmake --preset fuzz -B "$dir" </dev/null &&
+    cmake --build "$dir" -j "$JOBS" --target fuzz_chunk_path fuzz_conversions </dev/null || return 1
+  for t in chunk_path conversions; do
+    mkdir -p "$dir/corpus-$t"
+    ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
+      "$dir/fuzz/fuzz_$t" -max_total_time="$seconds" -print_final_stats=1 \
+      "$dir/corpus-$t" "fuzz/corpus/$t" </dev/null 2>&1 | tail -n 15 || return 1
+  done
+}
+
+tier_bench_smoke() {
+  # The benchmarks run briefly, to show they still work; the figures are
+  # for people, not a pass mark.
+  local dir=$BUILD_ROOT/release
+  cmake --preset release -B "$dir" </dev/null &&
+    cmake --build "$dir" -j "$JOBS" --target bench_chunk_path bench_driver </dev/null &&
+    "$dir/bench/bench_chunk_path" --smoke </dev/null &&
+    "$dir/bench/bench_driver" --smoke </dev/null 2>/dev/null
 }
 
 main() {
