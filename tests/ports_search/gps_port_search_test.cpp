@@ -9,6 +9,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -268,6 +269,33 @@ TEST(ScriptedProbe, ProbeThatOutlivesTheWaitCountsAsNotFoundAndEndsByItself) {
   // the port.
   EXPECT_TRUE(Eventually([&] { return Count(log.Text(), u"Data from port: $GPGGA") == 1; }));
   EXPECT_TRUE(Eventually([&] { return Count(log.Text(), u"Handle was closed successfuly") >= 1; }));
+}
+
+// A Linux machine with a USB receiver and no hive file: the ports come from
+// sysfs (modelled here) and the device files from the device folder.
+TEST(PortSearchOnSysfs, UsbReceiverIsFoundWithoutAHiveFile) {
+  namespace fs = std::filesystem;
+  test::FastClock clock(20);
+  auto gps = Receiver(4800);
+  test::TempDir sysfs, dev;
+  const fs::path tty = fs::path(sysfs.Path()) / "class" / "tty" / "ttyACM0";
+  const fs::path usb = fs::path(sysfs.Path()) / "devices" / "usb1" / "1-1" / "1-1:1.0";
+  fs::create_directories(tty);
+  fs::create_directories(usb);
+  fs::create_directory_symlink(usb, tty / "device");
+  fs::create_symlink(gps->DevicePath(), fs::path(dev.Path()) / "ttyACM0");
+  unsetenv("KAVOGPS_REGISTRY");
+  setenv("KAVOGPS_SYSFS_ROOT", sysfs.Path().c_str(), 1);
+  setenv("KAVOGPS_DEV_ROOT", dev.Path().c_str(), 1);
+  platform::posix::ReloadRegistry();
+
+  const Found found = Search();
+  EXPECT_EQ(found.name, "COM1:");
+  EXPECT_EQ(found.params.BaudRate, 4800);
+
+  unsetenv("KAVOGPS_SYSFS_ROOT");
+  unsetenv("KAVOGPS_DEV_ROOT");
+  platform::posix::ReloadRegistry();
 }
 
 TEST_F(PortSearch, FoundPortDrivesAReceiverEndToEnd) {

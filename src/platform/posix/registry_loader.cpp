@@ -41,8 +41,9 @@ RegistryHive LoadRegistryHive(std::u16string* report) {
   const char* file = std::getenv("KAVOGPS_REGISTRY");
   if (file && *file) return LoadFromFile(file, report);
   const char* sysfs = std::getenv("KAVOGPS_SYSFS_ROOT");
+  const char* dev = std::getenv("KAVOGPS_DEV_ROOT");
   RegistryHive hive;
-  AddSerialDevicesFromSysfs(sysfs && *sysfs ? sysfs : "/sys", hive);
+  AddSerialDevicesFromSysfs(sysfs && *sysfs ? sysfs : "/sys", hive, dev && *dev ? dev : "/dev");
   return hive;
 }
 

@@ -1,7 +1,7 @@
 // Where the POSIX registry comes from: the .reg file named by the
 // environment variable KAVOGPS_REGISTRY when it is set, else the machine's
 // serial devices as sysfs shows them under KAVOGPS_SYSFS_ROOT (default
-// /sys).
+// /sys), with their device files under KAVOGPS_DEV_ROOT (default /dev).
 #pragma once
 
 #include <string>

@@ -93,7 +93,7 @@ void SetString(RegistryNode& key, const char16_t* name, const std::string& utf8)
 
 }  // namespace
 
-void AddSerialDevicesFromSysfs(const std::string& sysfsRoot, RegistryHive& hive) {
+void AddSerialDevicesFromSysfs(const std::string& sysfsRoot, RegistryHive& hive, const std::string& devRoot) {
   const auto machine = hive.Root(registry::kLocalMachine);
   const auto active = RegistryHive::Create(machine, u"Drivers\\Active", nullptr);
   const auto portMap = RegistryHive::Create(machine, u"Hardware\\DeviceMap\\SerialComm", nullptr);
@@ -113,7 +113,7 @@ void AddSerialDevicesFromSysfs(const std::string& sysfsRoot, RegistryHive& hive)
     const std::string number = std::to_string(i + 1);
     const std::string entryName = (i + 1 < 10 ? "0" : "") + number;
     const std::string driverKey = "Drivers\\Serial\\" + device.name;
-    const std::string path = "/dev/" + device.name;
+    const std::string path = devRoot + "/" + device.name;
 
     const auto entry = RegistryHive::Create(active, Utf8ToUtf16(entryName), nullptr);
     SetString(*entry, u"Name", "COM" + number + ":");

@@ -17,6 +17,8 @@ namespace kavo::platform::posix {
 //                                   "Bluetooth ..." for rfcomm), "Device"
 //   HKLM\Hardware\DeviceMap\SerialComm  "/dev/<tty>"="COMn"
 // The active drivers key exists even when no device was found.
-void AddSerialDevicesFromSysfs(const std::string& sysfsRoot, RegistryHive& hive);
+// `devRoot` is where the device files are (/dev on a real machine).
+void AddSerialDevicesFromSysfs(const std::string& sysfsRoot, RegistryHive& hive,
+                               const std::string& devRoot = "/dev");
 
 }  // namespace kavo::platform::posix
