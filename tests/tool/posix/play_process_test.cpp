@@ -52,16 +52,6 @@ TEST(KavogpsPlayProgram, InterruptedItStopsCleanlyWithItsSummaryAndTrack) {
   }
 }
 
-TEST(KavogpsPlayProgram, ProblemsGoToStandardErrorWithTheirExitCode) {
-  ToolRun run = RunToolProcess({"play", "/nonexistent/walk.nmea"});
-  EXPECT_EQ(run.code, 3);
-  EXPECT_EQ(run.out, "");
-  EXPECT_TRUE(Contains(run.err, "no such file")) << run.err;
-  run = RunToolProcess({"play", "--interval", "-5"});
-  EXPECT_EQ(run.code, 2);
-  EXPECT_TRUE(Contains(run.err, "Run 'kavogps play --help'")) << run.err;
-}
-
 TEST(KavogpsPlayProgram, GpxTrackReadsBackInGpsbabelAsTheFixesReported) {
   if (CommandOutput("command -v gpsbabel").empty()) GTEST_SKIP() << "gpsbabel is not installed (apt-get install gpsbabel)";
   ScratchDir dir;
