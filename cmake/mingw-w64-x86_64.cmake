@@ -11,9 +11,10 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 # Every program runs through wine-run.sh in a Wine prefix of the build's own
-# (KAVOGPS_WINEPREFIX), so tests never touch the user's ~/.wine.
+# (KAVOGPS_WINEPREFIX), so tests never touch the user's ~/.wine, and finds
+# KavoMobileGPS.dll in the build folder.
 find_program(KAVOGPS_WINE NAMES wine REQUIRED)
 if(NOT KAVOGPS_WINEPREFIX)
   set(KAVOGPS_WINEPREFIX "${CMAKE_BINARY_DIR}/wineprefix" CACHE PATH "Wine prefix the Windows tests run in")
 endif()
-set(CMAKE_CROSSCOMPILING_EMULATOR "${CMAKE_CURRENT_LIST_DIR}/wine-run.sh;${KAVOGPS_WINEPREFIX}")
+set(CMAKE_CROSSCOMPILING_EMULATOR "${CMAKE_CURRENT_LIST_DIR}/wine-run.sh;${KAVOGPS_WINEPREFIX};${CMAKE_BINARY_DIR}")

@@ -1,12 +1,18 @@
 #!/bin/sh
-# Runs one Windows program under Wine for ctest: in the prefix named by the
-# first argument, without Wine's debug chatter, and with the prefix booted
-# once before the first program (tests start in parallel, hence the lock).
-# `wineserver -k` with the same WINEPREFIX shuts the prefix down afterwards.
+# Runs one Windows program under Wine for ctest:
+#   wine-run.sh PREFIX DLL-FOLDER PROGRAM [ARGS...]
+# in the Wine prefix PREFIX, without Wine's debug chatter, finding the
+# library's DLL in DLL-FOLDER (on the search path, as an installed DLL would
+# be), and with the prefix booted once before the first program (tests start
+# in parallel, hence the lock). `wineserver -k` with the same WINEPREFIX
+# shuts the prefix down afterwards.
 set -e
 prefix=$1
-shift
+dlls=$2
+shift 2
 export WINEPREFIX="$prefix" WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
+# Wine shows the host's root as drive Z:.
+export WINEPATH="Z:$(printf '%s' "$dlls" | tr / '\\')${WINEPATH:+;$WINEPATH}"
 if [ ! -f "$prefix/system.reg" ]; then
   mkdir -p "$prefix"
   exec 9>"$prefix.lock"
