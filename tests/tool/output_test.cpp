@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <algorithm>
 #include <regex>
+#include <sstream>
 
 #include "cli/fix_track.h"
 #include "cli/gpx_writer.h"
@@ -151,6 +153,16 @@ TEST(LiveView, ScreenShowsTheFixInPeoplesUnits) {
     EXPECT_NE(screen.find(piece), std::string::npos) << piece << " in\n" << screen;
   EXPECT_EQ(SignalBar(0), "[          ]");
   EXPECT_EQ(SignalBar(99), "[##########]");
+
+  // On a terminal of 6 rows the screen keeps to 5 lines, or it would scroll.
+  std::ostringstream out;
+  TerminalView view(out, "title", [] { return 6; });
+  view.Show(reading);
+  view.Close();
+  const std::string frame = out.str();
+  EXPECT_EQ(std::count(frame.begin(), frame.end(), '\n'), 5) << frame;
+  EXPECT_EQ(frame.rfind("\x1b[2J\x1b[H" "title\x1b[K\n", 0), 0u) << frame;
+  EXPECT_NE(frame.find("Position    48.500000 N  11.250000 W\x1b[K\n\x1b[J"), std::string::npos) << frame;
 }
 
 }  // namespace

@@ -11,6 +11,8 @@ namespace kavo::cli {
 // (switching them on where the console needs it).
 bool StandardOutputIsAnsiTerminal();
 bool StandardErrorIsTerminal();
+// The rows of the terminal standard output shows, or 0 when unknown.
+int StandardOutputRows();
 
 // The running program's own file.
 std::filesystem::path ExecutablePath();

@@ -104,8 +104,10 @@ void TerminalView::Draw() {
   // screen changes in place without flicker.
   std::string frame = started_ ? "\x1b[H" : "\x1b[2J\x1b[H";
   const std::string screen = RenderScreen(latest_, title_);
+  // One row is left free for the cursor after the last line.
+  int rowsLeft = rows_ && rows_() > 1 ? rows_() - 1 : -1;
   size_t start = 0;
-  for (size_t end; (end = screen.find('\n', start)) != std::string::npos; start = end + 1)
+  for (size_t end; rowsLeft != 0 && (end = screen.find('\n', start)) != std::string::npos; start = end + 1, --rowsLeft)
     frame += screen.substr(start, end - start) + "\x1b[K\n";
   out_ << frame << "\x1b[J" << std::flush;
   started_ = true;

@@ -27,10 +27,13 @@ class ReadingView {
   virtual void Close() {}
 };
 
-// Redraws at most ten times a second, from the top of the screen.
+// Redraws at most ten times a second, from the top of the screen. The
+// screen is cut to the terminal's height (`rows`, 0 when unknown): a
+// screen taller than the terminal would scroll instead of staying in place.
 class TerminalView : public ReadingView {
  public:
-  TerminalView(std::ostream& out, std::string title) : out_(out), title_(std::move(title)) {}
+  TerminalView(std::ostream& out, std::string title, int (*rows)() = nullptr)
+      : out_(out), title_(std::move(title)), rows_(rows) {}
   void Show(const Reading& reading) override;
   void Tick() override;
   void Close() override;
@@ -39,6 +42,7 @@ class TerminalView : public ReadingView {
   void Draw();
   std::ostream& out_;
   std::string title_;
+  int (*rows_)();
   Reading latest_;
   bool pending_ = false, started_ = false;
   std::chrono::steady_clock::time_point lastDraw_{};

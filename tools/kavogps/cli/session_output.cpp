@@ -8,9 +8,12 @@ namespace kavo::cli {
 
 SessionOutput::SessionOutput(std::ostream& out, std::ostream& err, OutputChoice choice)
     : out_(out), err_(err), choice_(std::move(choice)), track_([this](const Fix& fix) { gpx_.Add(fix); }) {
-  if (choice_.json) view_ = std::make_unique<JsonView>(out_, choice_.device);
-  else if (&out_ == &std::cout && StandardOutputIsAnsiTerminal()) view_ = std::make_unique<TerminalView>(out_, choice_.title);
-  else view_ = std::make_unique<LineView>(out_);
+  if (choice_.json)
+    view_ = std::make_unique<JsonView>(out_, choice_.device);
+  else if (&out_ == &std::cout && StandardOutputIsAnsiTerminal())
+    view_ = std::make_unique<TerminalView>(out_, choice_.title, StandardOutputRows);
+  else
+    view_ = std::make_unique<LineView>(out_);
 }
 
 bool SessionOutput::OpenTrackFile(std::string* error) {

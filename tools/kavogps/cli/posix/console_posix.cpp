@@ -1,4 +1,5 @@
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -12,6 +13,11 @@ namespace kavo::cli {
 bool StandardOutputIsAnsiTerminal() {
   const char* term = std::getenv("TERM");
   return isatty(STDOUT_FILENO) == 1 && !(term && std::strcmp(term, "dumb") == 0);
+}
+
+int StandardOutputRows() {
+  winsize size{};
+  return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_row : 0;
 }
 
 bool StandardErrorIsTerminal() { return isatty(STDERR_FILENO) == 1; }
