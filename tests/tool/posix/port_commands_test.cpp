@@ -61,7 +61,7 @@ bool PortClosed(const sim::PtyReceiver& receiver) {
   return receiver.Snapshot().readers == 0;
 }
 
-TEST(KavogpsPorts, ListsEachPortWithWhetherItIsInUseAndItsSettings) {
+TEST(KavogpsPorts, ListsEachPortWithItsBusyFlagAndSettings) {
   auto receiver = Receiver(4800);
   {
     // The port as some program left it: 9600 baud, two stop bits.
@@ -79,8 +79,8 @@ TEST(KavogpsPorts, ListsEachPortWithWhetherItIsInUseAndItsSettings) {
   machine.AddPort(8, kAbsentDevice);
   const ToolRun run = RunToolProcess({"ports"}, machine.Environment());
   ASSERT_EQ(run.code, 0) << run.err;
-  EXPECT_TRUE(std::regex_search(run.out, std::regex("PORT +IN USE +BAUD +PARITY +DATA +STOP\n"
-                                                    "COM8: +yes +\\(settings unknown while in use\\)\n"
+  EXPECT_TRUE(std::regex_search(run.out, std::regex("PORT +BUSY +BAUD +PARITY +DATA +STOP\n"
+                                                    "COM8: +yes +\\(cannot be opened: in use, or gone\\)\n"
                                                     "COM7: +no +9600 +none +8 +2\n")))
       << run.out;
   EXPECT_TRUE(PortClosed(*receiver));

@@ -74,9 +74,9 @@ int RunPorts(const Arguments& args, std::ostream& out, std::ostream& err) {
   if (help) {
     out << "Usage: kavogps ports\n\n"
            "Lists the serial ports the library finds, in the order a search probes\n"
-           "them, with whether another program has each open and its current\n"
-           "settings (speed, parity, data bits, stop bits). Each port is opened\n"
-           "briefly to read them.\n\n"
+           "them, with whether each is busy (it cannot be opened: another program has\n"
+           "it, or the device is gone) and its current settings (speed, parity, data\n"
+           "bits, stop bits). Each port is opened briefly to read them.\n\n"
         << kExitCodeHelp;
     return kExitOk;
   }
@@ -86,7 +86,7 @@ int RunPorts(const Arguments& args, std::ostream& out, std::ostream& err) {
     out << "No serial ports found.\n";
     return kExitOk;
   }
-  out << Padded("PORT", 21) << Padded("IN USE", 6) << Padded("BAUD", 7) << Padded("PARITY", 6)
+  out << Padded("PORT", 21) << Padded("BUSY", 4) << Padded("BAUD", 7) << Padded("PARITY", 6)
       << Padded("DATA", 4) << "STOP\n";
   int failures = 0;
   for (int32_t i = 0; i < count; ++i) {
@@ -98,10 +98,10 @@ int RunPorts(const Arguments& args, std::ostream& out, std::ostream& err) {
       ++failures;
       continue;
     }
-    out << Padded(FromLibraryText(COMPortInfo_GetName(port.get())), 21) << Padded(busy ? "yes" : "no", 6);
+    out << Padded(FromLibraryText(COMPortInfo_GetName(port.get())), 21) << Padded(busy ? "yes" : "no", 4);
     COMPortParams params{};
     if (busy) {
-      out << "(settings unknown while in use)\n";
+      out << "(cannot be opened: in use, or gone)\n";
     } else if (!COMPortInfo_GetParams(port.get(), &params)) {
       out << "(set to a speed or parity outside the library's tables)\n";
     } else {
