@@ -3,13 +3,21 @@
 
 #include <climits>
 #include <cstdlib>
+#include <string>
 
 #include "platform/platform.h"
 
 namespace kavo::platform {
 
+// Windows shows debug output only to a debugger that listens; the nearest
+// POSIX equivalent is standard error for whoever asks for it with
+// KAVOGPS_DEBUG_OUTPUT, so applications' own output stays clean.
 void DebugOutput(const char16_t* text) {
-  if (!text) return;
+  static const bool wanted = [] {
+    const char* setting = std::getenv("KAVOGPS_DEBUG_OUTPUT");
+    return setting && *setting && std::string(setting) != "0";
+  }();
+  if (!text || !wanted) return;
   const std::string bytes = Utf16ToUtf8(text);
   ssize_t ignored = write(STDERR_FILENO, bytes.data(), bytes.size());
   (void)ignored;
