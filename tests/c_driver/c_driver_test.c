@@ -28,31 +28,42 @@ static int failures;
   } while (0)
 #define CHECK_NEAR(a, b) CHECK(fabs((a) - (b)) < 1e-9)
 
+/* The callbacks run on the library's thread: what they share with main()
+ * is read and written atomically (the compiler's builtins, as C99 has no
+ * atomics of its own). */
+#define LOAD(x) __atomic_load_n(&(x), __ATOMIC_SEQ_CST)
+#define STORE(x, v) __atomic_store_n(&(x), (v), __ATOMIC_SEQ_CST)
+#define ADD(x, v) __atomic_fetch_add(&(x), (v), __ATOMIC_SEQ_CST)
+#define OR(x, v) __atomic_fetch_or(&(x), (v), __ATOMIC_SEQ_CST)
+
 /* Set around every call into the library: a callback that finds it set ran
  * inside the caller's call, not on the library's own thread. */
-static volatile int inLibraryCall;
-static volatile int statusCalls, dataCalls, sentenceCalls, callbacksOnCallerThread;
-static volatile unsigned dataMask;
+static int inLibraryCall;
+static int statusCalls, dataCalls, sentenceCalls, callbacksOnCallerThread;
+static unsigned dataMask;
 static char firstSentence[128];
 
 static void OnStatus(void) {
-  if (inLibraryCall) ++callbacksOnCallerThread;
-  ++statusCalls;
+  if (LOAD(inLibraryCall)) ADD(callbacksOnCallerThread, 1);
+  ADD(statusCalls, 1);
 }
 
 static void OnData(uint32_t mask) {
-  if (inLibraryCall) ++callbacksOnCallerThread;
-  dataMask |= mask;
-  ++dataCalls;
+  if (LOAD(inLibraryCall)) ADD(callbacksOnCallerThread, 1);
+  OR(dataMask, mask);
+  ADD(dataCalls, 1);
 }
 
+/* firstSentence is written before the count is raised, and main() reads it
+ * only after seeing the count. */
 static void OnSentence(const KavoChar *sentence) {
   size_t i;
-  if (inLibraryCall) ++callbacksOnCallerThread;
-  if (sentenceCalls++ == 0) {
+  if (LOAD(inLibraryCall)) ADD(callbacksOnCallerThread, 1);
+  if (LOAD(sentenceCalls) == 0) {
     for (i = 0; sentence[i] && i + 1 < sizeof firstSentence; ++i) firstSentence[i] = (char)sentence[i];
     firstSentence[i] = 0;
   }
+  ADD(sentenceCalls, 1);
 }
 
 static void ToWide(const char *text, KavoChar *out) {
@@ -84,7 +95,7 @@ int main(void) {
   CHECK(GPSDriver_CreateFromFile(NULL, 10, 0, NULL, NULL, NULL) == NULL);
   CHECK(KavoMobileGPS_GetLastError() == 160);
 
-  inLibraryCall = 1;
+  STORE(inLibraryCall, 1);
   driver = GPSDriver_CreateFromFile(widePath, 100, 0, OnStatus, OnData, OnSentence);
   CHECK(driver != NULL);
   CHECK(KavoMobileGPS_GetLastError() == 0);
@@ -92,18 +103,18 @@ int main(void) {
   CHECK(GPSDriver_GetStatus(driver) == GPS_STATUS_STOPPED);
   CHECK(GPSDriver_GetTimeoutInterval(driver) == 3000);
   CHECK(GPSDriver_Start(driver) == 1);
-  inLibraryCall = 0;
+  STORE(inLibraryCall, 0);
 
   /* Poll as an application would, until everything has been decoded. */
   memset(&location, 0, sizeof location);
   for (polls = 0; polls < 500; ++polls) {
-    inLibraryCall = 1;
+    STORE(inLibraryCall, 1);
     CHECK(GPSDriver_GetLocation(driver, &location) == 1);
-    inLibraryCall = 0;
-    if (location.ValidFlags == 0x7FF && sentenceCalls == (int)SENTENCES && dataCalls > 0) break;
+    STORE(inLibraryCall, 0);
+    if (location.ValidFlags == 0x7FF && LOAD(sentenceCalls) == (int)SENTENCES && LOAD(dataCalls) > 0) break;
     PauseMs(10);
   }
-  inLibraryCall = 1;
+  STORE(inLibraryCall, 1);
   CHECK(GPSDriver_GetStatus(driver) == GPS_STATUS_RECEIVING);
 
   CHECK_NEAR(location.Latitude, 48.0 + 7.038 / 60.0);
@@ -137,9 +148,9 @@ int main(void) {
   CHECK(KavoMobileGPS_GetLastError() == 160);
 
   CHECK(strcmp(firstSentence, kRecording[0]) == 0);
-  CHECK(statusCalls >= 1);
-  CHECK((dataMask & 0x3F) == 0x3F);
-  CHECK(callbacksOnCallerThread == 0);
+  CHECK(LOAD(statusCalls) >= 1);
+  CHECK((LOAD(dataMask) & 0x3F) == 0x3F);
+  CHECK(LOAD(callbacksOnCallerThread) == 0);
 
   CHECK(GPSDriver_Stop(driver) == 1);
   CHECK(GPSDriver_GetStatus(driver) == GPS_STATUS_STOPPED);
@@ -149,7 +160,7 @@ int main(void) {
   /* The snapshot outlives its driver. */
   CHECK(GPSSatellitesState_GetVisibleSatellitesCount(satellites) == 8);
   GPSSatellitesState_Release(satellites);
-  inLibraryCall = 0;
+  STORE(inLibraryCall, 0);
 
   remove(path);
   if (failures) fprintf(stderr, "%d checks failed\n", failures);

@@ -42,6 +42,8 @@ class LiveReceiver : public ::testing::Test {
     receiver_ = std::make_unique<sim::PtyReceiver>(options);
     receiver_->Start();
   }
+  // The receiver's thread writes the fixture's members: it stops first.
+  ~LiveReceiver() override { receiver_->Stop(); }
 
   GPSDriverHandle Open(uint32_t* lastError = nullptr) {
     const std::u16string name = Wide(receiver_->DevicePath());
