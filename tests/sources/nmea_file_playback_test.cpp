@@ -154,8 +154,10 @@ TEST_F(Playback, PausingAndResumingFromAnotherThreadNeitherLosesNorGarblesLines)
   std::u16string delivered;
   std::thread reader([&] {
     std::vector<char16_t> buffer(64);
-    // Until 200 lines came, however the pauses fall.
-    for (int i = 0; delivered.size() < 200 * 4 && i < 1000000; ++i) {
+    // Until 200 lines came, however the pauses fall; a slow machine (or an
+    // emulator) may need many more reads for them than a fast one.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    for (int i = 0; delivered.size() < 200 * 4 && std::chrono::steady_clock::now() < deadline; ++i) {
       uint32_t count = 0;
       EXPECT_EQ(playback_->Read(buffer.data(), 64, &count, nullptr), 1);
       if (count < 64) delivered.append(buffer.data(), count);
