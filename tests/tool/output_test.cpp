@@ -141,6 +141,39 @@ TEST(FixTrack, CountsDistinctFixesAndMeasuresTheWayBetweenThem) {
   EXPECT_NE(summary.find("2024-05-14 10:00:00 to 10:01:01 UTC (1 min 1 s)"), std::string::npos) << summary;
 }
 
+TEST(FixTrack, TimeSpanStartsAtTheFirstDatedFixAndCountsRepeatsForward) {
+  FixTrack track;
+  GPSLocation l = FullFix();
+  l.Time = 40000.0 + 10 * 3600 * kSecond;  // read before the epoch's RMC: no date yet
+  l.TimeType = GPS_TIME_OF_DAY;
+  track.Add(l);
+  l.TimeType = GPS_TIME_FULL;
+  for (int loop = 0; loop < 3; ++loop) {  // a recording of 10 s played three times
+    for (int s = 1; s <= 10; ++s) {
+      l.Latitude += 0.0001;
+      l.Time = kMay14 + (10 * 3600 + s) * kSecond;
+      track.Add(l);
+    }
+  }
+  track.Finish();
+  const std::string summary = Summary(track);
+  EXPECT_NE(summary.find("Time span:  2024-05-14 10:00:01 to 10:00:10 UTC (27 s)\n"), std::string::npos) << summary;
+  EXPECT_NE(summary.find("1 before it had none"), std::string::npos) << summary;
+  EXPECT_NE(summary.find("time went back 2 times"), std::string::npos) << summary;
+
+  FixTrack undated;
+  l.TimeType = GPS_TIME_OF_DAY;
+  l.Time = 40000.0 + (23 * 3600 + 59 * 60 + 59) * kSecond;
+  undated.Add(l);
+  l.Latitude += 0.0001;
+  l.Time += 2 * kSecond;  // across midnight
+  undated.Add(l);
+  undated.Finish();
+  EXPECT_NE(Summary(undated).find("23:59:59 to 00:00:01 UTC (2 s)\n            the receiver sent no date"),
+            std::string::npos)
+      << Summary(undated);
+}
+
 TEST(LiveView, ScreenShowsTheFixInPeoplesUnits) {
   Reading reading;
   reading.location = FullFix();

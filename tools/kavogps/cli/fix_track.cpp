@@ -77,14 +77,38 @@ void FixTrack::Finish() {
   if (last_) distance_ += GreatCircleMetres(last_->latitude, last_->longitude, fix.latitude, fix.longitude);
   if (!first_) first_ = fix;
   last_ = fix;
+  ExtendSpan(fix);
   ++count_;
   if (onFix_) onFix_(fix);
 }
 
-bool FixTrack::TimeSpan(Fix* first, Fix* last) const {
-  if (!first_ || first_->timeOfDay.empty() || last_->timeOfDay.empty()) return false;
-  *first = *first_;
-  *last = *last_;
+void FixTrack::ExtendSpan(const Fix& fix) {
+  if (fix.timeOfDay.empty()) return;
+  const bool dated = fix.timeType == GPS_TIME_FULL;
+  if (!span_ || (dated && span_->first.timeType != GPS_TIME_FULL)) {
+    // The first fix with a time, or the first with a date after undated ones.
+    Span span;
+    if (span_) span.undatedBefore = span_->undatedBefore + 1 + span_->stepsBack;
+    span.first = span.last = fix;
+    span_ = span;
+    return;
+  }
+  if (!dated && span_->first.timeType != GPS_TIME_FULL) ++span_->undatedBefore;
+  double step = (fix.oleTime - span_->last.oleTime) * 86400.0;
+  if (!dated || span_->last.timeType != GPS_TIME_FULL) {
+    // Times of day alone: a step across midnight is forward.
+    step = std::fmod(step, 86400.0);
+    if (step < -43200.0) step += 86400.0;
+    else if (step > 43200.0) step -= 86400.0;
+  }
+  if (step >= 0) span_->seconds += step;
+  else ++span_->stepsBack;
+  span_->last = fix;
+}
+
+bool FixTrack::TimeSpan(Span* span) const {
+  if (!span_) return false;
+  *span = *span_;
   return true;
 }
 
@@ -92,19 +116,22 @@ std::string Summary(const FixTrack& track) {
   std::string text = "Fixes:      " + std::to_string(track.Count()) + "\n";
   if (track.Count() == 0) return text;
   text += "Distance:   " + Distance(track.DistanceMetres()) + " (great-circle sum between fixes)\n";
-  Fix first, last;
-  if (!track.TimeSpan(&first, &last)) return text + "Time span:  unknown (the receiver sent no time)\n";
+  FixTrack::Span span;
+  if (!track.TimeSpan(&span)) return text + "Time span:  unknown (the receiver sent no time)\n";
   // "2024-05-14 10:00:00 to 10:04:59 UTC", the date given once when both
   // fixes carry the same one.
-  const std::string firstDate = first.time.substr(0, 10), lastDate = last.time.substr(0, 10);
-  const std::string from = (firstDate.empty() ? "" : firstDate + " ") + first.timeOfDay;
-  const std::string to = (lastDate.empty() || lastDate == firstDate ? "" : lastDate + " ") + last.timeOfDay;
-  double seconds = (last.oleTime - first.oleTime) * 86400.0;
-  if (first.timeType != GPS_TIME_FULL || last.timeType != GPS_TIME_FULL) {
-    // Without both dates only the times of day compare: assume less than a day.
-    seconds = std::fmod(std::fmod(seconds, 86400.0) + 86400.0, 86400.0);
-  }
-  return text + "Time span:  " + from + " to " + to + " UTC (" + Duration(seconds) + ")\n";
+  const std::string firstDate = span.first.time.substr(0, 10), lastDate = span.last.time.substr(0, 10);
+  const std::string from = (firstDate.empty() ? "" : firstDate + " ") + span.first.timeOfDay;
+  const std::string to = (lastDate.empty() || lastDate == firstDate ? "" : lastDate + " ") + span.last.timeOfDay;
+  text += "Time span:  " + from + " to " + to + " UTC (" + Duration(span.seconds) + ")\n";
+  if (firstDate.empty()) text += "            the receiver sent no date\n";
+  else if (span.undatedBefore > 0)
+    text += "            from the first fix with a date; " + std::to_string(span.undatedBefore) +
+            " before it had none\n";
+  if (span.stepsBack > 0)
+    text += "            time went back " + std::to_string(span.stepsBack) +
+            (span.stepsBack == 1 ? " time" : " times") + " (a repeat or a jump); only forward steps count\n";
+  return text;
 }
 
 }  // namespace kavo::cli

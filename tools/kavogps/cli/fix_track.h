@@ -38,9 +38,18 @@ class FixTrack {
 
   uint64_t Count() const { return count_; }
   double DistanceMetres() const { return distance_; }
-  // First and last fix times as the records hold them, when both came from
-  // the receiver.
-  bool TimeSpan(Fix* first, Fix* last) const;
+  // The receiver time the fixes cover. It starts at the first fix with a
+  // date when the receiver sends dates, so a bare time of day is never set
+  // against a dated end; steps back in time (a repeated recording, a jump)
+  // start the count again from there instead of subtracting.
+  struct Span {
+    Fix first, last;
+    double seconds = 0;          // forward steps between consecutive fixes, added up
+    uint64_t undatedBefore = 0;  // fixes with a time of day only, before `first`
+    uint64_t stepsBack = 0;
+  };
+  // False when no fix carried the receiver's time.
+  bool TimeSpan(Span* span) const;
 
  private:
   Listener onFix_;
@@ -48,6 +57,9 @@ class FixTrack {
   int64_t currentTimeMs_ = 0;
   uint64_t count_ = 0;
   double distance_ = 0;
+  std::optional<Span> span_;
+
+  void ExtendSpan(const Fix& fix);
 };
 
 // "Fixes: ..., distance ..., time span ..." as lines for people.
