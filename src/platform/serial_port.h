@@ -55,6 +55,10 @@ class SerialPort {
   // constant. false with the last error set on failure.
   virtual bool Read(void* buffer, uint32_t size, uint32_t* got) = 0;
   virtual bool Write(const void* data, uint32_t size, uint32_t* written) = 0;
+  // Makes a Read waiting for its first byte return now (with nothing), or
+  // the next one if none is waiting. Any thread may call it. Where the OS
+  // offers no cheap wake-up the read simply ends with its time-out.
+  virtual void InterruptRead() {}
   // CloseHandle: false with the last error set when it fails.
   virtual bool Close() = 0;
   // A number that names the port in log lines.

@@ -17,6 +17,10 @@ class DataSource : public virtual RefCounted {
                    CIMExceptionImpl* error) = 0;
   virtual int Write(const char16_t* text, uint32_t length, uint32_t* written,
                     CIMExceptionImpl* error) = 0;
+  // Asks a Read that waits for data to return now, with what it has (maybe
+  // nothing), so a stop need not sit out the read time-out. Safe from any
+  // thread; a source that never waits long may ignore it.
+  virtual void CancelRead() {}
 };
 
 // Pauses and resumes the flow of data at its origin.
