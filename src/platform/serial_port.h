@@ -25,6 +25,7 @@ constexpr uint32_t kDcbParityCheck = 0x0002;      // fParity
 constexpr uint32_t kDcbDtrControlMask = 0x0030;   // fDtrControl, 2 bits
 constexpr uint32_t kDcbDtrControlEnable = 0x0010;
 constexpr uint32_t kDcbRtsControlMask = 0x3000;   // fRtsControl, 2 bits
+constexpr uint32_t kDcbRtsControlEnable = 0x1000;
 constexpr uint32_t kDcbRtsControlToggle = 0x3000;
 
 struct SerialTimeouts {
@@ -35,13 +36,17 @@ struct SerialTimeouts {
   uint32_t writeTotalConstant = 0;
 };
 
-enum class SerialAccess { kRead, kReadWrite };
+// kReadWrite opens a port for use: exclusive, in raw mode. kQuery opens
+// it only to read its settings and changes nothing on it; both refuse a
+// port another program holds.
+enum class SerialAccess { kQuery, kReadWrite };
 
 class SerialPort {
  public:
   virtual ~SerialPort() = default;  // closes the port if still open
   // Opens a corrected port name ("com3:", or a device path on POSIX)
-  // exclusively. nullptr with the last error set when it cannot be opened.
+  // exclusively. nullptr with the last error set when it cannot be opened
+  // or another program holds it.
   static std::unique_ptr<SerialPort> Open(const std::u16string& name, SerialAccess access);
 
   virtual bool SetupQueues(uint32_t inputSize, uint32_t outputSize) = 0;  // SetupComm

@@ -110,7 +110,7 @@ int COMPortCollection::ObtainPort(uint32_t index, COMPortInfo* port, uint8_t* bu
   if (!CorrectPortName(name, &corrected)) Raise(kErrNone, u"Not a port name", name.c_str());
 
   std::unique_ptr<platform::SerialPort> opened =
-      platform::SerialPort::Open(corrected, platform::SerialAccess::kRead);
+      platform::SerialPort::Open(corrected, platform::SerialAccess::kQuery);
   Logger::Instance().Format(u"Create file returned: %X\n",
                             opened ? opened->HandleValue() : uintptr_t{kInvalidHandleValue});
   platform::SerialState state;

@@ -10,14 +10,42 @@ namespace {
 
 constexpr uint32_t kMaxDword = 0xFFFFFFFFu;
 constexpr uint32_t kInvalidHandleValue = 0xFFFFFFFFu;  // as the log shows a closed port
-// fDtrControl enable and fRtsControl toggle; fDtrControl's high bit cleared.
-constexpr uint32_t kClearedFlags = 0x20;
-constexpr uint32_t kSetFlags = 0x3010;
+constexpr uint32_t kLineControlMask = platform::kDcbDtrControlMask | platform::kDcbRtsControlMask;
 
 std::unique_ptr<uint8_t[]> AllocateBytes(uint32_t size) {
   std::unique_ptr<uint8_t[]> bytes(new (std::nothrow) uint8_t[size]);
   if (!bytes) Raise(kErrOutOfMemory);
   return bytes;
+}
+
+// The port mutex for one scope; a wait that timed out holds nothing.
+class PortLock {
+ public:
+  PortLock(platform::Mutex& mutex, uint32_t ms) : mutex_(mutex), held_(mutex.Lock(ms)) {}
+  ~PortLock() {
+    if (held_) mutex_.Unlock();
+  }
+  PortLock(const PortLock&) = delete;
+  PortLock& operator=(const PortLock&) = delete;
+
+ private:
+  platform::Mutex& mutex_;
+  const bool held_;
+};
+
+// Whatever was thrown, as the caller's error record: the library's own
+// errors as raised, a failed allocation as out of memory, the rest as the
+// general failure.
+void CopyCaught(CIMExceptionImpl* error) {
+  try {
+    throw;
+  } catch (const CIMExceptionEx& raised) {
+    CopyError(raised, error);
+  } catch (const std::bad_alloc&) {
+    SetError(error, kErrOutOfMemory);
+  } catch (...) {
+    SetError(error, kErrNone);
+  }
 }
 
 }  // namespace
@@ -45,20 +73,22 @@ std::shared_ptr<platform::SerialPort> SerialConnection::TakePort() {
 
 int SerialConnection::Open(const COMPortInfo& port, CIMExceptionImpl* error) {
   LogScope scope(u"Initializing connection to port");
-  mutex_->Lock(platform::kInfinite);
+  PortLock lock(*mutex_, platform::kInfinite);
   int result = 1;
   try {
     OpenLocked(port);
-  } catch (const CIMExceptionEx& raised) {
-    Logger::Instance().Write(u"Error!\n");
-    CopyError(raised, error);
+  } catch (...) {
     result = 0;
     // A port whose settings were refused is not kept: it is of no use to
     // anyone while this connection holds it exclusively.
     if (std::shared_ptr<platform::SerialPort> failed = TakePort()) failed->Close();
+    CopyCaught(error);
+    try {
+      Logger::Instance().Write(u"Error!\n");
+    } catch (...) {  // the record already tells what went wrong
+    }
   }
   open_ = result;
-  mutex_->Unlock();
   return result;
 }
 
@@ -86,16 +116,7 @@ void SerialConnection::OpenLocked(const COMPortInfo& port) {
 
   CheckOrRaise(opened->SetupQueues(kQueueSize, kQueueSize), kErrOperationFailed, port.Name);
 
-  // A driver that cannot report its state keeps its current settings.
-  platform::SerialState state;
-  if (opened->GetState(&state)) {
-    state.baudRate = port.BaudRate;
-    state.flags = (state.flags & ~kClearedFlags) | kSetFlags;
-    state.byteSize = port.ByteSize;
-    state.parity = port.Parity;
-    state.stopBits = port.StopBits;
-    CheckOrRaise(opened->SetState(state), kErrOperationFailed, port.Name);
-  }
+  ApplyLineSettings(*opened, port);
 
   // Return at once with what is queued, else wait up to 700 ms for the
   // first byte.
@@ -111,9 +132,29 @@ void SerialConnection::OpenLocked(const COMPortInfo& port) {
   }
 }
 
+// DTR on and RTS toggled around each send, the rest as the driver reported
+// it. A driver that cannot report its state keeps its current settings.
+void SerialConnection::ApplyLineSettings(platform::SerialPort& opened, const COMPortInfo& port) {
+  platform::SerialState state;
+  if (!opened.GetState(&state)) return;
+  state.baudRate = port.BaudRate;
+  state.flags = (state.flags & ~kLineControlMask) | platform::kDcbDtrControlEnable |
+                platform::kDcbRtsControlToggle;
+  state.byteSize = port.ByteSize;
+  state.parity = port.Parity;
+  state.stopBits = port.StopBits;
+  if (opened.SetState(state)) return;
+  // Some serial drivers (Wine's among them) refuse RTS toggling, which a
+  // receiver that only talks has no use for anyway.
+  Logger::Instance().Format(u"RTS toggle refused (error %d), trying RTS enabled\n",
+                            platform::GetLastError());
+  state.flags = (state.flags & ~platform::kDcbRtsControlMask) | platform::kDcbRtsControlEnable;
+  CheckOrRaise(opened.SetState(state), kErrOperationFailed, port.Name);
+}
+
 int SerialConnection::Read(char16_t* buffer, uint32_t capacity, uint32_t* count,
                            CIMExceptionImpl* error) {
-  mutex_->Lock(platform::kInfinite);
+  PortLock lock(*mutex_, platform::kInfinite);
   try {
     if (!open_) Raise(kErrNone);
     if (!buffer || !count || capacity == 0) Raise(kErrInvalidParameter);
@@ -124,12 +165,10 @@ int SerialConnection::Read(char16_t* buffer, uint32_t capacity, uint32_t* count,
     converter_.BytesToWide(bytes.get(), got, buffer);
     buffer[got] = 0;
     *count = got;
-  } catch (const CIMExceptionEx& raised) {
-    CopyError(raised, error);
-    mutex_->Unlock();
+  } catch (...) {
+    CopyCaught(error);
     return 0;
   }
-  mutex_->Unlock();
   return 1;
 }
 
@@ -144,17 +183,21 @@ int SerialConnection::Write(const char16_t* text, uint32_t length, uint32_t* wri
     uint32_t done = 0;
     if (!port->Write(bytes.get(), length, &done)) Raise(kErrOperationFailed);
     if (written) *written = done;
-  } catch (const CIMExceptionEx& raised) {
-    CopyError(raised, error);
+  } catch (...) {
+    CopyCaught(error);
     return 0;
   }
   return 1;
 }
 
+void SerialConnection::CancelRead() {
+  if (std::shared_ptr<platform::SerialPort> port = CurrentPort()) port->InterruptRead();
+}
+
 void SerialConnection::Close() {
   Logger& log = Logger::Instance();
   LogScope scope(u"Closing connection");
-  mutex_->Lock(kCloseWaitMs);  // goes on either way
+  PortLock lock(*mutex_, kCloseWaitMs);  // goes on either way
   open_ = 0;
   std::shared_ptr<platform::SerialPort> port = TakePort();
   log.Format(u"File handle: %x\n", port ? port->HandleValue() : kInvalidHandleValue);
@@ -165,7 +208,6 @@ void SerialConnection::Close() {
       log.Write(u"Handle was closed successfuly\n");
     }
   }
-  mutex_->Unlock();
 }
 
 }  // namespace kavo

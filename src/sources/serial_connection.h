@@ -35,6 +35,8 @@ class SerialConnection : public DataSource {
   int Read(char16_t* buffer, uint32_t capacity, uint32_t* count, CIMExceptionImpl* error) override;
   int Write(const char16_t* text, uint32_t length, uint32_t* written,
             CIMExceptionImpl* error) override;
+  // Ends a read waiting for its first byte, where the port can be woken.
+  void CancelRead() override;
 
   bool IsOpen() const { return open_.load() != 0; }
 
@@ -42,6 +44,7 @@ class SerialConnection : public DataSource {
   ~SerialConnection() override;
 
   void OpenLocked(const COMPortInfo& port);
+  void ApplyLineSettings(platform::SerialPort& port, const COMPortInfo& info);
   void Close();
   std::shared_ptr<platform::SerialPort> CurrentPort();
   void ReplacePort(std::shared_ptr<platform::SerialPort> port);

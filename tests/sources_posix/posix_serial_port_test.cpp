@@ -1,28 +1,32 @@
-// The termios serial port on pseudo-terminals.
+// The termios serial port on pseudo-terminals: other programs' locks, a
+// query that changes nothing, rates by number, time-outs and the wake-up.
 #include <fcntl.h>
-#include <poll.h>
 #include <pty.h>
 #include <sys/file.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <filesystem>
-#include <random>
+#include <future>
+#include <thread>
 
 #include "common/log_capture.h"
+#include "common/registry_model.h"
 #include "common/temp_dir.h"
 #include "common/test_clock.h"
+#include "platform/posix/custom_baud_rate.h"
 #include "platform/serial_port.h"
+#include "ports/com_port_collection.h"
 #include "sources/serial_connection.h"
 
-namespace kavo::platform {
+namespace kavo {
 namespace {
 
+using namespace platform;
 constexpr uint32_t kMaxDword = 0xFFFFFFFFu;
 
-class PtySerialPort : public testing::Test {
+class Pty : public testing::Test {
  protected:
   void SetUp() override {
     char name[128] = {};
@@ -30,104 +34,178 @@ class PtySerialPort : public testing::Test {
     ASSERT_EQ(openpty(&master_, &slave, name, nullptr, nullptr), 0);
     close(slave);
     path_ = name;
-    port_ = SerialPort::Open(Utf8ToUtf16(path_ + ":"), SerialAccess::kReadWrite);
-    ASSERT_TRUE(port_) << "last error " << GetLastError();
   }
-  void TearDown() override {
-    port_.reset();
-    if (master_ >= 0) close(master_);
+  void TearDown() override { close(master_); }
+
+  std::u16string Name() const { return Utf8ToUtf16(path_ + ":"); }
+  COMPortInfo Port(uint32_t baud = 4800) const { return COMPortInfo(Utf8ToUtf16(path_).c_str(), baud, 0, 8, 0); }
+  void Send(const std::string& bytes) { ASSERT_EQ(write(master_, bytes.data(), bytes.size()), ssize_t(bytes.size())); }
+  int Exclusive(int fd) const {
+    int on = -1;
+    EXPECT_EQ(ioctl(fd, TIOCGEXCL, &on), 0);
+    return on;
   }
-  void Send(const std::string& bytes) {
-    ASSERT_EQ(write(master_, bytes.data(), bytes.size()), ssize_t(bytes.size()));
+
+  int master_ = -1;
+  std::string path_;
+};
+
+// Root is not kept out by TIOCEXCL, so the library asks before it opens;
+// and it lifts only the exclusivity it set itself.
+TEST_F(Pty, APortAnotherProgramHoldsIsBusyAndKeepsItsLock) {
+  test::ManualClock clock(1000, 30);
+  const auto raw = [&](bool exclusive, bool locked) {
+    const int fd = open(path_.c_str(), O_RDWR | O_NOCTTY);
+    EXPECT_GE(fd, 0);
+    EXPECT_EQ(exclusive ? ioctl(fd, TIOCEXCL) : 0, 0);
+    EXPECT_EQ(locked ? flock(fd, LOCK_EX) : 0, 0);
+    return fd;
+  };
+  for (const auto& [exclusive, locked] : {std::pair{true, false}, {false, true}, {true, true}}) {
+    SCOPED_TRACE(testing::Message() << "TIOCEXCL " << exclusive << ", flock " << locked);
+    const int holder = raw(exclusive, locked);
+    test::LogCapture log;
+    Ref<SerialConnection> connection(new SerialConnection);
+    CIMExceptionImpl error;
+    EXPECT_EQ(connection->Open(Port(), &error), 0);
+    EXPECT_EQ(error.Code(), kErrPortNotFound);
+    EXPECT_EQ(std::u16string(error.Message()), Utf8ToUtf16(path_));
+    EXPECT_TRUE(log.Contains(u" Last error returned 5\n")) << log.Utf8();
+    SetLastError(0);
+    EXPECT_FALSE(SerialPort::Open(Name(), SerialAccess::kQuery));
+    EXPECT_EQ(GetLastError(), kErrorAccessDenied);
+    EXPECT_EQ(Exclusive(holder), exclusive ? 1 : 0);
+    ioctl(holder, TIOCNXCL);  // it would outlive its holder on a pseudo-terminal
+    close(holder);
   }
-  void SetTimeouts(uint32_t interval, uint32_t multiplier, uint32_t constant) {
+  // The library's own hold keeps a second connection out, and goes with it.
+  Ref<SerialConnection> first(new SerialConnection), second(new SerialConnection);
+  ASSERT_EQ(first->Open(Port(), nullptr), 1);
+  EXPECT_EQ(second->Open(Port(), nullptr), 0);
+  first = Ref<SerialConnection>();
+  const int after = raw(false, false);
+  EXPECT_EQ(Exclusive(after), 0);
+  EXPECT_EQ(flock(after, LOCK_EX | LOCK_NB), 0);
+  close(after);
+  EXPECT_EQ(second->Open(Port(), nullptr), 1);
+}
+
+TEST_F(Pty, AQueryReadsTheSettingsAndLeavesThePortAsItWas) {
+  termios before {};
+  ASSERT_EQ(tcgetattr(master_, &before), 0);
+  before.c_lflag |= ICANON | ECHO;
+  before.c_iflag |= ICRNL | INPCK;
+  before.c_oflag |= OPOST;
+  before.c_cflag |= CSTOPB;  // a pseudo-terminal keeps 8 bits without parity whatever is set
+  cfsetspeed(&before, B9600);
+  ASSERT_EQ(tcsetattr(master_, TCSANOW, &before), 0);
+  ASSERT_EQ(tcgetattr(master_, &before), 0);
+  test::RegistryModel model("[HKEY_LOCAL_MACHINE\\Drivers\\Active\\01]\r\n\"Name\"=\"COM7:\"\r\n"
+                            "[HKEY_LOCAL_MACHINE\\Hardware\\DeviceMap\\SerialComm]\r\n\"" + path_ +
+                            "\"=\"COM7\"\r\n");
+  ASSERT_TRUE(model.Ok());
+  test::LogCapture quiet;
+  COMPortInfo port;
+  uint8_t busy = 9;
+  ASSERT_TRUE(COMPortCollection::Create(1)->ObtainPort(0, &port, &busy, nullptr));
+  EXPECT_EQ(busy, 0);
+  EXPECT_EQ(std::vector<int>({int(port.BaudRate), port.Parity, port.ByteSize, port.StopBits}),
+            std::vector<int>({9600, 1, 8, 2}));
+  termios after {};
+  ASSERT_EQ(tcgetattr(master_, &after), 0);
+  EXPECT_EQ(after.c_iflag, before.c_iflag);
+  EXPECT_EQ(after.c_oflag, before.c_oflag);
+  EXPECT_EQ(after.c_cflag, before.c_cflag);
+  EXPECT_EQ(after.c_lflag, before.c_lflag);
+}
+
+TEST_F(Pty, RatesWithoutASpeedConstantAreSetAndReadBack) {
+  const std::unique_ptr<SerialPort> port = SerialPort::Open(Name(), SerialAccess::kReadWrite);
+  ASSERT_TRUE(port);
+  for (uint32_t rate : {14400u, 56000u, 128000u, 256000u, 4800u}) {
+    SerialState state;
+    ASSERT_TRUE(port->GetState(&state));
+    state.baudRate = rate;
+    EXPECT_TRUE(port->SetState(state)) << rate;
+    ASSERT_TRUE(port->GetState(&state));
+    EXPECT_EQ(state.baudRate, rate);
+    EXPECT_EQ(posix::ReadBaudRate(master_), rate);  // what the receiver's side sees
+  }
+}
+
+TEST_F(Pty, ReadsAndWritesHonourEachKindOfTimeOut) {
+  test::ManualClock clock(1000, 30);  // every wait lasts at most 30 real ms
+  const std::unique_ptr<SerialPort> port = SerialPort::Open(Name(), SerialAccess::kReadWrite);
+  ASSERT_TRUE(port);
+  const auto read = [&](uint32_t interval, uint32_t multiplier, uint32_t constant, uint32_t size) {
     SerialTimeouts t;
     t.readInterval = interval;
     t.readTotalMultiplier = multiplier;
     t.readTotalConstant = constant;
     t.writeTotalMultiplier = 100;
-    ASSERT_TRUE(port_->SetTimeouts(t));
-  }
-  std::string Read(uint32_t size, bool expectOk = true) {
+    EXPECT_TRUE(port->SetTimeouts(t));
     std::string buffer(size, '\0');
     uint32_t got = 0;
-    EXPECT_EQ(port_->Read(buffer.data(), size, &got), expectOk);
-    buffer.resize(got);
-    return buffer;
-  }
-
-  test::ManualClock clock_{1000, 30};  // every wait lasts at most 30 real ms
-  int master_ = -1;
-  std::string path_;
-  std::unique_ptr<SerialPort> port_;
-};
-
-TEST_F(PtySerialPort, IsHeldExclusivelyUntilClosed) {
-  EXPECT_FALSE(SerialPort::Open(Utf8ToUtf16(path_), SerialAccess::kRead));
-  EXPECT_EQ(GetLastError(), kErrorAccessDenied);
-  const int other = open(path_.c_str(), O_RDWR | O_NOCTTY);
-  if (other >= 0) {  // TIOCEXCL does not stop root, flock does
-    EXPECT_NE(flock(other, LOCK_EX | LOCK_NB), 0);
-    close(other);
-  }
-  ASSERT_TRUE(port_->Close());
-  EXPECT_FALSE(port_->Close());
-  EXPECT_TRUE(SerialPort::Open(Utf8ToUtf16(path_), SerialAccess::kRead));
-}
-
-TEST_F(PtySerialPort, TheStateReadsBackInTheDcbForm) {
-  SerialState state;
-  ASSERT_TRUE(port_->GetState(&state));
-  EXPECT_EQ(state.length, 28u);
-  EXPECT_TRUE(state.flags & kDcbBinary);
-  state.baudRate = 9600;
-  state.stopBits = 1;
-  state.flags = (state.flags & ~0x20u) | 0x3010u | kDcbParityCheck;
-  ASSERT_TRUE(port_->SetState(state));
-  SerialState back;
-  ASSERT_TRUE(port_->GetState(&back));
-  EXPECT_EQ(back.baudRate, 9600u);
-  EXPECT_EQ(back.stopBits, 2);
-  EXPECT_EQ(back.flags & kDcbParityCheck, kDcbParityCheck);
-  EXPECT_EQ(back.flags & kDcbRtsControlMask, kDcbRtsControlToggle);
-  EXPECT_EQ(back.flags & kDcbDtrControlMask, kDcbDtrControlEnable);
-  state.byteSize = 9;
-  EXPECT_FALSE(port_->SetState(state));
-  EXPECT_EQ(GetLastError(), kErrorInvalidParameter);
-}
-
-TEST_F(PtySerialPort, ReadsHonourEachKindOfTimeOut) {
-  // At once with what is queued.
-  SetTimeouts(kMaxDword, 0, 0);
-  EXPECT_EQ(Read(8), "");
+    EXPECT_TRUE(port->Read(buffer.data(), size, &got));
+    return buffer.substr(0, got);
+  };
+  EXPECT_EQ(read(kMaxDword, 0, 0, 8), "");  // at once with what is queued
   Send("abc");
-  EXPECT_EQ(Read(8), "abc");
-  // Up to the constant for the first byte, then what is queued.
-  SetTimeouts(kMaxDword, kMaxDword, 700);
-  const auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(Read(8), "");
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(600))
-      << "the wait did not go through the clock";
+  EXPECT_EQ(read(kMaxDword, 0, 0, 8), "abc");
+  EXPECT_EQ(read(kMaxDword, kMaxDword, 700, 8), "");  // up to the constant for the first byte
   Send("defgh");
-  EXPECT_EQ(Read(3), "def");
-  EXPECT_EQ(Read(8), "gh");
-  // No time-outs: the read waits until all it asked for came.
-  SetTimeouts(0, 0, 0);
+  EXPECT_EQ(read(kMaxDword, kMaxDword, 700, 3), "def");
+  EXPECT_EQ(read(kMaxDword, kMaxDword, 700, 8), "gh");
   Send("0123456789");
-  EXPECT_EQ(Read(10), "0123456789");
-  // A total time-out ends a read that got part of its bytes.
-  SetTimeouts(0, 10, 100);
+  EXPECT_EQ(read(0, 0, 0, 10), "0123456789");  // no time-outs: all that was asked for
   Send("xyz");
-  EXPECT_EQ(Read(10), "xyz");
-}
-
-TEST_F(PtySerialPort, AWriteNobodyReadsEndsAtItsTimeOut) {
-  SetTimeouts(kMaxDword, kMaxDword, 700);
+  EXPECT_EQ(read(0, 10, 100, 10), "xyz");  // a total time-out ends a partial read
+  // A write nobody reads ends at its time-out, having written part.
   const std::string big(1 << 20, 'x');
   uint32_t written = 0;
-  ASSERT_TRUE(port_->Write(big.data(), uint32_t(big.size()), &written));
+  ASSERT_TRUE(port->Write(big.data(), uint32_t(big.size()), &written));
   EXPECT_GT(written, 0u);
   EXPECT_LT(written, big.size());
+}
+
+// Waits last a day here: only data or a cancel ends a read.
+class WaitWatchingClock : public test::ManualClock {
+ public:
+  WaitWatchingClock() : ManualClock(1000, 86'400'000) {}
+  uint32_t RealWaitMs(uint32_t ms) override {
+    ++waits;
+    return ManualClock::RealWaitMs(ms);
+  }
+  std::atomic<int> waits{0};
+};
+
+TEST_F(Pty, ACancelEndsAWaitingReadOrElseTheNextOne) {
+  WaitWatchingClock clock;
+  Ref<SerialConnection> connection(new SerialConnection);
+  ASSERT_EQ(connection->Open(Port(), nullptr), 1);
+  const auto read = [&] {
+    return std::async(std::launch::async, [&] {
+      char16_t buffer[64];
+      uint32_t count = 99;
+      return connection->Read(buffer, 64, &count, nullptr) ? std::u16string(buffer, count) : u"<failed>";
+    });
+  };
+  const auto finish = [&](std::future<std::u16string> reading) {
+    if (reading.wait_for(std::chrono::seconds(60)) != std::future_status::ready) {
+      ADD_FAILURE() << "the read was not cut short";
+      Send("!");
+    }
+    return reading.get();
+  };
+  connection->CancelRead();  // no read waiting: the next one ends at once
+  EXPECT_EQ(finish(read()), u"");
+  const int waitsBefore = clock.waits;
+  std::future<std::u16string> waiting = read();
+  while (clock.waits == waitsBefore) std::this_thread::yield();
+  connection->CancelRead();
+  EXPECT_EQ(finish(std::move(waiting)), u"");
+  Send("$GP");  // and reading goes on as before
+  EXPECT_EQ(finish(read()), u"$GP");
 }
 
 TEST(PosixSerialPortOpen, WhatIsNotATerminalIsNotAPort) {
@@ -140,37 +218,5 @@ TEST(PosixSerialPortOpen, WhatIsNotATerminalIsNotAPort) {
   }
 }
 
-// An 18-character path without its colon is the longest name a connection
-// takes: a link of that length to a pseudo-terminal.
-TEST(PosixSerialConnection, OpensAnEighteenCharacterDevicePath) {
-  test::ManualClock clock(1000, 30);
-  int master = -1, slave = -1;
-  char name[128] = {};
-  ASSERT_EQ(openpty(&master, &slave, name, nullptr, nullptr), 0);
-  close(slave);
-  std::string link;
-  std::mt19937 random(std::random_device{}());
-  do {
-    link = "/tmp/kg";
-    while (link.size() < 18) link += static_cast<char>('a' + random() % 26);
-  } while (std::filesystem::exists(link));
-  ASSERT_EQ(symlink(name, link.c_str()), 0);
-
-  test::LogCapture log;
-  Ref<SerialConnection> connection(new SerialConnection);
-  CIMExceptionImpl error;
-  EXPECT_EQ(connection->Open(COMPortInfo(Utf8ToUtf16(link).c_str(), 4800, 0, 8, 0), &error), 1)
-      << ToUtf8(error.Message());
-  EXPECT_TRUE(log.Contains(u" port name length: 19\n"));
-  ASSERT_EQ(write(master, "$GPVTG", 6), 6);
-  char16_t buffer[16];
-  uint32_t count = 0;
-  EXPECT_EQ(connection->Read(buffer, 16, &count, &error), 1);
-  EXPECT_EQ(std::u16string(buffer, count), u"$GPVTG");
-  connection = Ref<SerialConnection>();
-  unlink(link.c_str());
-  close(master);
-}
-
 }  // namespace
-}  // namespace kavo::platform
+}  // namespace kavo

@@ -1,6 +1,7 @@
 // Serial ports over termios, behaving as the Win32 communications API does:
 // opened exclusively, raw, with the DCB codes mapped onto termios and reads
-// that honour COMMTIMEOUTS.
+// that honour COMMTIMEOUTS. A wake-up pipe polled beside the port lets
+// another thread end a waiting read.
 #include "platform/serial_port.h"
 
 #include <fcntl.h>
@@ -13,7 +14,9 @@
 #include <atomic>
 #include <chrono>
 #include <climits>
+#include <cstdlib>
 
+#include "platform/posix/custom_baud_rate.h"
 #include "platform/posix/errno_map.h"
 #include "platform/posix/serial_device_path.h"
 #include "platform/posix/termios_settings.h"
@@ -26,7 +29,6 @@ constexpr uint32_t kErrorInvalidHandle = 6;
 constexpr uint32_t kErrorDeviceNotConnected = 1167;
 constexpr uint32_t kDcbDtrControlDisable = 0x0000;
 constexpr uint32_t kDcbDtrControlHandshake = 0x0020;
-constexpr uint32_t kDcbRtsControlEnable = 0x1000;
 
 bool Fail(uint32_t code) {
   SetLastError(code);
@@ -50,10 +52,22 @@ int64_t RealMs(uint64_t ms) {
   return CurrentClock().RealWaitMs(static_cast<uint32_t>(ms));
 }
 
+// A UART divides its clock: a rate within 2 % of the one asked for is it.
+bool CloseEnough(uint32_t applied, uint32_t rate) {
+  return std::llabs(int64_t(applied) - int64_t(rate)) * 50 <= int64_t(rate);
+}
+
 class PosixSerialPort final : public SerialPort {
  public:
-  explicit PosixSerialPort(int fd) : fd_(fd) {}
-  ~PosixSerialPort() override { Close(); }
+  PosixSerialPort(int fd, bool ownsExclusive) : fd_(fd), ownsExclusive_(ownsExclusive) {
+    // Without a wake-up pipe a read just ends at its time-out.
+    if (pipe2(wake_, O_CLOEXEC | O_NONBLOCK) != 0) wake_[0] = wake_[1] = -1;
+  }
+  ~PosixSerialPort() override {
+    Close();
+    for (int end : wake_)
+      if (end >= 0) close(end);
+  }
 
   bool SetupQueues(uint32_t, uint32_t) override {
     // The kernel sizes a tty's queues itself.
@@ -64,6 +78,7 @@ class PosixSerialPort final : public SerialPort {
     termios tio {};
     if (tcgetattr(fd_, &tio) != 0) return FailFromErrno();
     *state = posix::DcbFrom(tio, flags_);
+    if (const std::optional<uint32_t> rate = posix::ReadBaudRate(fd_)) state->baudRate = *rate;
     // The DTR line when the device has one (a pseudo-terminal has none).
     int lines = 0;
     const uint32_t dtr = state->flags & kDcbDtrControlMask;
@@ -79,10 +94,15 @@ class PosixSerialPort final : public SerialPort {
     if (tcgetattr(fd_, &tio) != 0) return FailFromErrno();
     if (!posix::ApplyDcb(state, &tio)) return Fail(kErrorInvalidParameter);
     if (tcsetattr(fd_, TCSANOW, &tio) != 0) return FailFromErrno();
+    speed_t speed = B0;
+    const bool constant = posix::SpeedOf(state.baudRate, &speed);
+    if (!constant && !posix::SetCustomBaudRate(fd_, state.baudRate)) return Fail(kErrorInvalidParameter);
     // tcsetattr succeeds when any part applied; the speed must have.
     termios applied {};
     if (tcgetattr(fd_, &applied) != 0) return FailFromErrno();
-    if (cfgetospeed(&applied) != cfgetospeed(&tio)) return Fail(kErrorInvalidParameter);
+    const std::optional<uint32_t> rate = posix::ReadBaudRate(fd_);
+    if (rate ? !CloseEnough(*rate, state.baudRate) : cfgetospeed(&applied) != speed)
+      return Fail(kErrorInvalidParameter);
 
     // Modem lines fail on devices without them; that is no error here.
     const uint32_t dtr = state.flags & kDcbDtrControlMask;
@@ -114,17 +134,34 @@ class PosixSerialPort final : public SerialPort {
   bool Read(void* buffer, uint32_t size, uint32_t* got) override;
   bool Write(const void* data, uint32_t size, uint32_t* written) override;
 
+  void InterruptRead() override {
+    const char byte = 1;
+    // A full pipe already holds a wake-up.
+    if (wake_[1] >= 0 && write(wake_[1], &byte, 1) < 0) return;
+  }
+
   bool Close() override {
     const int fd = fd_.exchange(-1);
     if (fd < 0) return Fail(kErrorInvalidHandle);
-    ioctl(fd, TIOCNXCL);
+    // Only our own exclusivity is ours to lift.
+    if (ownsExclusive_) ioctl(fd, TIOCNXCL);
     return close(fd) == 0 || FailFromErrno();
   }
 
   uintptr_t HandleValue() const override { return static_cast<uintptr_t>(fd_.load()); }
 
  private:
+  // True when a wake-up was pending, which it consumes.
+  bool TakeWakeUp() {
+    char bytes[64];
+    bool woken = false;
+    while (wake_[0] >= 0 && read(wake_[0], bytes, sizeof bytes) > 0) woken = true;
+    return woken;
+  }
+
   std::atomic<int> fd_;
+  const bool ownsExclusive_;
+  int wake_[2];
   uint32_t flags_ = kDcbBinary | kDcbDtrControlEnable | kDcbRtsControlEnable;  // as a driver starts
   SerialTimeouts timeouts_;
   uint32_t eventMask_ = 0;
@@ -169,12 +206,14 @@ bool PosixSerialPort::Read(void* buffer, uint32_t size, uint32_t* got) {
       const int gap = PollMs(lastByte + std::chrono::milliseconds(intervalMs));
       waitMs = waitMs < 0 ? gap : std::min(waitMs, gap);
     }
-    pollfd p{fd, POLLIN, 0};
-    const int ready = poll(&p, 1, waitMs);
+    pollfd p[2] = {{fd, POLLIN, 0}, {wake_[0], POLLIN, 0}};
+    const int ready = poll(p, 2, waitMs);
     if (ready < 0 && errno == EINTR) continue;
     if (ready < 0) return FailFromErrno();
     if (ready == 0) return true;  // timed out: what came is the result
-    if (p.revents & POLLNVAL) return Fail(kErrorInvalidHandle);
+    if (p[0].revents & POLLNVAL) return Fail(kErrorInvalidHandle);
+    if (p[0].revents == 0 && TakeWakeUp()) return true;  // interrupted: what came is the result
+    if (p[0].revents == 0) continue;
     const ssize_t n = read(fd, out + have, size - have);
     if (n < 0 && (errno == EAGAIN || errno == EINTR)) continue;
     // Readable yet nothing to read, or EIO: the other side hung up.
@@ -219,14 +258,24 @@ bool PosixSerialPort::Write(const void* data, uint32_t size, uint32_t* written) 
   return true;
 }
 
+// Whether another open file of the port holds it: by TIOCEXCL, which does
+// not keep root out, or by flock. Takes the flock for `fd` when it is free.
+bool HeldElsewhere(int fd) {
+  int exclusive = 0;
+#ifdef TIOCGEXCL
+  if (ioctl(fd, TIOCGEXCL, &exclusive) != 0) exclusive = 0;  // a kernel that cannot tell
+#endif
+  return exclusive != 0 || flock(fd, LOCK_EX | LOCK_NB) != 0;
+}
+
 }  // namespace
 
 std::unique_ptr<SerialPort> SerialPort::Open(const std::u16string& name, SerialAccess access) {
   const std::optional<std::string> path = posix::ResolveSerialDevicePath(name);
   if (!path) return nullptr;
-  const int mode = access == SerialAccess::kReadWrite ? O_RDWR : O_RDONLY;
+  const bool use = access == SerialAccess::kReadWrite;
   // Non-blocking, so that a port waiting for carrier does not hang the open.
-  const int fd = open(path->c_str(), mode | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+  const int fd = open(path->c_str(), (use ? O_RDWR : O_RDONLY) | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) {
     Fail(errno == EBUSY ? kErrorAccessDenied : posix::Win32FromErrno(errno));
     return nullptr;
@@ -237,9 +286,11 @@ std::unique_ptr<SerialPort> SerialPort::Open(const std::u16string& name, SerialA
     return nullptr;
   };
   if (!isatty(fd)) return reject(kErrorFileNotFound);  // a file, not a port
+  if (HeldElsewhere(fd)) return reject(kErrorAccessDenied);
+  // A query only reads the settings: the port stays as it was.
+  if (!use) return std::make_unique<PosixSerialPort>(fd, false);
   // flock keeps out everyone who asks, root too; TIOCEXCL also keeps out
   // programs that do not ask.
-  if (flock(fd, LOCK_EX | LOCK_NB) != 0) return reject(kErrorAccessDenied);
   if (ioctl(fd, TIOCEXCL) != 0) return reject(posix::Win32FromErrno(errno));
   termios tio {};
   if (tcgetattr(fd, &tio) != 0) return reject(posix::Win32FromErrno(errno));
@@ -247,8 +298,11 @@ std::unique_ptr<SerialPort> SerialPort::Open(const std::u16string& name, SerialA
   tio.c_cflag |= CLOCAL | CREAD;
   tio.c_cc[VMIN] = 0;
   tio.c_cc[VTIME] = 0;
-  if (tcsetattr(fd, TCSANOW, &tio) != 0) return reject(posix::Win32FromErrno(errno));
-  return std::make_unique<PosixSerialPort>(fd);
+  if (tcsetattr(fd, TCSANOW, &tio) != 0) {
+    ioctl(fd, TIOCNXCL);
+    return reject(posix::Win32FromErrno(errno));
+  }
+  return std::make_unique<PosixSerialPort>(fd, true);
 }
 
 }  // namespace kavo::platform

@@ -25,6 +25,14 @@ constexpr BaudRate kBaudRates[] = {
 #endif
 };
 
+uint32_t RateOf(speed_t speed) {
+  for (const BaudRate& entry : kBaudRates)
+    if (entry.speed == speed) return entry.rate;
+  return 0;
+}
+
+}  // namespace
+
 bool SpeedOf(uint32_t rate, speed_t* speed) {
   for (const BaudRate& entry : kBaudRates) {
     if (entry.rate != rate) continue;
@@ -34,21 +42,15 @@ bool SpeedOf(uint32_t rate, speed_t* speed) {
   return false;
 }
 
-uint32_t RateOf(speed_t speed) {
-  for (const BaudRate& entry : kBaudRates)
-    if (entry.speed == speed) return entry.rate;
-  return 0;
-}
-
-}  // namespace
-
 bool ApplyDcb(const SerialState& state, termios* tio) {
-  speed_t speed = B0;
-  if (!SpeedOf(state.baudRate, &speed) || state.byteSize < 5 || state.byteSize > 8 ||
-      state.parity > 4 || state.stopBits > 2)
+  if (state.baudRate == 0 || state.byteSize < 5 || state.byteSize > 8 || state.parity > 4 ||
+      state.stopBits > 2)
     return false;
-  cfsetispeed(tio, speed);
-  cfsetospeed(tio, speed);
+  speed_t speed = B0;
+  if (SpeedOf(state.baudRate, &speed)) {
+    cfsetispeed(tio, speed);
+    cfsetospeed(tio, speed);
+  }
   static constexpr tcflag_t kSizes[] = {CS5, CS6, CS7, CS8};
   static constexpr tcflag_t kParities[] = {0, PARENB | PARODD, PARENB, PARENB | PARODD | CMSPAR,
                                            PARENB | CMSPAR};

@@ -1,6 +1,25 @@
 #include "platform/win32/win32_handles.h"
 
 namespace kavo::platform {
+
+namespace win32 {
+
+bool ReadHandle(HANDLE handle, void* buffer, uint32_t size, uint32_t* got) {
+  DWORD n = 0;
+  const bool ok = ReadFile(handle, buffer, size, &n, nullptr) != FALSE;
+  *got = ok ? n : 0;
+  return ok;
+}
+
+bool WriteHandle(HANDLE handle, const void* data, uint32_t size, uint32_t* written) {
+  DWORD n = 0;
+  const bool ok = WriteFile(handle, data, size, &n, nullptr) != FALSE;
+  *written = ok ? n : 0;
+  return ok;
+}
+
+}  // namespace win32
+
 namespace {
 
 class Win32File final : public File {
@@ -9,17 +28,10 @@ class Win32File final : public File {
   ~Win32File() override { CloseHandle(handle_); }
 
   bool Read(void* buffer, uint32_t size, uint32_t* got) override {
-    DWORD n = 0;
-    const bool ok = ReadFile(handle_, buffer, size, &n, nullptr) != FALSE;
-    *got = ok ? n : 0;
-    return ok;
+    return win32::ReadHandle(handle_, buffer, size, got);
   }
-
   bool Write(const void* data, uint32_t size, uint32_t* written) override {
-    DWORD n = 0;
-    const bool ok = WriteFile(handle_, data, size, &n, nullptr) != FALSE;
-    *written = ok ? n : 0;
-    return ok;
+    return win32::WriteHandle(handle_, data, size, written);
   }
 
   bool SeekFromStart(uint32_t offset) override {

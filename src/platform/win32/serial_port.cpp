@@ -88,17 +88,10 @@ class Win32SerialPort final : public SerialPort {
   bool SetEventMask(uint32_t mask) override { return SetCommMask(handle_, mask) != FALSE; }
 
   bool Read(void* buffer, uint32_t size, uint32_t* got) override {
-    DWORD n = 0;
-    const bool ok = ReadFile(handle_, buffer, size, &n, nullptr) != FALSE;
-    *got = n;
-    return ok;
+    return win32::ReadHandle(handle_, buffer, size, got);
   }
-
   bool Write(const void* data, uint32_t size, uint32_t* written) override {
-    DWORD n = 0;
-    const bool ok = WriteFile(handle_, data, size, &n, nullptr) != FALSE;
-    *written = n;
-    return ok;
+    return win32::WriteHandle(handle_, data, size, written);
   }
 
   bool Close() override {
@@ -123,6 +116,7 @@ class Win32SerialPort final : public SerialPort {
 }  // namespace
 
 std::unique_ptr<SerialPort> SerialPort::Open(const std::u16string& name, SerialAccess access) {
+  // A query opens for reading only, which changes nothing on the port.
   const DWORD rights = access == SerialAccess::kReadWrite ? GENERIC_READ | GENERIC_WRITE : GENERIC_READ;
   HANDLE handle = CreateFileW(win32::Wide(name), rights, 0, nullptr, OPEN_EXISTING,
                               FILE_ATTRIBUTE_NORMAL, nullptr);

@@ -27,6 +27,11 @@ inline WaitResult WaitOn(HANDLE handle, uint32_t ms) {
   }
 }
 
+// ReadFile and WriteFile as files and serial ports both call them: the
+// count is 0 whenever the call failed. Defined in file.cpp.
+bool ReadHandle(HANDLE handle, void* buffer, uint32_t size, uint32_t* got);
+bool WriteHandle(HANDLE handle, const void* data, uint32_t size, uint32_t* written);
+
 // wchar_t and char16_t are both UTF-16 units here; the casts live in this
 // folder only.
 inline const wchar_t* Wide(const char16_t* text) { return reinterpret_cast<const wchar_t*>(text); }
