@@ -11,11 +11,12 @@
 namespace kavo {
 namespace {
 
+using List = std::vector<std::u16string>;
+
 // An active driver entry: its "Name" and, when given, its driver key.
 std::string Active(const std::string& entry, const std::string& name, const std::string& driverKey = "") {
   std::string text = "[HKEY_LOCAL_MACHINE\\Drivers\\Active\\" + entry + "]\r\n\"Name\"=\"" + name + "\"\r\n";
-  if (!driverKey.empty()) text += "\"Key\"=\"Drivers\\\\" + driverKey + "\"\r\n";
-  return text;
+  return driverKey.empty() ? text : text + "\"Key\"=\"Drivers\\\\" + driverKey + "\"\r\n";
 }
 
 std::string Driver(const std::string& key, const std::string& friendlyName) {
@@ -23,56 +24,44 @@ std::string Driver(const std::string& key, const std::string& friendlyName) {
 }
 
 std::string BluetoothPort(const std::string& entry, const std::string& port) {
-  return "[HKEY_LOCAL_MACHINE\\Software\\Microsoft\\Bluetooth\\Serial\\Ports\\" + entry +
-         "]\r\n\"Port\"=\"" + port + "\"\r\n";
+  return "[HKEY_LOCAL_MACHINE\\Software\\Microsoft\\Bluetooth\\Serial\\Ports\\" + entry + "]\r\n" +
+         (port == "-" ? "" : "\"Port\"=\"" + port + "\"\r\n");
 }
 
-std::vector<std::u16string> Names(const COMPortCollection& ports) {
-  std::vector<std::u16string> names;
-  for (uint32_t i = 0; i < ports.GetCount(); ++i) {
-    COMPortInfo port;
-    EXPECT_TRUE(ports.GetPort(i, &port, nullptr));
-    EXPECT_EQ(port.BaudRate, 4800u);
-    EXPECT_EQ(port.ByteSize, 8);
+List ListFor(const std::string& keys) {
+  test::RegistryModel model(keys);
+  EXPECT_TRUE(model.Ok());
+  const Ref<COMPortCollection> ports = COMPortCollection::Create(1);
+  List names;
+  for (uint32_t i = 0; i < ports->GetCount(); ++i) {
+    COMPortInfo port(u"stale", 9600, 2, 7, 2);
+    EXPECT_TRUE(ports->GetPort(i, &port, nullptr));
+    EXPECT_EQ(std::vector<int>({int(port.BaudRate), port.Parity, port.ByteSize, port.StopBits}),
+              std::vector<int>({4800, 0, 8, 0}));
     names.emplace_back(port.Name);
   }
   return names;
 }
 
-std::vector<std::u16string> ListFor(const std::string& keys) {
-  test::RegistryModel model(keys);
-  EXPECT_TRUE(model.Ok());
-  test::LogCapture quiet;
-  return Names(*COMPortCollection::Create(1));
-}
-
-using List = std::vector<std::u16string>;
-
-TEST(PortCollection, PlainPortsComeInReverseRegistryOrder) {
-  EXPECT_EQ(ListFor(Active("01", "COM1:") + Active("02", "COM2:") + Active("03", "COM3:")),
-            (List{u"COM3:", u"COM2:", u"COM1:"}));
-}
-
-TEST(PortCollection, BluetoothDgpsAndTsipPortsGoLastInRegistryOrder) {
+// Plain ports in reverse registry order; Bluetooth, DGPS and TSIP ports
+// (by friendly name, case-sensitive, also from "Unimodem") after them in
+// registry order; then the Bluetooth serial ports, repeats kept.
+TEST(PortCollection, ListsPlainPortsFirstThenSpecialThenBluetoothSerialPorts) {
   const std::string keys =
       Active("01", "COM1:", "BT") + Driver("BT", "Generic Bluetooth Serial") +
       Active("02", "COM2:", "Plain") + Driver("Plain", "USB serial adapter") +
-      Active("03", "COM3:", "Modem") + Driver("Modem", "Modem on COM3") +
-      Driver("Modem\\Unimodem", "Garmin DGPS") +
+      Active("03", "COM3:", "Modem") + Driver("Modem", "Modem on COM3") + Driver("Modem\\Unimodem", "Garmin DGPS") +
       Active("04", "COM4:", "Tsip") + Driver("Tsip", "Trimble TSIP receiver") +
       Active("05", "COM5:", "Lower") + Driver("Lower", "bluetooth, lower case") +
-      Active("06", "COM6:", "Missing") +
-      Active("07", "COM7:", "NoName") + "[HKEY_LOCAL_MACHINE\\Drivers\\NoName]\r\n";
-  EXPECT_EQ(ListFor(keys),
-            (List{u"COM7:", u"COM6:", u"COM5:", u"COM2:", u"COM1:", u"COM3:", u"COM4:"}));
-}
-
-TEST(PortCollection, BluetoothSerialPortsFollowAndMayRepeatAnActivePort) {
-  const std::string keys = Active("01", "COM1:") + Active("02", "COM6:", "BT") +
-                           Driver("BT", "Bluetooth") + BluetoothPort("0", "COM8:") +
-                           BluetoothPort("1", "") + BluetoothPort("2", "COM6:") +
-                           "[HKEY_LOCAL_MACHINE\\Software\\Microsoft\\Bluetooth\\Serial\\Ports\\3]\r\n";
-  EXPECT_EQ(ListFor(keys), (List{u"COM1:", u"COM6:", u"COM8:", u"COM6:"}));
+      Active("06", "COM6:", "Missing") + Active("07", "COM7:", "NoName") + "[HKEY_LOCAL_MACHINE\\Drivers\\NoName]\r\n" +
+      BluetoothPort("0", "COM8:") + BluetoothPort("1", "") + BluetoothPort("2", "COM1:") + BluetoothPort("3", "-");
+  test::LogCapture log;
+  EXPECT_EQ(ListFor(keys), (List{u"COM7:", u"COM6:", u"COM5:", u"COM2:", u"COM1:", u"COM3:", u"COM4:",
+                                      u"COM8:", u"COM1:"}));
+  for (const char16_t* line : {u"    Device name: COM1:\n", u"     Friendly name: Generic Bluetooth Serial\n",
+                               u"    Device COM1: added to the end of list\n", u"    Device COM2: added as normal port\n",
+                               u"    Device COM8: added as bluetooth port\n"})
+    EXPECT_TRUE(log.Contains(line)) << log.Utf8();
 }
 
 TEST(PortCollection, OnlyNamesStartingWithComThatFitAreListed) {
@@ -81,6 +70,7 @@ TEST(PortCollection, OnlyNamesStartingWithComThatFitAreListed) {
                            Active("05", "COM4567890123456789") +   // 19 characters
                            "[HKEY_LOCAL_MACHINE\\Drivers\\Active\\06]\r\n\"Name\"=dword:00000001\r\n" +
                            "[HKEY_LOCAL_MACHINE\\Drivers\\Active\\07]\r\n";
+  test::LogCapture log;
   EXPECT_EQ(ListFor(keys), (List{u"COM4567890123456789"}));
 }
 
@@ -95,47 +85,6 @@ TEST(PortCollection, WithoutActiveDriversThereIsNoCollection) {
     EXPECT_EQ(error.Code(), kErrPortCollection);
   }
   EXPECT_TRUE(log.Contains(u" COM ports collection failed to initialize\n")) << log.Utf8();
-}
-
-TEST(PortCollection, EveryStepIsLoggedInItsScope) {
-  test::RegistryModel model(Active("01", "COM1:", "BT") + Driver("BT", "Bluetooth") +
-                            Active("02", "COM2:") + Active("03", "GPD0:") + BluetoothPort("0", "COM8:"));
-  ASSERT_TRUE(model.Ok());
-  test::LogCapture log;
-  COMPortCollection::Create(1);
-  // A scope's title line: the logger indents the title and its "\n" alike.
-  const auto title = [](int level, const std::u16string& text) {
-    const std::u16string indent(level, u' ');
-    return indent + text + indent + u"\n";
-  };
-  EXPECT_EQ(log.Text(),
-            title(0, u"Initializing COM ports collection") +
-            title(1, u"Filling ports list") +
-            title(2, u"Adding common com ports") +
-            title(3, u"Processing registry entry") +
-            u"    Device name: COM1:\n" +
-            title(4, u"Check if bluetooth port") +
-            u"     Friendly name: Bluetooth\n"
-            u"    Finished\n"
-            u"    Device COM1: added to the end of list\n"
-            u"   Finished\n" +
-            title(3, u"Processing registry entry") +
-            u"    Device name: COM2:\n" +
-            title(4, u"Check if bluetooth port") +
-            u"    Finished\n"
-            u"    Device COM2: added as normal port\n"
-            u"   Finished\n" +
-            title(3, u"Processing registry entry") +
-            u"    Device name: GPD0:\n"
-            u"   Finished\n"
-            u"  Finished\n" +
-            title(2, u"Adding bluetooth com ports") +
-            title(3, u"Processing bluetooth registry entry") +
-            u"    Device COM8: added as bluetooth port\n"
-            u"   Finished\n"
-            u"  Finished\n"
-            u" Finished\n"
-            u"Finished\n");
 }
 
 TEST(PortCollection, APortThatCannotBeOpenedIsBusyWithItsListedNameAndDefaults) {

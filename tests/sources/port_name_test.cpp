@@ -12,19 +12,12 @@ WideString Corrected(const WideString& name) {
   return CorrectPortName(name, &out) ? out : u"<rejected:" + out + u">";
 }
 
-TEST(PortName, IsLowerCasedWithATrailingColon) {
-  EXPECT_EQ(Corrected(u"COM1"), u"com1:");
-  EXPECT_EQ(Corrected(u"com12:"), u"com12:");
-  EXPECT_EQ(Corrected(u"COM3:"), u"com3:");
-  EXPECT_EQ(Corrected(u"/dev/ttyUSB0"), u"/dev/ttyusb0:");
-}
-
-TEST(PortName, FitsInNineteenCharactersWithItsColon) {
-  EXPECT_EQ(Corrected(WideString(18, u'A')), WideString(18, u'a') + u":");
-  EXPECT_EQ(Corrected(WideString(18, u'A') + u":"), WideString(18, u'a') + u":");
-  EXPECT_EQ(Corrected(WideString(19, u'A')), u"<rejected:untouched>");
-  EXPECT_EQ(Corrected(WideString(19, u'A') + u":"), u"<rejected:untouched>");
-  EXPECT_EQ(Corrected(u""), u"<rejected:untouched>");
+TEST(PortName, IsLowerCasedWithATrailingColonAndFitsInNineteenCharacters) {
+  const WideString a18(18, u'A'), lower18 = WideString(18, u'a') + u":", rejected = u"<rejected:untouched>";
+  const std::pair<WideString, WideString> cases[] = {
+      {u"COM1", u"com1:"}, {u"com12:", u"com12:"}, {u"COM3:", u"com3:"}, {u"/dev/ttyUSB0", u"/dev/ttyusb0:"},
+      {a18, lower18}, {a18 + u":", lower18}, {a18 + u"A", rejected}, {a18 + u"A:", rejected}, {u"", rejected}};
+  for (const auto& [name, expected] : cases) EXPECT_EQ(Corrected(name), expected) << ToUtf8(name);
 }
 
 TEST(PortName, LogsTheAppendedColonAndTheLength) {

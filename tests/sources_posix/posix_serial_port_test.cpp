@@ -1,22 +1,20 @@
 // The termios serial port on pseudo-terminals: other programs' locks, a
 // query that changes nothing, rates by number, time-outs and the wake-up.
 #include <fcntl.h>
-#include <pty.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include <future>
 #include <thread>
 
+#include "../tools/pty_peer/pty_receiver.h"
 #include "common/log_capture.h"
 #include "common/registry_model.h"
 #include "common/temp_dir.h"
 #include "common/test_clock.h"
 #include "platform/posix/custom_baud_rate.h"
-#include "platform/serial_port.h"
 #include "ports/com_port_collection.h"
 #include "sources/serial_connection.h"
 
@@ -29,24 +27,25 @@ constexpr uint32_t kMaxDword = 0xFFFFFFFFu;
 class Pty : public testing::Test {
  protected:
   void SetUp() override {
-    char name[128] = {};
     int slave = -1;
-    ASSERT_EQ(openpty(&master_, &slave, name, nullptr, nullptr), 0);
+    ASSERT_TRUE(receiver_.Open(&path_, &slave));
     close(slave);
-    path_ = name;
   }
-  void TearDown() override { close(master_); }
-
   std::u16string Name() const { return Utf8ToUtf16(path_ + ":"); }
-  COMPortInfo Port(uint32_t baud = 4800) const { return COMPortInfo(Utf8ToUtf16(path_).c_str(), baud, 0, 8, 0); }
-  void Send(const std::string& bytes) { ASSERT_EQ(write(master_, bytes.data(), bytes.size()), ssize_t(bytes.size())); }
-  int Exclusive(int fd) const {
+  COMPortInfo Port() const { return COMPortInfo(Utf8ToUtf16(path_).c_str(), 4800, 0, 8, 0); }
+  int Holder(bool exclusive, bool locked) const {  // another program's descriptor
+    const int fd = open(path_.c_str(), O_RDWR | O_NOCTTY);
+    EXPECT_EQ(exclusive ? ioctl(fd, TIOCEXCL) : 0, 0);
+    EXPECT_EQ(locked ? flock(fd, LOCK_EX) : 0, 0);
+    return fd;
+  }
+  static int Exclusive(int fd) {
     int on = -1;
     EXPECT_EQ(ioctl(fd, TIOCGEXCL, &on), 0);
     return on;
   }
 
-  int master_ = -1;
+  test::PtyReceiver receiver_;
   std::string path_;
 };
 
@@ -54,20 +53,12 @@ class Pty : public testing::Test {
 // and it lifts only the exclusivity it set itself.
 TEST_F(Pty, APortAnotherProgramHoldsIsBusyAndKeepsItsLock) {
   test::ManualClock clock(1000, 30);
-  const auto raw = [&](bool exclusive, bool locked) {
-    const int fd = open(path_.c_str(), O_RDWR | O_NOCTTY);
-    EXPECT_GE(fd, 0);
-    EXPECT_EQ(exclusive ? ioctl(fd, TIOCEXCL) : 0, 0);
-    EXPECT_EQ(locked ? flock(fd, LOCK_EX) : 0, 0);
-    return fd;
-  };
   for (const auto& [exclusive, locked] : {std::pair{true, false}, {false, true}, {true, true}}) {
     SCOPED_TRACE(testing::Message() << "TIOCEXCL " << exclusive << ", flock " << locked);
-    const int holder = raw(exclusive, locked);
+    const int holder = Holder(exclusive, locked);
     test::LogCapture log;
-    Ref<SerialConnection> connection(new SerialConnection);
     CIMExceptionImpl error;
-    EXPECT_EQ(connection->Open(Port(), &error), 0);
+    EXPECT_EQ(Ref<SerialConnection>(new SerialConnection)->Open(Port(), &error), 0);
     EXPECT_EQ(error.Code(), kErrPortNotFound);
     EXPECT_EQ(std::u16string(error.Message()), Utf8ToUtf16(path_));
     EXPECT_TRUE(log.Contains(u" Last error returned 5\n")) << log.Utf8();
@@ -83,7 +74,7 @@ TEST_F(Pty, APortAnotherProgramHoldsIsBusyAndKeepsItsLock) {
   ASSERT_EQ(first->Open(Port(), nullptr), 1);
   EXPECT_EQ(second->Open(Port(), nullptr), 0);
   first = Ref<SerialConnection>();
-  const int after = raw(false, false);
+  const int after = Holder(false, false);
   EXPECT_EQ(Exclusive(after), 0);
   EXPECT_EQ(flock(after, LOCK_EX | LOCK_NB), 0);
   close(after);
@@ -92,31 +83,26 @@ TEST_F(Pty, APortAnotherProgramHoldsIsBusyAndKeepsItsLock) {
 
 TEST_F(Pty, AQueryReadsTheSettingsAndLeavesThePortAsItWas) {
   termios before {};
-  ASSERT_EQ(tcgetattr(master_, &before), 0);
+  ASSERT_EQ(tcgetattr(receiver_.Master(), &before), 0);
   before.c_lflag |= ICANON | ECHO;
   before.c_iflag |= ICRNL | INPCK;
   before.c_oflag |= OPOST;
   before.c_cflag |= CSTOPB;  // a pseudo-terminal keeps 8 bits without parity whatever is set
   cfsetspeed(&before, B9600);
-  ASSERT_EQ(tcsetattr(master_, TCSANOW, &before), 0);
-  ASSERT_EQ(tcgetattr(master_, &before), 0);
+  ASSERT_EQ(tcsetattr(receiver_.Master(), TCSANOW, &before), 0);
+  ASSERT_EQ(tcgetattr(receiver_.Master(), &before), 0);
   test::RegistryModel model("[HKEY_LOCAL_MACHINE\\Drivers\\Active\\01]\r\n\"Name\"=\"COM7:\"\r\n"
-                            "[HKEY_LOCAL_MACHINE\\Hardware\\DeviceMap\\SerialComm]\r\n\"" + path_ +
-                            "\"=\"COM7\"\r\n");
-  ASSERT_TRUE(model.Ok());
+                            "[HKEY_LOCAL_MACHINE\\Hardware\\DeviceMap\\SerialComm]\r\n\"" + path_ + "\"=\"COM7\"\r\n");
   test::LogCapture quiet;
   COMPortInfo port;
   uint8_t busy = 9;
   ASSERT_TRUE(COMPortCollection::Create(1)->ObtainPort(0, &port, &busy, nullptr));
-  EXPECT_EQ(busy, 0);
-  EXPECT_EQ(std::vector<int>({int(port.BaudRate), port.Parity, port.ByteSize, port.StopBits}),
-            std::vector<int>({9600, 1, 8, 2}));
+  EXPECT_EQ(std::vector<int>({busy, int(port.BaudRate), port.Parity, port.ByteSize, port.StopBits}),
+            std::vector<int>({0, 9600, 1, 8, 2}));
   termios after {};
-  ASSERT_EQ(tcgetattr(master_, &after), 0);
-  EXPECT_EQ(after.c_iflag, before.c_iflag);
-  EXPECT_EQ(after.c_oflag, before.c_oflag);
-  EXPECT_EQ(after.c_cflag, before.c_cflag);
-  EXPECT_EQ(after.c_lflag, before.c_lflag);
+  ASSERT_EQ(tcgetattr(receiver_.Master(), &after), 0);
+  EXPECT_EQ(std::vector<tcflag_t>({after.c_iflag, after.c_oflag, after.c_cflag, after.c_lflag}),
+            std::vector<tcflag_t>({before.c_iflag, before.c_oflag, before.c_cflag, before.c_lflag}));
 }
 
 TEST_F(Pty, RatesWithoutASpeedConstantAreSetAndReadBack) {
@@ -129,7 +115,7 @@ TEST_F(Pty, RatesWithoutASpeedConstantAreSetAndReadBack) {
     EXPECT_TRUE(port->SetState(state)) << rate;
     ASSERT_TRUE(port->GetState(&state));
     EXPECT_EQ(state.baudRate, rate);
-    EXPECT_EQ(posix::ReadBaudRate(master_), rate);  // what the receiver's side sees
+    EXPECT_EQ(posix::ReadBaudRate(receiver_.Master()), rate);  // what the receiver's side sees
   }
 }
 
@@ -138,30 +124,24 @@ TEST_F(Pty, ReadsAndWritesHonourEachKindOfTimeOut) {
   const std::unique_ptr<SerialPort> port = SerialPort::Open(Name(), SerialAccess::kReadWrite);
   ASSERT_TRUE(port);
   const auto read = [&](uint32_t interval, uint32_t multiplier, uint32_t constant, uint32_t size) {
-    SerialTimeouts t;
-    t.readInterval = interval;
-    t.readTotalMultiplier = multiplier;
-    t.readTotalConstant = constant;
-    t.writeTotalMultiplier = 100;
-    EXPECT_TRUE(port->SetTimeouts(t));
+    EXPECT_TRUE(port->SetTimeouts(SerialTimeouts{interval, multiplier, constant, 100, 0}));
     std::string buffer(size, '\0');
     uint32_t got = 0;
     EXPECT_TRUE(port->Read(buffer.data(), size, &got));
     return buffer.substr(0, got);
   };
   EXPECT_EQ(read(kMaxDword, 0, 0, 8), "");  // at once with what is queued
-  Send("abc");
+  receiver_.Send("abc");
   EXPECT_EQ(read(kMaxDword, 0, 0, 8), "abc");
   EXPECT_EQ(read(kMaxDword, kMaxDword, 700, 8), "");  // up to the constant for the first byte
-  Send("defgh");
+  receiver_.Send("defgh");
   EXPECT_EQ(read(kMaxDword, kMaxDword, 700, 3), "def");
   EXPECT_EQ(read(kMaxDword, kMaxDword, 700, 8), "gh");
-  Send("0123456789");
+  receiver_.Send("0123456789");
   EXPECT_EQ(read(0, 0, 0, 10), "0123456789");  // no time-outs: all that was asked for
-  Send("xyz");
+  receiver_.Send("xyz");
   EXPECT_EQ(read(0, 10, 100, 10), "xyz");  // a total time-out ends a partial read
-  // A write nobody reads ends at its time-out, having written part.
-  const std::string big(1 << 20, 'x');
+  const std::string big(1 << 20, 'x');  // a write nobody reads ends at its time-out
   uint32_t written = 0;
   ASSERT_TRUE(port->Write(big.data(), uint32_t(big.size()), &written));
   EXPECT_GT(written, 0u);
@@ -193,7 +173,7 @@ TEST_F(Pty, ACancelEndsAWaitingReadOrElseTheNextOne) {
   const auto finish = [&](std::future<std::u16string> reading) {
     if (reading.wait_for(std::chrono::seconds(60)) != std::future_status::ready) {
       ADD_FAILURE() << "the read was not cut short";
-      Send("!");
+      receiver_.Send("!");
     }
     return reading.get();
   };
@@ -204,7 +184,7 @@ TEST_F(Pty, ACancelEndsAWaitingReadOrElseTheNextOne) {
   while (clock.waits == waitsBefore) std::this_thread::yield();
   connection->CancelRead();
   EXPECT_EQ(finish(std::move(waiting)), u"");
-  Send("$GP");  // and reading goes on as before
+  receiver_.Send("$GP");  // and reading goes on as before
   EXPECT_EQ(finish(read()), u"$GP");
 }
 

@@ -7,29 +7,13 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <sstream>
 
-#include "port_peer.h"
+#include "../../tools/pty_peer/hex.h"
 #include "platform/platform.h"
+#include "port_peer.h"
 
 namespace kavo::test {
 namespace {
-
-std::string Hex(const std::string& bytes) {
-  static const char digits[] = "0123456789abcdef";
-  std::string out;
-  for (unsigned char b : bytes) {
-    out += digits[b >> 4];
-    out += digits[b & 15];
-  }
-  return out;
-}
-
-std::string Unhex(const std::string& text) {
-  std::string out;
-  for (size_t i = 0; i + 1 < text.size(); i += 2) out += static_cast<char>(std::stoi(text.substr(i, 2), nullptr, 16));
-  return out;
-}
 
 class RemotePortPeer final : public PortPeer {
  public:
@@ -62,22 +46,11 @@ class RemotePortPeer final : public PortPeer {
     WSACleanup();
   }
 
-  PortLimits Limits() const override {
-    PortLimits limits;
-    limits.exclusiveOpen = false;
-    limits.hangUpFailsReads = false;
-    limits.rtsToggle = false;
-    return limits;
-  }
+  bool HangUpFailsReads() const override { return false; }
 
   std::u16string PortName() const override { return name_; }
 
-  LineSettings Settings() override {
-    std::istringstream reply(Command("SETTINGS"));
-    LineSettings s;
-    reply >> s.speed >> s.parity >> s.dataBits >> s.stopBits;
-    return s;
-  }
+  std::string Settings() override { return Command("SETTINGS"); }
 
   void Send(const std::string& bytes) override { Command("SEND " + Hex(bytes)); }
 

@@ -1,5 +1,5 @@
 // pty_peer: plays a GPS receiver on a pseudo-terminal for a Windows test
-// program running under Wine.
+// program running under Wine, in a booted prefix.
 //
 //   pty_peer -- <wine> <program.exe> [arguments...]
 //
@@ -14,32 +14,28 @@
 //   HANGUP           closes the receiver's side
 // Its exit status is the program's. Linux only.
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <netinet/in.h>
-#include <poll.h>
-#include <pty.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
-#include <termios.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <sstream>
-#include <string>
-#include <vector>
+
+#include "hex.h"
+#include "pty_receiver.h"
 
 namespace {
 
+using kavo::test::PtyReceiver;
+
 std::string g_link;  // dosdevices/comN, removed at exit
-int g_master = -1;
-pid_t g_holder = -1;
 std::string g_comName;
+PtyReceiver g_receiver;
+pid_t g_holder = -1;
 
 void Fail(const std::string& what) {
   std::fprintf(stderr, "pty_peer: %s: %s\n", what.c_str(), std::strerror(errno));
@@ -47,37 +43,8 @@ void Fail(const std::string& what) {
   std::exit(2);
 }
 
-std::string WinePrefix() {
-  if (const char* prefix = std::getenv("WINEPREFIX")) return prefix;
-  const char* home = std::getenv("HOME");
-  return std::string(home ? home : "/root") + "/.wine";
-}
-
-bool IsDirectory(const std::string& path) {
-  struct stat info {};
-  return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
-}
-
-int RunAndWait(std::vector<std::string> args) {
-  std::vector<char*> argv;
-  for (std::string& a : args) argv.push_back(a.data());
-  argv.push_back(nullptr);
-  const pid_t child = fork();
-  if (child < 0) Fail("fork");
-  if (child == 0) {
-    execvp(argv[0], argv.data());
-    std::fprintf(stderr, "pty_peer: cannot run %s: %s\n", argv[0], std::strerror(errno));
-    _exit(127);
-  }
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-  }
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
-void CloseTerminal() {
-  if (g_master >= 0) close(g_master);
-  g_master = -1;
+void HangUp() {
+  g_receiver.HangUp();
   if (g_holder > 0) {
     kill(g_holder, SIGKILL);
     waitpid(g_holder, nullptr, 0);
@@ -109,108 +76,49 @@ pid_t HoldAsControllingTerminal(int slave) {
 
 // Opens a fresh pseudo-terminal and points the COM link at it.
 void NewTerminal(const std::string& dosdevices) {
-  CloseTerminal();
+  HangUp();
+  std::string name;
   int slave = -1;
-  char name[128] = {};
-  if (openpty(&g_master, &slave, name, nullptr, nullptr) != 0) Fail("openpty");
+  if (!g_receiver.Open(&name, &slave)) Fail("openpty");
   g_holder = HoldAsControllingTerminal(slave);
   close(slave);  // the program opens it by name
-  if (g_link.empty()) {
-    for (int n = 1; n <= 9 && g_link.empty(); ++n) {
-      const std::string link = dosdevices + "/com" + std::to_string(n);
-      if (symlink(name, link.c_str()) == 0) {
-        g_link = link;
-        g_comName = "COM" + std::to_string(n);
-      } else if (errno != EEXIST) {
-        Fail("symlink " + link);
-      }
+  for (int n = 1; n <= 9 && g_link.empty(); ++n) {
+    const std::string link = dosdevices + "/com" + std::to_string(n);
+    if (symlink(name.c_str(), link.c_str()) == 0) {
+      g_link = link;
+      g_comName = "COM" + std::to_string(n);
+      return;
     }
-    if (g_link.empty()) Fail("no free COM name among com1..com9 in " + dosdevices);
-    return;
+    if (errno != EEXIST) Fail("symlink " + link);
   }
+  if (g_link.empty()) Fail("no free COM name among com1..com9 in " + dosdevices);
   const std::string temporary = g_link + ".new";
   unlink(temporary.c_str());
-  if (symlink(name, temporary.c_str()) != 0 || rename(temporary.c_str(), g_link.c_str()) != 0)
+  if (symlink(name.c_str(), temporary.c_str()) != 0 || rename(temporary.c_str(), g_link.c_str()) != 0)
     Fail("relinking " + g_link);
-}
-
-std::string Hex(const std::string& bytes) {
-  static const char digits[] = "0123456789abcdef";
-  std::string out;
-  for (unsigned char b : bytes) {
-    out += digits[b >> 4];
-    out += digits[b & 15];
-  }
-  return out;
-}
-
-std::string Settings() {
-  termios tio {};
-  if (g_master < 0 || tcgetattr(g_master, &tio) != 0) return "ERR no terminal";
-  const speed_t speeds[] = {B1200, B2400, B4800, B9600, B19200, B38400, B57600, B115200};
-  const unsigned rates[] = {1200, 2400, 4800, 9600, 19200, 38400, 57600, 115200};
-  unsigned rate = 0;
-  for (size_t i = 0; i < sizeof rates / sizeof rates[0]; ++i)
-    if (cfgetospeed(&tio) == speeds[i]) rate = rates[i];
-  const tcflag_t size = tio.c_cflag & CSIZE;
-  const int bits = size == CS5 ? 5 : size == CS6 ? 6 : size == CS7 ? 7 : 8;
-  char parity = 'N';
-  if (tio.c_cflag & PARENB) {
-    if (tio.c_cflag & CMSPAR) parity = (tio.c_cflag & PARODD) ? 'M' : 'S';
-    else parity = (tio.c_cflag & PARODD) ? 'O' : 'E';
-  }
-  std::ostringstream out;
-  out << "OK " << rate << ' ' << parity << ' ' << bits << ' ' << ((tio.c_cflag & CSTOPB) ? 2 : 1);
-  return out.str();
-}
-
-std::string Send(const std::string& hex) {
-  std::string bytes;
-  for (size_t i = 0; i + 1 < hex.size(); i += 2) bytes += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
-  size_t done = 0;
-  while (done < bytes.size()) {
-    const ssize_t n = write(g_master, bytes.data() + done, bytes.size() - done);
-    if (n <= 0) return "ERR write failed";
-    done += static_cast<size_t>(n);
-  }
-  return "OK";
-}
-
-std::string Receive(size_t max, int waitMs) {
-  std::string got;
-  char chunk[4096];
-  while (g_master >= 0 && got.size() < max) {
-    pollfd p{g_master, POLLIN, 0};
-    if (poll(&p, 1, waitMs) <= 0) break;
-    const ssize_t n = read(g_master, chunk, std::min(sizeof chunk, max - got.size()));
-    if (n <= 0) break;
-    got.append(chunk, static_cast<size_t>(n));
-  }
-  return "OK " + Hex(got);
 }
 
 std::string Answer(const std::string& line, const std::string& dosdevices) {
   std::istringstream in(line);
-  std::string command;
+  std::string command, argument;
   in >> command;
   if (command == "NEW") {
     NewTerminal(dosdevices);
     return "OK " + g_comName;
   }
-  if (command == "SETTINGS") return Settings();
-  if (command == "SEND") {
-    std::string hex;
-    in >> hex;
-    return g_master < 0 ? "ERR no terminal" : Send(hex);
+  if (command == "SETTINGS") {
+    const std::string settings = g_receiver.Settings();
+    return settings.empty() ? "ERR no terminal" : "OK " + settings;
   }
+  if (command == "SEND") return in >> argument && g_receiver.Send(kavo::test::Unhex(argument)) ? "OK" : "ERR write failed";
   if (command == "RECV") {
     size_t max = 0;
     int waitMs = 0;
     in >> max >> waitMs;
-    return Receive(max, waitMs);
+    return "OK " + kavo::test::Hex(g_receiver.Receive(max, waitMs));
   }
   if (command == "HANGUP") {
-    CloseTerminal();
+    HangUp();
     return "OK";
   }
   return "ERR unknown command";
@@ -219,16 +127,15 @@ std::string Answer(const std::string& line, const std::string& dosdevices) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  int first = 1;
-  if (first < argc && std::strcmp(argv[first], "--") == 0) ++first;
+  const int first = argc > 1 && std::strcmp(argv[1], "--") == 0 ? 2 : 1;
   if (first + 1 >= argc) {
     std::fprintf(stderr, "usage: pty_peer -- <wine> <program.exe> [arguments...]\n");
     return 2;
   }
-  const std::string wine = argv[first];
-  const std::string dosdevices = WinePrefix() + "/dosdevices";
-  if (!IsDirectory(dosdevices) && RunAndWait({wine, "wineboot", "-i"}) != 0) Fail("wineboot");
-  if (!IsDirectory(dosdevices)) Fail("no " + dosdevices);
+  const char* prefix = std::getenv("WINEPREFIX");
+  const char* home = std::getenv("HOME");
+  const std::string dosdevices = (prefix ? std::string(prefix) : std::string(home ? home : "/root") + "/.wine") + "/dosdevices";
+  if (access(dosdevices.c_str(), W_OK) != 0) Fail(dosdevices + " (boot the prefix with wineboot -i first)");
 
   const int listener = socket(AF_INET, SOCK_STREAM, 0);
   sockaddr_in address{};
@@ -253,9 +160,7 @@ int main(int argc, char** argv) {
   int client = -1;
   std::string pending;
   int status = 0;
-  for (;;) {
-    const pid_t done = waitpid(child, &status, WNOHANG);
-    if (done == child) break;
+  while (waitpid(child, &status, WNOHANG) != child) {
     pollfd p{client >= 0 ? client : listener, POLLIN, 0};
     if (poll(&p, 1, 200) <= 0) continue;
     if (client < 0) {
@@ -270,8 +175,7 @@ int main(int argc, char** argv) {
       continue;
     }
     pending.append(chunk, static_cast<size_t>(n));
-    size_t end;
-    while ((end = pending.find('\n')) != std::string::npos) {
+    for (size_t end; (end = pending.find('\n')) != std::string::npos;) {
       const std::string answer = Answer(pending.substr(0, end), dosdevices) + "\n";
       pending.erase(0, end + 1);
       if (write(client, answer.data(), answer.size()) < 0) break;
@@ -279,7 +183,7 @@ int main(int argc, char** argv) {
   }
   if (client >= 0) close(client);
   close(listener);
-  CloseTerminal();
+  HangUp();
   unlink(g_link.c_str());
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
