@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <regex>
-#include <sstream>
 #include <string>
 #include <thread>
 
@@ -54,19 +53,14 @@ class SerialWithPeer : public testing::Test {
 };
 
 // Each description reopens the same connection; the receiver sees the
-// speed and stop bits (a pseudo-terminal keeps only those of the line).
+// speed and stop bits (a pseudo-terminal takes only 8 bits without parity,
+// and Wine refuses anything else on one).
 TEST_F(SerialWithPeer, EachOpenAppliesTheLineSettingsOfItsDescription) {
-  for (const auto& [port, stopBits] : {std::pair{Port(), 1}, {Port(9600, 2, 7, 2), 2}, {Port(2400, 1, 8, 0), 1},
-                                       {Port(19200, 3, 8, 0), 1}, {Port(38400, 4, 6, 2), 2}}) {
+  for (const auto& [port, stopBits] : {std::pair{Port(), 1}, {Port(9600, 0, 8, 2), 2}, {Port(2400), 1},
+                                       {Port(19200, 0, 8, 2), 2}, {Port(38400), 1}}) {
     SCOPED_TRACE(port.BaudRate);
     ASSERT_TRUE(Opens(port));
-    std::istringstream seen(peer_->Settings());
-    uint32_t speed = 0;
-    int seenStopBits = 0;
-    std::string parityAndBits[2];
-    seen >> speed >> parityAndBits[0] >> parityAndBits[1] >> seenStopBits;
-    EXPECT_EQ(speed, port.BaudRate);
-    EXPECT_EQ(seenStopBits, stopBits);
+    EXPECT_EQ(peer_->Settings(), std::to_string(port.BaudRate) + " N 8 " + std::to_string(stopBits));
   }
   peer_->Send("$GPRMC");
   EXPECT_EQ(ReadUpTo(6), u"$GPRMC");
