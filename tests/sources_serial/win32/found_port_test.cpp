@@ -20,9 +20,16 @@ TEST(FoundPort, ASearchFindsTheReceiverAt9600AndTheDriverMadeFromItReadsFixes) {
   test::RegistryModel model("[HKEY_LOCAL_MACHINE\\Drivers\\Active\\01]\r\n\"Name\"=\"" + name + "\"\r\n");
   ASSERT_TRUE(model.Ok());
   // A receiver at 9600: at any other speed the port sees garbage.
-  std::atomic<bool> stop{false};
-  std::thread receiver([&] {
-    while (!stop) {
+  struct Receiver {
+    std::atomic<bool> stop{false};
+    std::thread thread;
+    ~Receiver() {
+      stop = true;
+      thread.join();
+    }
+  } receiver;
+  receiver.thread = std::thread([&] {
+    while (!receiver.stop) {
       const bool at9600 = peer->Settings().rfind("9600 ", 0) == 0;
       peer->Send(at9600 ? "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*47\r\n"
                         : "\xF0\x8E\x7F\xC3\x81\x99\xE6\x1F");
@@ -46,8 +53,6 @@ TEST(FoundPort, ASearchFindsTheReceiverAt9600AndTheDriverMadeFromItReadsFixes) {
   EXPECT_NEAR(location.Latitude, 48.1173, 0.001);
   GPSDriver_Stop(driver);
   GPSDriver_Release(driver);
-  stop = true;
-  receiver.join();
 }
 
 }  // namespace
