@@ -136,8 +136,8 @@ class PosixSerialPort final : public SerialPort {
 
   void InterruptRead() override {
     const char byte = 1;
-    // A full pipe already holds a wake-up.
-    if (wake_[1] >= 0 && write(wake_[1], &byte, 1) < 0) return;
+    // Failing only when the pipe is full, that is when a wake-up is pending.
+    [[maybe_unused]] const ssize_t n = wake_[1] >= 0 ? write(wake_[1], &byte, 1) : 0;
   }
 
   bool Close() override {
