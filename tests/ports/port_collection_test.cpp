@@ -45,7 +45,8 @@ List ListFor(const std::string& keys) {
 
 // Plain ports in reverse registry order; Bluetooth, DGPS and TSIP ports
 // (by friendly name, case-sensitive, also from "Unimodem") after them in
-// registry order; then the Bluetooth serial ports, repeats kept.
+// registry order; then the Bluetooth serial ports, repeats kept. Only
+// names that start with "COM" and fit in 19 characters are listed.
 TEST(PortCollection, ListsPlainPortsFirstThenSpecialThenBluetoothSerialPorts) {
   const std::string keys =
       Active("01", "COM1:", "BT") + Driver("BT", "Generic Bluetooth Serial") +
@@ -54,24 +55,17 @@ TEST(PortCollection, ListsPlainPortsFirstThenSpecialThenBluetoothSerialPorts) {
       Active("04", "COM4:", "Tsip") + Driver("Tsip", "Trimble TSIP receiver") +
       Active("05", "COM5:", "Lower") + Driver("Lower", "bluetooth, lower case") +
       Active("06", "COM6:", "Missing") + Active("07", "COM7:", "NoName") + "[HKEY_LOCAL_MACHINE\\Drivers\\NoName]\r\n" +
-      BluetoothPort("0", "COM8:") + BluetoothPort("1", "") + BluetoothPort("2", "COM1:") + BluetoothPort("3", "-");
+      BluetoothPort("0", "COM8:") + BluetoothPort("1", "") + BluetoothPort("2", "COM1:") + BluetoothPort("3", "-") +
+      Active("11", "com1:") + Active("12", "GPD1:") + Active("13", "CO") + Active("14", "COM45678901234567890") +
+      Active("15", "COM4567890123456789") + "[HKEY_LOCAL_MACHINE\\Drivers\\Active\\16]\r\n\"Name\"=dword:00000001\r\n" +
+      "[HKEY_LOCAL_MACHINE\\Drivers\\Active\\17]\r\n";
   test::LogCapture log;
-  EXPECT_EQ(ListFor(keys), (List{u"COM7:", u"COM6:", u"COM5:", u"COM2:", u"COM1:", u"COM3:", u"COM4:",
+  EXPECT_EQ(ListFor(keys), (List{u"COM4567890123456789", u"COM7:", u"COM6:", u"COM5:", u"COM2:", u"COM1:", u"COM3:", u"COM4:",
                                       u"COM8:", u"COM1:"}));
   for (const char16_t* line : {u"    Device name: COM1:\n", u"     Friendly name: Generic Bluetooth Serial\n",
                                u"    Device COM1: added to the end of list\n", u"    Device COM2: added as normal port\n",
                                u"    Device COM8: added as bluetooth port\n"})
     EXPECT_TRUE(log.Contains(line)) << log.Utf8();
-}
-
-TEST(PortCollection, OnlyNamesStartingWithComThatFitAreListed) {
-  const std::string keys = Active("01", "com1:") + Active("02", "GPD1:") + Active("03", "CO") +
-                           Active("04", "COM45678901234567890") +  // 20 characters
-                           Active("05", "COM4567890123456789") +   // 19 characters
-                           "[HKEY_LOCAL_MACHINE\\Drivers\\Active\\06]\r\n\"Name\"=dword:00000001\r\n" +
-                           "[HKEY_LOCAL_MACHINE\\Drivers\\Active\\07]\r\n";
-  test::LogCapture log;
-  EXPECT_EQ(ListFor(keys), (List{u"COM4567890123456789"}));
 }
 
 TEST(PortCollection, WithoutActiveDriversThereIsNoCollection) {
