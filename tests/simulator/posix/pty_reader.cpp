@@ -5,24 +5,11 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <thread>
 
 namespace kavo::test {
-namespace {
-
-speed_t Code(uint32_t baud) {
-  switch (baud) {
-    case 2400: return B2400;
-    case 4800: return B4800;
-    case 9600: return B9600;
-    case 19200: return B19200;
-    default: return B38400;
-  }
-}
-
-}  // namespace
 
 PtyReader::PtyReader(const std::string& path, uint32_t baud, bool flush) {
   fd_ = open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
@@ -30,7 +17,7 @@ PtyReader::PtyReader(const std::string& path, uint32_t baud, bool flush) {
   termios t{};
   tcgetattr(fd_, &t);
   cfmakeraw(&t);
-  cfsetspeed(&t, Code(baud));
+  cfsetspeed(&t, baud == 9600 ? B9600 : B4800);
   tcsetattr(fd_, flush ? TCSAFLUSH : TCSANOW, &t);
 }
 
@@ -39,14 +26,16 @@ PtyReader::~PtyReader() {
 }
 
 std::string PtyReader::ReadUntil(const std::function<bool(const std::string&)>& done, int timeoutMs) {
+  using namespace std::chrono;
   std::string text;
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+  const auto deadline = steady_clock::now() + milliseconds(timeoutMs);
   while (!done(text)) {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-        deadline - std::chrono::steady_clock::now());
-    if (left.count() <= 0) break;
+    const auto left = std::max<int64_t>(0, duration_cast<milliseconds>(deadline - steady_clock::now()).count());
     pollfd p{fd_, POLLIN, 0};
-    if (poll(&p, 1, static_cast<int>(left.count())) <= 0) continue;
+    if (poll(&p, 1, static_cast<int>(left)) <= 0) {
+      if (left == 0) break;
+      continue;
+    }
     char buffer[1024];
     const ssize_t n = read(fd_, buffer, sizeof buffer);
     if (n > 0) {
@@ -57,23 +46,6 @@ std::string PtyReader::ReadUntil(const std::function<bool(const std::string&)>& 
     }
   }
   return text;
-}
-
-std::string PtyReader::ReadAvailable() {
-  std::string text;
-  char buffer[1024];
-  ssize_t n;
-  while ((n = read(fd_, buffer, sizeof buffer)) > 0) text.append(buffer, static_cast<size_t>(n));
-  return text;
-}
-
-bool WaitFor(const std::function<bool()>& condition, int timeoutMs) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return true;
 }
 
 }  // namespace kavo::test

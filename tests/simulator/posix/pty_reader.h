@@ -10,23 +10,19 @@ namespace kavo::test {
 
 class PtyReader {
  public:
-  // Opens `path` raw at `baud`; `flush` drops whatever was queued before.
+  // Opens `path` raw at 4800 or 9600 baud; `flush` drops what was queued.
   PtyReader(const std::string& path, uint32_t baud, bool flush = true);
   ~PtyReader();
   bool IsOpen() const { return fd_ >= 0; }
-  // Reads until `done(text so far)` holds or `timeoutMs` passes without it;
-  // returns everything read. Stops early at end of file or an error.
+  // Reads until `done(text so far)` holds or `timeoutMs` passes without it
+  // (0: whatever is readable now); returns everything read. Stops early at
+  // end of file or an error.
   std::string ReadUntil(const std::function<bool(const std::string&)>& done, int timeoutMs);
-  // Whatever is readable right now.
-  std::string ReadAvailable();
   bool HungUp() const { return hungUp_; }
 
  private:
   int fd_ = -1;
   bool hungUp_ = false;
 };
-
-// Waits (polling, bounded) until `condition` holds; false on time-out.
-bool WaitFor(const std::function<bool()>& condition, int timeoutMs);
 
 }  // namespace kavo::test
