@@ -1,5 +1,5 @@
 // A program run as a user runs it: arguments, environment, standard output
-// and error read as they come, signals, exit status. POSIX only.
+// and error (kept in files while it runs), signals, exit status. POSIX only.
 #pragma once
 
 #include <sys/types.h>
@@ -8,6 +8,8 @@
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "common/temp_dir.h"
 
 namespace kavo::test {
 
@@ -22,21 +24,18 @@ class ProcessRunner {
   ProcessRunner& operator=(const ProcessRunner&) = delete;
 
   bool Started() const { return pid_ > 0; }
-  // Reads until `done` holds for standard output or `ms` pass; whether it held.
-  bool WaitForOutput(const std::function<bool(const std::string& out)>& done, int ms);
+  // Until `done` holds for standard output or `ms` pass; whether it held.
+  bool WaitForOutput(const std::function<bool(const std::string& out)>& done, int ms) const;
   void Signal(int signal) const;
-  // Waits up to `ms` for the end, reading both streams; the exit code, or
-  // -1 when it had to be killed or died of a signal.
+  // Waits up to `ms` for the end; the exit code, or -1 when it had to be
+  // killed or died of a signal.
   int Finish(int ms);
-
-  const std::string& Out() const { return out_; }
-  const std::string& Err() const { return err_; }
+  std::string Out() const { return files_.Read("out"); }
+  std::string Err() const { return files_.Read("err"); }
 
  private:
-  bool ReadSome(int ms);  // false once both streams are closed
+  TempDir files_;
   pid_t pid_ = -1;
-  int outFd_ = -1, errFd_ = -1;
-  std::string out_, err_;
 };
 
 struct ProcessResult {
