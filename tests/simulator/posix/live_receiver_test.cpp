@@ -29,20 +29,22 @@ TEST(PtyReceiver, KeepsNothingForTheNextReader) {
   options.simulation.rateHz = 20;
   sim::PtyReceiver receiver(options);
   receiver.Start();
-  auto openAt = [&](speed_t speed) {
-    const int fd = open(receiver.DevicePath().c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK);
+  auto setSpeed = [](int fd, speed_t speed) {
     termios t{};
     tcgetattr(fd, &t);
     cfmakeraw(&t);
     cfsetspeed(&t, speed);
-    tcsetattr(fd, TCSANOW, &t);
+    tcsetattr(fd, TCSANOW, &t);  // what was queued stays
     return fd;
   };
-  const int first = openAt(B4800);
+  const std::string path = receiver.DevicePath();
+  const int first = setSpeed(open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK), B4800);
   ASSERT_TRUE(Eventually([&] { return receiver.Snapshot().nmeaBytes > 0; }));  // sent, never read
+  // Away at another speed, so that nothing the next reader gets is a sentence.
+  setSpeed(first, B9600);
   close(first);
   ASSERT_TRUE(Eventually([&] { return receiver.Snapshot().readers == 0; }));
-  const int second = openAt(B9600);
+  const int second = open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK);
   std::string text;
   char buffer[512];
   for (pollfd p{second, POLLIN, 0}; text.size() < 600 && poll(&p, 1, kPatience) == 1;)
