@@ -81,7 +81,7 @@ static int rows;
 
 static void Refusals(COMPortInfoHandle port, GPSDriverHandle driver, GPSSatellitesStateHandle snapshot,
                      const KavoChar *path) {
-  COMPortParams read, badParity = {4800, 5, 0, 8}, badStopBits = {4800, 0, 3, 8};
+  COMPortParams read, badParity = {9600, 5, 0, 8}, badStopBits = {9600, 0, 3, 8};
   GPSLocation location;
   GPSSatellite satellite;
   double time;
