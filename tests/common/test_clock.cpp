@@ -4,16 +4,10 @@
 
 namespace kavo::test {
 
-ManualClock::ManualClock(uint32_t start, uint32_t realWaitMs)
-    : now_(start), realWaitMs_(realWaitMs) {
-  local_.year = 2026;
-  local_.month = 11;
-  local_.day = 22;
-  local_.hour = 9;
+ManualClock::ManualClock(uint32_t start, uint32_t realWaitMs) : now_(start), realWaitMs_(realWaitMs) {
+  local_.year = 2026, local_.month = 11, local_.day = 22, local_.hour = 9;
   platform::SetClock(this);
 }
-
-ManualClock::~ManualClock() { platform::SetClock(nullptr); }
 
 void ManualClock::Sleep(uint32_t ms) {
   {
@@ -26,10 +20,6 @@ void ManualClock::Sleep(uint32_t ms) {
 platform::LocalTime ManualClock::LocalNow() {
   std::lock_guard<std::mutex> lock(mutex_);
   return local_;
-}
-
-uint32_t ManualClock::RealWaitMs(uint32_t ms) {
-  return ms == platform::kInfinite ? ms : std::min(ms, realWaitMs_);
 }
 
 void ManualClock::SetLocalTime(const platform::LocalTime& time) {
@@ -52,8 +42,6 @@ FastClock::FastClock(uint32_t speedUp)
   platform::SetClock(this);
 }
 
-FastClock::~FastClock() { platform::SetClock(nullptr); }
-
 uint32_t FastClock::TickCount() {
   const auto real = std::chrono::steady_clock::now() - start_;
   const auto us = std::chrono::duration_cast<std::chrono::microseconds>(real).count();
@@ -62,11 +50,6 @@ uint32_t FastClock::TickCount() {
 
 void FastClock::Sleep(uint32_t ms) {
   std::this_thread::sleep_for(std::chrono::microseconds(uint64_t(ms) * 1000 / speedUp_));
-}
-
-uint32_t FastClock::RealWaitMs(uint32_t ms) {
-  if (ms == platform::kInfinite) return ms;
-  return (ms + speedUp_ - 1) / speedUp_;
 }
 
 }  // namespace kavo::test

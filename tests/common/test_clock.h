@@ -1,6 +1,7 @@
 // Clocks for tests, installed for the life of the object.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <mutex>
@@ -16,12 +17,14 @@ namespace kavo::test {
 class ManualClock : public platform::Clock {
  public:
   explicit ManualClock(uint32_t start = 1000, uint32_t realWaitMs = 0);
-  ~ManualClock() override;
+  ~ManualClock() override { platform::SetClock(nullptr); }
 
   uint32_t TickCount() override { return now_.load(); }
   void Sleep(uint32_t ms) override;
   platform::LocalTime LocalNow() override;
-  uint32_t RealWaitMs(uint32_t ms) override;
+  uint32_t RealWaitMs(uint32_t ms) override {
+    return ms == platform::kInfinite ? ms : std::min(ms, realWaitMs_);
+  }
 
   void Advance(uint32_t ms) { now_ += ms; }
   void Set(uint32_t ticks) { now_ = ticks; }
@@ -43,12 +46,14 @@ class ManualClock : public platform::Clock {
 class FastClock : public platform::Clock {
  public:
   explicit FastClock(uint32_t speedUp);
-  ~FastClock() override;
+  ~FastClock() override { platform::SetClock(nullptr); }
 
   uint32_t TickCount() override;
   void Sleep(uint32_t ms) override;
   platform::LocalTime LocalNow() override { return platform::SystemClock().LocalNow(); }
-  uint32_t RealWaitMs(uint32_t ms) override;
+  uint32_t RealWaitMs(uint32_t ms) override {
+    return ms == platform::kInfinite ? ms : (ms + speedUp_ - 1) / speedUp_;
+  }
 
  private:
   const uint32_t speedUp_;

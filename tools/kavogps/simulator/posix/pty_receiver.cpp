@@ -192,9 +192,12 @@ void PtyReceiver::HandlePortEvents() {
 }
 
 void PtyReceiver::DiscardUnread() {
+  // Flushed even when nothing is counted yet: bytes still on their way from
+  // the master side are not counted, but would reach the next reader.
   int unread = 0;
-  if (ioctl(slave_, FIONREAD, &unread) != 0 || unread <= 0) return;
+  const bool counted = ioctl(slave_, FIONREAD, &unread) == 0 && unread > 0;
   tcflush(slave_, TCIFLUSH);
+  if (!counted) return;
   std::lock_guard<std::mutex> lock(mutex_);
   counters_.discardedBytes += static_cast<uint64_t>(unread);
 }
