@@ -116,8 +116,7 @@ Result Play(const WideString& text, size_t chunk, size_t split = WideString::npo
 class RecordingTest : public StoreTest {
  protected:
   WideString Load(const std::string& name) {
-    const std::string dir = std::string(__FILE__).substr(0, std::string(__FILE__).find_last_of("/\\"));
-    std::ifstream file(dir + "/data/" + name, std::ios::binary);
+    std::ifstream file(std::string(KAVOGPS_NMEA_DATA "/") + name, std::ios::binary);
     EXPECT_TRUE(file.is_open()) << name;
     const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
     WideString text;  // Latin-1, as the reading thread widens it

@@ -1,3 +1,5 @@
+#include <tuple>
+
 #include "nmea_test_support.h"
 
 namespace kavo::test {
@@ -35,24 +37,17 @@ TEST_F(ParsersTest, WorkedGgaStoresEveryFieldExactly) {
   EXPECT_EQ(store_.UpdateMask(), GPS_CHANGED_ALTITUDE);
 }
 
-TEST_F(ParsersTest, HemispheresOtherThanNorthAndEastAreNegative) {
-  const std::pair<const char*, bool> cases[] = {{"N", true},  {"E", true},  {"S", false},
-                                                {"s", false}, {"", false},  {"n", false},
-                                                {"N ", false}, {"W", false}};
-  for (const auto& [hemisphere, positive] : cases) {
-    Feed(std::string("$GPGGA,123519,4807.038,") + hemisphere + ",01131.000," + hemisphere +
-         ",1,08,0.9,545.4,M,46.9,M,,*47");
+TEST_F(ParsersTest, HemispheresAndFixQualities) {
+  // Only "N" and "E" are positive; quality 0 and 2 to 8 are kept, the rest is 1.
+  const std::tuple<const char*, bool, const char*, int32_t> cases[] = {
+      {"N", true, "0", 0},  {"E", true, "2", 2},  {"S", false, "8", 8},  {"s", false, "9", 1},
+      {"", false, "-3", 1}, {"n", false, "", 0}, {"N ", false, "4x", 4}, {"W", false, "1", 1}};
+  for (const auto& [hemisphere, positive, quality, expected] : cases) {
+    Feed(std::string("$GPGGA,123519,4807.038,") + hemisphere + ",01131.000," + hemisphere + "," + quality +
+         ",08,0.9,545.4,M,46.9,M,,");
     EXPECT_EQ(Location().Latitude, Degrees(4807.038, positive)) << '"' << hemisphere << '"';
     EXPECT_EQ(Location().Longitude, Degrees(1131.0, positive)) << '"' << hemisphere << '"';
-  }
-}
-
-TEST_F(ParsersTest, FixQualityMapping) {
-  const std::pair<const char*, int32_t> cases[] = {{"0", 0}, {"1", 1}, {"2", 2},  {"8", 8},
-                                                   {"9", 1}, {"-3", 1}, {"", 0}, {"4x", 4}};
-  for (const auto& [field, expected] : cases) {
-    Feed(std::string("$GPGGA,123519,4807.038,N,01131.000,E,") + field + ",08,0.9,545.4,M,46.9,M,,");
-    EXPECT_EQ(Location().FixQuality, expected) << field;
+    EXPECT_EQ(Location().FixQuality, expected) << quality;
   }
 }
 
@@ -109,10 +104,14 @@ TEST_F(ParsersTest, GsaStoresOnlyChangedDilutionsAndFlagsThem) {
   Feed("$GPGSA,A,3,04,05,,09,12,,,24,,,,,,0,0");
   EXPECT_EQ(Location().PDOP, 0.0);
   EXPECT_EQ(store_.UpdateMask(), GPS_CHANGED_PRECISION);
-  EXPECT_EQ(Location().ValidFlags, 0x080u);
-  Feed("$GPGSA,A,3,04,05,,09,12,,,24,,,,,2.5x,1.3,2.1\r");  // damage reads as 0, quietly
+  // Damage reads as 0, quietly: PDOP must be a number to its end, HDOP and
+  // VDOP need only begin with one (no checksum leaves the line end on VDOP).
+  Feed("$GPGSA,A,3,04,05,,09,12,,,24,,,,,2.5x,1.3x,2.1");
   EXPECT_EQ(Location().PDOP, 0.0);
   EXPECT_EQ(Location().HDOP, 1.3);
+  EXPECT_EQ(Location().VDOP, 2.1);
+  Feed("$GPGSA,A,3,04,05,,09,12,,,24,,,,,2.5,x1.3,nan");
+  EXPECT_EQ(Location().HDOP, 0.0);
   EXPECT_EQ(Location().VDOP, 0.0);
   EXPECT_FALSE(log_.Contains(u"Exception"));
 }
@@ -203,6 +202,9 @@ TEST_F(ParsersTest, RejectedFieldsAreLoggedAndKeepEarlierValues) {
       "$GPGGA,123519,48o7.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,",
       "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9x,545.4,M,46.9,M,,",  // after a number
       "$GPGGA,123519,4807.038,N,01131.000,E,1,8 ,0.9,545.4,M,46.9,M,,",
+      "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,nan,M,46.9,M,,",  // no NaN, inf or hex
+      "$GPGGA,123519,4807.038,N,01131.000,E,1,08,inf,545.4,M,46.9,M,,",
+      "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,0x2e,M,,",
       "$GPRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,320394,,",   // day 32
       "$GPRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,231394,,",   // month 13
       "$GPRMC,1235,A,4807.038,N,01131.000,E,022.4,084.4,230394,,",     // time too short

@@ -115,18 +115,5 @@ TEST_F(ModelledSysfs, TheCollectionListsThemWithTheBluetoothPortLast) {
   EXPECT_EQ(names, (std::vector<std::u16string>{u"COM6:", u"COM5:", u"COM4:", u"COM3:", u"COM2:", u"COM1:"}));
 }
 
-TEST(EmptySysfs, AMachineWithoutSerialDevicesHasAnEmptyList) {
-  test::TempDir empty;
-  unsetenv("KAVOGPS_REGISTRY");
-  setenv("KAVOGPS_SYSFS_ROOT", empty.Path().c_str(), 1);
-  platform::posix::ReloadRegistry();
-  COMPortCollectionHandle ports = COMPortCollection_Create(1);
-  EXPECT_NE(ports, nullptr);
-  EXPECT_EQ(COMPortCollection_GetCount(ports), 0);
-  COMPortCollection_Release(ports);
-  unsetenv("KAVOGPS_SYSFS_ROOT");
-  platform::posix::ReloadRegistry();
-}
-
 }  // namespace
 }  // namespace kavo
