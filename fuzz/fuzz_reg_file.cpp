@@ -46,7 +46,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FUZZ_CHECK(error.line >= 1);
     FUZZ_CHECK(!error.reason.empty());
   }
-  for (Key root = registry::kClassesRoot; root <= registry::kUsers; ++root) {
+  for (registry::Key root = registry::kClassesRoot; root <= registry::kUsers; ++root) {
     const auto node = hive.Root(root);
     CheckTree(node);
     // Removing every top key marks its subtree, which must stay readable

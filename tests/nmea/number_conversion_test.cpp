@@ -59,9 +59,7 @@ TEST(ParseDouble, ReadsTheDecimalFormsOnly) {
 TEST(ParseInteger, TakesLeadingDigitsAndSaturates) {
   const std::pair<const char16_t*, int32_t> cases[] = {
       {u"08", 8}, {u" -12x", -12}, {u"", 0}, {u"x1", 0}, {u"1.9", 1}, {u"0x10", 0}, {u"- 1", 0},
-      {u"2147483648", std::numeric_limits<int32_t>::max()},
-      {u"-99999999999999999999", std::numeric_limits<int32_t>::min()},
-  };
+      {u"2147483648", INT32_MAX}, {u"-99999999999999999999", INT32_MIN}};
   for (const auto& [text, expected] : cases) EXPECT_EQ(ParseInteger(text), expected) << ToUtf8(text);
 }
 

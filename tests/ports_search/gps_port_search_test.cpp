@@ -10,11 +10,7 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
-#include <filesystem>
-#include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -23,17 +19,14 @@
 #include "common/eventually.h"
 #include "common/log_capture.h"
 #include "common/registry_model.h"
-#include "common/temp_dir.h"
 #include "common/test_clock.h"
-#include "platform/posix/registry_loader.h"
 #include "simulator/posix/pty_receiver.h"
 
 namespace kavo {
 namespace {
 
-using test::Eventually;
-
 using std::chrono::milliseconds;
+using test::Eventually;
 
 std::string Narrow(const KavoChar* text) {
   std::string out;
@@ -173,11 +166,7 @@ TEST_F(PortSearch, EarlierPortInTheListWins) {
   EXPECT_EQ(Search().name, "COM7:");
 }
 
-TEST(PortSearchWithoutPortList, BadArgumentsAndAMissingActiveDriversKeyFail) {
-  test::LogCapture log;
-  EXPECT_EQ(COMPortInfo_FindGPSCOMPort(0), nullptr);
-  EXPECT_EQ(KavoMobileGPS_GetLastError(), 160u);
-  EXPECT_EQ(log.Text(), u"");
+TEST(PortSearchWithoutPortList, MissingActiveDriversKeyFails) {
   test::RegistryModel empty("");
   EXPECT_EQ(COMPortInfo_FindGPSCOMPort(1), nullptr);
   EXPECT_EQ(KavoMobileGPS_GetLastError(), 50u) << "the port list could not be built";
@@ -249,31 +238,6 @@ TEST(ScriptedProbe, ProbeThatOutlivesTheWaitCountsAsNotFoundAndEndsByItself) {
   // the port.
   EXPECT_TRUE(Eventually([&] { return Count(log.Text(), u"Data from port: $GPGGA") == 1; }));
   EXPECT_TRUE(Eventually([&] { return Count(log.Text(), u"Handle was closed successfuly") >= 1; }));
-}
-
-// A Linux machine with a USB receiver and no hive file: the ports come from
-// sysfs (modelled here) and the device files from the device folder.
-TEST(PortSearchOnSysfs, UsbReceiverIsFoundWithoutAHiveFile) {
-  namespace fs = std::filesystem;
-  SearchClock clock;
-  auto gps = Receiver(4800);
-  test::TempDir sysfs, dev;
-  const fs::path tty = fs::path(sysfs.Path()) / "class" / "tty" / "ttyACM0";
-  const fs::path usb = fs::path(sysfs.Path()) / "devices" / "usb1" / "1-1" / "1-1:1.0";
-  fs::create_directories(tty);
-  fs::create_directories(usb);
-  fs::create_directory_symlink(usb, tty / "device");
-  fs::create_symlink(gps->DevicePath(), fs::path(dev.Path()) / "ttyACM0");
-  unsetenv("KAVOGPS_REGISTRY");
-  setenv("KAVOGPS_SYSFS_ROOT", sysfs.Path().c_str(), 1);
-  setenv("KAVOGPS_DEV_ROOT", dev.Path().c_str(), 1);
-  platform::posix::ReloadRegistry();
-  const Found found = Search();
-  unsetenv("KAVOGPS_SYSFS_ROOT");
-  unsetenv("KAVOGPS_DEV_ROOT");
-  platform::posix::ReloadRegistry();
-  EXPECT_EQ(found.name, "COM1:");
-  EXPECT_EQ(found.params.BaudRate, 4800);
 }
 
 // The receivers the search is tested against must keep sending to whoever
