@@ -40,22 +40,9 @@ TEST(Ref, EveryHolderOfEveryInterfaceCountsAndTheLastDeletes) {
     EXPECT_EQ(destroyed, 0);
   }
   EXPECT_EQ(destroyed, 1);
-  {
-    Ref<Component> a(new Component(&destroyed)), b(new Component(&destroyed));
-    a = b;  // the object a held goes
-    EXPECT_EQ(destroyed, 2);
-  }
-  EXPECT_EQ(destroyed, 3);
-
-  struct Plain {
-    int* destroyed;
-    ~Plain() { ++*destroyed; }
-  };
-  { OwningHolder<Plain> guard(new Plain{&destroyed}); }
-  EXPECT_EQ(destroyed, 4);
-  Plain* kept = OwningHolder<Plain>(new Plain{&destroyed}).Detach();
-  EXPECT_EQ(destroyed, 4);
-  delete kept;
+  Ref<Component> a(new Component(&destroyed)), b(new Component(&destroyed));
+  a = b;  // the object a held goes
+  EXPECT_EQ(destroyed, 2);
 }
 
 }  // namespace
