@@ -57,15 +57,19 @@ TEST_F(RegistryKeyTest, SubkeysAreCreatedWalkedAndDeletedAsATree) {
   uint32_t disposition = 0;
   ASSERT_TRUE(key.CreateSubkey(u"Tree", &tree, nullptr, 0, reg::kKeyReadWrite, &disposition));
   EXPECT_EQ(disposition, reg::kCreatedNewKey);
-  const std::u16string longName(1500, u'v');  // outgrows the first name buffer
   ASSERT_TRUE(tree->CreateSubkey(u"b\\deep", &leaf));
   ASSERT_TRUE(leaf->SetNumber(u"x", 1u));
-  ASSERT_TRUE(tree->CreateSubkey(longName.c_str(), &leaf));
+  ASSERT_TRUE(tree->CreateSubkey(u"a", &leaf));
+  const std::u16string longName(1500, u'v');  // outgrows the first name buffer
+  ASSERT_TRUE(tree->SetNumber(longName.c_str(), 1u));
+  Names values;
+  ASSERT_TRUE(tree->EnumerateValues([&](const char16_t* name) { values.emplace_back(name); }));
+  EXPECT_EQ(values, Names{longName});
   ASSERT_TRUE(key.CreateSubkey(u"Tree", &tree, nullptr, 0, reg::kKeyReadWrite, &disposition));
   EXPECT_EQ(disposition, reg::kOpenedExistingKey);
   Names names;
   ASSERT_TRUE(tree->EnumerateSubkeys([&](const char16_t* name) { names.emplace_back(name); }));
-  EXPECT_EQ(names, (Names{u"b", longName}));
+  EXPECT_EQ(names, (Names{u"a", u"b"}));
   EXPECT_FALSE(key.DeleteSubkey(u"Tree"));  // it has subkeys
   leaf.reset();
   tree.reset();
