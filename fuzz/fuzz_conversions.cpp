@@ -1,7 +1,7 @@
 // The field reader and the field conversions on arbitrary text, widened
 // byte for byte. The number conversions are compared with the C library's
-// own (wcstod, wcstol) in the "C" locale, which this program never leaves:
-// same length consumed, same bits. The other conversions may only accept
+// own (wcstod on the text's decimal prefix, wcstol) in the "C" locale,
+// which this program never leaves: same length consumed, same bits. The other conversions may only accept
 // or raise the library's own errors.
 #include <cerrno>
 #include <climits>
@@ -22,16 +22,29 @@ namespace {
 using namespace kavo;
 using namespace kavo::nmea;
 
+// The text cut where a decimal number (white space, sign, digits, point,
+// exponent) can no longer go on, so wcstod reads only the forms ours does.
+std::wstring DecimalPrefix(std::u16string_view text) {
+  std::wstring wide;
+  size_t i = 0;
+  for (; i < text.size() && (text[i] == u' ' || (text[i] >= u'\t' && text[i] <= u'\r')); ++i) wide += text[i];
+  for (; i < text.size() && text[i] != 0 && std::u16string_view(u"0123456789.eE+-").find(text[i]) != text.npos; ++i)
+    wide += text[i];
+  return wide;
+}
+
 void CompareNumbers(std::u16string_view text) {
-  const std::wstring wide(text.begin(), text.end());  // stops at an embedded NUL, as ours does
+  const std::wstring wide = DecimalPrefix(text);
   wchar_t* end = nullptr;
   const double expected = std::wcstod(wide.c_str(), &end);
   double value = 0;
   const size_t used = ParseDouble(text, &value);
   FUZZ_CHECK(used == static_cast<size_t>(end - wide.c_str()));
   FUZZ_CHECK(std::memcmp(&value, &expected, sizeof value) == 0);
+  FUZZ_CHECK(!std::isnan(value));
 
-  const long integer = std::wcstol(wide.c_str(), nullptr, 10);
+  const std::wstring whole(text.begin(), text.end());  // stops at an embedded NUL, as ours does
+  const long integer = std::wcstol(whole.c_str(), nullptr, 10);
   const long saturated = integer > INT_MAX ? INT_MAX : integer < INT_MIN ? INT_MIN : integer;
   FUZZ_CHECK(ParseInteger(text) == saturated);
 }

@@ -99,9 +99,10 @@ tier_fuzz() {
   # Each libFuzzer target for a bounded time under ASan+UBSan, from the
   # committed seed corpus; a crash, a leak or a sanitizer report fails.
   local dir=$BUILD_ROOT/fuzz seconds=${KAVOGPS_FUZZ_SECONDS:-30} t
+  local targets=(chunk_path conversions reg_file ini_reader)
   cmake --preset fuzz -B "$dir" </dev/null &&
-    cmake --build "$dir" -j "$JOBS" --target fuzz_chunk_path fuzz_conversions </dev/null || return 1
-  for t in chunk_path conversions; do
+    cmake --build "$dir" -j "$JOBS" --target "${targets[@]/#/fuzz_}" </dev/null || return 1
+  for t in "${targets[@]}"; do
     mkdir -p "$dir/corpus-$t"
     ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
       "$dir/fuzz/fuzz_$t" -max_total_time="$seconds" -print_final_stats=1 \

@@ -56,6 +56,12 @@ double NumberFieldOrZero(WideView field) {
   return ParseDouble(field, &value) == field.size() ? value : 0.0;
 }
 
+double LeadingNumberOrZero(WideView field) {
+  double value = 0.0;
+  ParseDouble(field, &value);
+  return value;
+}
+
 int32_t IntegerField(WideView field) { return ParseInteger(field); }
 
 int32_t TruncateToInt(double value) {

@@ -18,6 +18,9 @@ constexpr double kDegreesToRadians = 0.0174532925;
 double NumberField(WideView field);
 // The field as a number, or 0.0 when it is empty or not a number in full.
 double NumberFieldOrZero(WideView field);
+// The number the field begins with, whatever follows it; 0.0 when it is
+// empty or does not begin with one.
+double LeadingNumberOrZero(WideView field);
 // The field's leading integer (see ParseInteger); empty gives 0.
 int32_t IntegerField(WideView field);
 // Truncated toward zero and saturated; NaN gives 0.

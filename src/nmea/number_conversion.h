@@ -1,7 +1,6 @@
-// Text-to-number conversions of NMEA fields. They accept what the C
-// library's wide-character conversions accept in the "C" locale, but never
-// consult the process locale: a receiver writes "4807.038" whatever language
-// the device is set to.
+// Text-to-number conversions of NMEA fields. They never consult the process
+// locale: a receiver writes "4807.038" whatever language the device is set
+// to.
 #pragma once
 
 #include <cstdint>
@@ -10,10 +9,10 @@
 
 namespace kavo::nmea {
 
-// Like wcstod in the "C" locale: leading white space, an optional sign, then
-// a decimal number with optional exponent, a hexadecimal one ("0x1.8p3"),
-// "inf"/"infinity" or "nan"/"nan(chars)", in any case. Out-of-range values
-// become infinity or zero as wcstod makes them. Returns the number of units
+// Like wcstod in the "C" locale, restricted to what receivers send: leading
+// white space, an optional sign, then decimal digits with an optional point
+// and exponent. No "inf", "nan" or hexadecimal. Out-of-range values become
+// infinity or zero as wcstod makes them. Returns the number of units
 // consumed, 0 (and *value 0.0) when nothing converts.
 size_t ParseDouble(WideView text, double* value);
 

@@ -68,9 +68,11 @@ uint32_t DeleteValue(Key key, const char16_t* name);
 // RegCloseKey. Closing a predefined root does nothing.
 uint32_t CloseKey(Key key);
 
-// Problems met while the registry was being prepared (an unreadable hive
-// file on POSIX), each line ending in "\n", for the diagnostic log. Returns
-// them once and forgets them; empty when there were none.
-std::u16string TakeLoadReport();
+// Receives, once, the problems met while the registry was being prepared
+// (an unreadable hive file on POSIX), each line ending in "\n", whichever
+// registry call prepared it; a report made before any handler was set goes
+// to the first one set. The handler must not call the registry.
+using LoadReportHandler = void (*)(const std::u16string& report);
+void SetLoadReportHandler(LoadReportHandler handler);
 
 }  // namespace kavo::platform::registry

@@ -1,5 +1,7 @@
 #include "ports/com_port_collection.h"
 
+#include <iterator>
+
 #include "log/logger.h"
 #include "platform/registry.h"
 #include "platform/serial_port.h"
@@ -53,10 +55,18 @@ bool COMPortCollection::AddCommonPorts() {
   LogScope scope(u"Adding common com ports");
   RegistryKey active;
   if (!active.Open(kActiveDriversPath, platform::registry::kKeyRead)) return false;
-  return active.EnumerateSubkeys([&](const char16_t* subkey) { ProcessEntry(active, subkey); }) != 0;
+  std::vector<WideString> normal;
+  const int enumerated =
+      active.EnumerateSubkeys([&](const char16_t* subkey) { ProcessEntry(active, subkey, normal); });
+  // Each normal port goes in front of those before it: all of them, last
+  // found first, ahead of the special ports.
+  names_.insert(names_.begin(), std::make_move_iterator(normal.rbegin()),
+                std::make_move_iterator(normal.rend()));
+  return enumerated != 0;
 }
 
-void COMPortCollection::ProcessEntry(RegistryKey& active, const char16_t* subkey) {
+void COMPortCollection::ProcessEntry(RegistryKey& active, const char16_t* subkey,
+                                     std::vector<WideString>& normal) {
   LogScope scope(u"Processing registry entry");
   Ref<RegistryKey> entry;
   if (!active.OpenSubkey(subkey, &entry, platform::registry::kKeyRead)) return;
@@ -69,7 +79,7 @@ void COMPortCollection::ProcessEntry(RegistryKey& active, const char16_t* subkey
     names_.emplace_back(name);
     Logger::Instance().Format(u"Device %s added to the end of list\n", name);
   } else {
-    names_.emplace(names_.begin(), name);
+    normal.emplace_back(name);
     Logger::Instance().Format(u"Device %s added as normal port\n", name);
   }
 }

@@ -41,7 +41,8 @@ class COMPortCollection : public virtual RefCounted {
   int Initialize(int32_t reserved, CIMExceptionImpl* error);
   bool FillList();
   bool AddCommonPorts();
-  void ProcessEntry(RegistryKey& active, const char16_t* subkey);
+  // Appends a normal port to `normal`, a special one to the list.
+  void ProcessEntry(RegistryKey& active, const char16_t* subkey, std::vector<WideString>& normal);
   bool AddBluetoothPorts();
   void ProcessBluetoothEntry(RegistryKey& ports, const char16_t* subkey);
   const WideString& NameAt(uint32_t index) const;

@@ -49,15 +49,14 @@ int GpsPortSearch::CheckIntermediatePort(int* found, COMPortInfo* port, CIMExcep
   return 1;
 }
 
-int GpsPortSearch::PortHasGpsData(COMPortInfo* port, int* waitSucceeded) {
+int GpsPortSearch::PortHasGpsData(COMPortInfo* port) {
   LogScope scope(u"Checking if COM port has GPS data");
   Ref<SharedEvent> dataFound(new SharedEvent);
   Ref<PortProbe> probe(new PortProbe(*port, dataFound));
   platform::Thread& thread = probe->StartThread();
   // A probe still running after the wait is left to end by itself; it holds
   // its own references, and the search moves on.
-  const platform::WaitResult wait = platform::WaitForThreadOrEvent(thread, dataFound->Get(), kProbeWaitMs);
-  if (waitSucceeded) *waitSucceeded = wait == platform::WaitResult::kSignaled;
+  platform::WaitForThreadOrEvent(thread, dataFound->Get(), kProbeWaitMs);
   if (probe->Found()) {
     *port = probe->Record();
     Logger::Instance().Format(u"GPS data was found on: %s\n", port->Name);

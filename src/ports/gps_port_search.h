@@ -21,9 +21,8 @@ class GpsPortSearch {
   // The intermediate driver's port, if it names one. Always succeeds.
   static int CheckIntermediatePort(int* found, COMPortInfo* port, CIMExceptionImpl* error);
   // 1 when NMEA was heard on the port within the wait; `port` then carries
-  // the speed that worked. `waitSucceeded` (optional) tells whether the
-  // wait ended before its time-out.
-  static int PortHasGpsData(COMPortInfo* port, int* waitSucceeded = nullptr);
+  // the speed that worked.
+  static int PortHasGpsData(COMPortInfo* port);
   static void ScanPorts(int32_t reserved, int* found, COMPortInfo* result);
 };
 

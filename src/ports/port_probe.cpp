@@ -1,5 +1,8 @@
 #include "ports/port_probe.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "log/logger.h"
 #include "sources/serial_connection.h"
 
@@ -34,17 +37,10 @@ void PortProbe::Run() {
   // thread, and the found flag stays clear.
   try {
     int result = ProbeAt(kFirstBaudRate);
-    success_ |= result;
     // Silence at 4800 ends the probe: only a port that talks is worth
     // hearing at other speeds.
-    if (result == kNotNmea) {
-      result = ProbeAt(kSecondBaudRate);
-      success_ |= result;
-      if (result == kNotNmea) {
-        result = ProbeAt(kThirdBaudRate);
-        success_ |= result;
-      }
-    }
+    if (result == kNotNmea) result = ProbeAt(kSecondBaudRate);
+    if (result == kNotNmea) result = ProbeAt(kThirdBaudRate);
     if (result == kNmea) {
       found_ = 1;
       dataFound_->Get().Set();
@@ -64,11 +60,15 @@ int PortProbe::ProbeAt(uint32_t baudRate) {
   for (uint32_t attempt = 0; attempt < kAttempts; ++attempt) {
     Logger::Instance().Format(u"Reading from port: %s\n", record_.Name);
     uint32_t count = 0;
+    // The count is of bytes; under a multibyte code page they make fewer
+    // characters, so the text is what precedes the terminator, and a
+    // cleared buffer keeps the units past the converted ones defined.
+    std::fill(std::begin(text), std::end(text), u'\0');
     CheckOrRaise(connection->Read(text, kReadCapacity, &count, &error_), &error_);
     if (count > 0) {
-      text[count] = 0;
+      const WideView read(text, WideLength(text));
       Logger::Instance().Format(u"Data from port: %s\n", text);
-      if (Contains(WideView(text, count), u"$GP")) return kNmea;
+      if (Contains(read, u"$GP")) return kNmea;
       result = kNotNmea;
     }
     platform::Sleep(kPauseMs);

@@ -57,7 +57,6 @@ class PortProbe : public virtual RefCounted {
   COMPortInfo record_;
   std::unique_ptr<platform::Thread> thread_;
   std::atomic<int32_t> found_{0};
-  int success_ = 0;
   CIMExceptionImpl error_;
   Ref<SharedEvent> dataFound_;
 };

@@ -43,11 +43,11 @@ bool IsStringType(uint32_t type) {
   return type == reg::kTypeString || type == reg::kTypeExpandString || type == reg::kTypeMultiString;
 }
 
-// Whatever went wrong while the registry was prepared goes to the log once.
-void LogLoadReport() {
-  const std::u16string report = reg::TakeLoadReport();
-  if (!report.empty()) Logger::Instance().Write(report.c_str());
-}
+// Whatever went wrong while the registry was prepared goes to the log once,
+// whether a key or a port lookup prepared it.
+void LogLoadReport(const std::u16string& report) { Logger::Instance().Write(report.c_str()); }
+
+[[maybe_unused]] const bool kLoadReportLogged = (reg::SetLoadReportHandler(&LogLoadReport), true);
 
 }  // namespace
 
@@ -78,7 +78,6 @@ int RegistryKey::Open(const char16_t* path, uint32_t access) {
   const WideString subPath(full.substr(slash + 1));
   reg::Key opened = 0;
   const uint32_t error = reg::OpenKey(root, subPath.c_str(), access, &opened);
-  LogLoadReport();
   if (error != platform::kErrorSuccess) return Fail(error);
   Close();
   key_ = opened;

@@ -22,6 +22,7 @@ void* Allocate(std::size_t size) {
 
 void* operator new(std::size_t size) { return Allocate(size); }
 void* operator new[](std::size_t size) { return Allocate(size); }
+// The sanitizers' own versions of these would pair with the free below.
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   try { return Allocate(size); } catch (...) { return nullptr; }
 }
@@ -38,22 +39,23 @@ void operator delete[](void* memory, const std::nothrow_t&) noexcept { std::free
 namespace kavo::test {
 namespace {
 
-class FailingAllocations {
- public:
-  FailingAllocations() { g_failLargeAllocations = true; }
-  ~FailingAllocations() { g_failLargeAllocations = false; }
-};
+// Processes `chunk` while large allocations fail.
+template <class Store>
+int ProcessFailingLarge(Store& store, const WideString& chunk) {
+  g_failLargeAllocations = true;
+  const int result = store.ProcessChunk(chunk);
+  g_failLargeAllocations = false;
+  return result;
+}
 
 using AllocationTest = StoreTest;
 
 TEST_F(AllocationTest, SteadyStreamAllocatesNothingPerLine) {
-  std::string epoch;
-  for (const char* line :
-       {"$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*47",
-        "$GPGSA,A,3,04,05,,09,12,,,24,,,,,2.5,1.3,2.1*39", "$GPGSV,1,1,02,01,40,083,46,02,17,308,41*75",
-        "$GPRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,230394,003.1,W*6A",
-        "$GPVTG,054.7,T,034.4,M,005.5,N,010.2,K*48", "$PGRME,15.0,M,45.0,M,25.0,M*1C"})
-    epoch += std::string(line) + "\r\n";
+  const std::string epoch =
+      "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*47\r\n"
+      "$GPGSA,A,3,04,05,,09,12,,,24,,,,,2.5,1.3,2.1*39\r\n$GPGSV,1,1,02,01,40,083,46,02,17,308,41*75\r\n"
+      "$GPRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,230394,003.1,W*6A\r\n"
+      "$GPVTG,054.7,T,034.4,M,005.5,N,010.2,K*48\r\n$PGRME,15.0,M,45.0,M,25.0,M*1C\r\n";
   std::string stream;
   while (stream.size() < 8 * 1024) stream += epoch;
   const WideString text = W(stream);
@@ -75,12 +77,7 @@ TEST_F(AllocationTest, FramingFailureIsAParserErrorUntilASentenceIsRecognised) {
   const WideString gga = W("$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*47\n");
   store_.ProcessChunk(u"$GPXTE,A,A");
   const WideString longer = W("," + std::string(300, '0') + "5.5,N,010.2,K\n") + gga;
-  int result;
-  {
-    FailingAllocations failing;
-    result = store_.ProcessChunk(longer);  // the line buffer must grow
-  }
-  EXPECT_EQ(result, 0);
+  EXPECT_EQ(ProcessFailingLarge(store_, longer), 0);  // the line buffer must grow
   EXPECT_EQ(store_.Status(), -4);
   EXPECT_EQ(store_.SentencesSeen(), 1u);
   EXPECT_EQ(log_.Text(), u"Parser error\n");
@@ -100,12 +97,7 @@ TEST_F(AllocationTest, FramingFailureIsAParserErrorUntilASentenceIsRecognised) {
   store_.ProcessChunk(W(std::string(400, '-') + "\n"));
   std::string vtg = "$GPVTG,054.7,T,034.4,M,005.5,N,010.2,K";
   while (vtg.size() < 300) vtg += ",0";
-  const WideString chunk = W(vtg + "\n");
-  {
-    FailingAllocations failing;
-    result = store_.ProcessChunk(chunk);
-  }
-  EXPECT_EQ(result, 0);
+  EXPECT_EQ(ProcessFailingLarge(store_, W(vtg + "\n")), 0);
   EXPECT_EQ(store_.Status(), -4);
   EXPECT_EQ(Location().Course, 54.7 * 0.0174532925);
   EXPECT_EQ(store_.RecognisedSentences().Count(), 0u);

@@ -18,13 +18,11 @@ namespace kavo::test {
 
 inline WideString W(const std::string& text) { return FromUtf8(text); }
 
-// ddmm.mmmm to degrees: whole degrees plus minutes / 60.
+// ddmm.mmmm to degrees: whole degrees plus minutes / 60, one rounding per
+// step as a receiver manual computes it.
 inline double Degrees(double ddmm, bool positive = true) {
-  const double v = ddmm * 0.01;
-  const double d = std::trunc(v);
-  const double minutes = (v - d) * 100.0;
-  const double scaled = minutes * 0.016666666666666666;
-  const double result = scaled + d;
+  const double v = ddmm * 0.01, d = std::trunc(v), minutes = (v - d) * 100.0;
+  const double result = minutes * 0.016666666666666666 + d;
   return positive ? result : -result;
 }
 
@@ -41,12 +39,7 @@ inline bool SameBits(const void* a, const void* b, size_t size) {
 class StoreTest : public testing::Test {
  protected:
   void SetUp() override {
-    platform::LocalTime now;
-    now.year = 2026;
-    now.month = 11;
-    now.day = 22;
-    now.hour = 9;
-    clock_.SetLocalTime(now);
+    clock_.SetLocalTime({2026, 11, 0, 22, 9, 0, 0, 0});
     store_.Reset();
   }
 

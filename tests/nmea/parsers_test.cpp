@@ -1,3 +1,5 @@
+#include <tuple>
+
 #include "nmea_test_support.h"
 
 namespace kavo::test {
@@ -9,126 +11,89 @@ const std::string kWorkedGga = "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,54
 
 using ParsersTest = StoreTest;
 
-TEST_F(ParsersTest, WorkedGgaStoresEveryFieldExactly) {
+TEST_F(ParsersTest, WorkedGgaStoresEveryFieldExactlyAndOnlyChangesCount) {
   ASSERT_EQ(Feed(kWorkedGga), 1);
   const GPSLocation& l = Location();
   EXPECT_EQ(l.Longitude, Degrees(1131.000));
-  EXPECT_EQ(l.Latitude, Degrees(4807.038));
   EXPECT_NEAR(l.Latitude, 48.1173, 1e-12);
-  EXPECT_EQ(l.FixQuality, 1);
-  EXPECT_EQ(l.SatellitesInUse, 8);
-  EXPECT_EQ(l.HDOP, 0.9);
-  EXPECT_EQ(l.Altitude, 545.4);
-  EXPECT_EQ(l.GeoidSeparation, 46.9);
+  EXPECT_EQ(std::make_tuple(l.FixQuality, l.SatellitesInUse, l.HDOP, l.Altitude, l.GeoidSeparation),
+            std::make_tuple(1, 8, 0.9, 545.4, 46.9));
   EXPECT_EQ(l.Time, OleDate(kToday, 12, 35, 19));
   EXPECT_EQ(l.TimeType, GPS_TIME_OF_DAY);
   EXPECT_EQ(l.ValidFlags, 0x563u);
   EXPECT_EQ(store_.UpdateMask(), 0x33u);
   EXPECT_EQ(Recognised(), std::vector<WideString>{W(kWorkedGga + "\r")});
-
-  // The same fix again changes nothing, so nothing is copied out for it.
-  Feed(kWorkedGga);
+  Feed(kWorkedGga);  // the same fix again changes nothing
   EXPECT_EQ(store_.UpdateMask(), 0u);
-  EXPECT_EQ(store_.SentencesSeen(), 1u);
-  // A new altitude alone is an altitude change, not a position change.
   Feed("$GPGGA,123520,4807.038,N,01131.000,E,1,08,0.9,545.5,M,46.9,M,,*47");
   EXPECT_EQ(store_.UpdateMask(), GPS_CHANGED_ALTITUDE);
 }
 
-TEST_F(ParsersTest, HemispheresOtherThanNorthAndEastAreNegative) {
-  const std::pair<const char*, bool> cases[] = {{"N", true},  {"E", true},  {"S", false},
-                                                {"s", false}, {"", false},  {"n", false},
-                                                {"N ", false}, {"W", false}};
-  for (const auto& [hemisphere, positive] : cases) {
-    Feed(std::string("$GPGGA,123519,4807.038,") + hemisphere + ",01131.000," + hemisphere +
-         ",1,08,0.9,545.4,M,46.9,M,,*47");
+TEST_F(ParsersTest, HemispheresAndFixQualities) {
+  // Only "N" and "E" are positive; quality 0 and 2 to 8 are kept, the rest is 1.
+  const std::tuple<const char*, bool, const char*, int32_t> cases[] = {
+      {"N", true, "0", 0},  {"E", true, "2", 2},  {"S", false, "8", 8},  {"s", false, "9", 1},
+      {"", false, "-3", 1}, {"n", false, "", 0}, {"N ", false, "4x", 4}, {"W", false, "1", 1}};
+  for (const auto& [hemisphere, positive, quality, expected] : cases) {
+    Feed(std::string("$GPGGA,123519,4807.038,") + hemisphere + ",01131.000," + hemisphere + "," + quality +
+         ",08,0.9,545.4,M,46.9,M,,");
     EXPECT_EQ(Location().Latitude, Degrees(4807.038, positive)) << '"' << hemisphere << '"';
     EXPECT_EQ(Location().Longitude, Degrees(1131.0, positive)) << '"' << hemisphere << '"';
+    EXPECT_EQ(Location().FixQuality, expected) << quality;
   }
 }
 
-TEST_F(ParsersTest, FixQualityMapping) {
-  const std::pair<const char*, int32_t> cases[] = {{"0", 0}, {"1", 1}, {"2", 2},  {"8", 8},
-                                                   {"9", 1}, {"-3", 1}, {"", 0}, {"4x", 4}};
-  for (const auto& [field, expected] : cases) {
-    Feed(std::string("$GPGGA,123519,4807.038,N,01131.000,E,") + field + ",08,0.9,545.4,M,46.9,M,,");
-    EXPECT_EQ(Location().FixQuality, expected) << field;
-  }
-}
-
-TEST_F(ParsersTest, RmcDatesPivotAt1971AndLaterGgaKeepsTheDate) {
+TEST_F(ParsersTest, RmcDatesPivotAt1971AndItsStatusDecidesTheFix) {
   Feed("$GPRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,230394,003.1,W*6A");
   EXPECT_EQ(Location().Time, OleDate(34416, 12, 35, 19));  // 23 March 1994
   EXPECT_EQ(Location().TimeType, GPS_TIME_FULL);
   EXPECT_EQ(Location().Speed, 22.4 * kKnots);
   EXPECT_EQ(Location().Course, 84.4 * kRadians);
-  EXPECT_EQ(Location().FixQuality, 1);
   EXPECT_EQ(Location().ValidFlags, 0x00Fu);
-  Feed("$GPGGA,134501.25,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*47");
-  EXPECT_EQ(Location().Time, OleDate(34416, 13, 45, 1));
-  EXPECT_EQ(Location().TimeType, GPS_TIME_FULL);
-
+  Feed("$GPGGA,134501.25,4807.038,N,01131.000,E,4,08,0.9,545.4,M,46.9,M,,*47");
+  EXPECT_EQ(Location().Time, OleDate(34416, 13, 45, 1));  // a later GGA keeps the date
   Feed("$GPRMC,000000,A,4807.038,N,01131.000,E,,,230370,,*6A");
   EXPECT_EQ(Location().Time, OleDate(62175, 0, 0, 0));  // 23 March 2070
-  // Without a date the RMC time is a time of day on today's date...
-  Feed("$GPRMC,061500,A,4807.038,N,01131.000,E,,,,,*6A");
-  EXPECT_EQ(Location().Time, OleDate(62175, 6, 15, 0));  // ...but a full date stays
-  // A GGA without a time uses the local clock.
-  Feed("$GPGGA,,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,");
-  EXPECT_EQ(Location().Time, OleDate(kToday, 9, 0, 0));
-  EXPECT_EQ(Location().TimeType, GPS_TIME_LOCAL_CLOCK);
-}
-
-TEST_F(ParsersTest, RmcStatusDecidesTheFixButPositionIsStoredAnyway) {
-  Feed("$GPGGA,123519,4807.038,N,01131.000,E,4,08,0.9,545.4,M,46.9,M,,");
-  Feed("$GPRMC,123520,A,4807.038,N,01131.000,E,,,230394,,");
   EXPECT_EQ(Location().FixQuality, 4);  // an active RMC keeps GGA's better quality
-  EXPECT_EQ(Location().ValidFlags & (GPS_VALID_SPEED | GPS_VALID_COURSE), 0u);
   Feed("$GPRMC,123521,V,4900.000,S,01131.000,W,1.5,10.0,230394,,*7B");
-  EXPECT_EQ(Location().FixQuality, 0);
+  EXPECT_EQ(Location().FixQuality, 0);  // void, yet the position is stored
   EXPECT_EQ(Location().Latitude, Degrees(4900.0, false));
-  EXPECT_EQ(Location().Speed, 1.5 * kKnots);
   EXPECT_EQ(store_.UpdateMask(), 0x25u);
-  Feed("$GPRMC,123522,A,4900.000,S,01131.000,W,1.5,10.0,230394,,*7B");
-  EXPECT_EQ(Location().FixQuality, 1);
+  Feed("$GPGGA,,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,");
+  EXPECT_EQ(Location().Time, OleDate(kToday, 9, 0, 0));  // no time: the local clock
+  EXPECT_EQ(Location().TimeType, GPS_TIME_LOCAL_CLOCK);
 }
 
 TEST_F(ParsersTest, GsaStoresOnlyChangedDilutionsAndFlagsThem) {
   Feed("$GPGSA,A,3,04,05,,09,12,,,24,,,,,2.5,1.3,2.1*39");
-  EXPECT_EQ(Location().PDOP, 2.5);
-  EXPECT_EQ(Location().HDOP, 1.3);
-  EXPECT_EQ(Location().VDOP, 2.1);
+  EXPECT_EQ(std::make_tuple(Location().PDOP, Location().HDOP, Location().VDOP), std::make_tuple(2.5, 1.3, 2.1));
   EXPECT_EQ(Location().ValidFlags, 0x380u);
   EXPECT_EQ(store_.UpdateMask(), GPS_CHANGED_PRECISION);
   Feed("$GPGSA,A,3,04,05,,09,12,,,24,,,,,2.5,1.3,2.1*39");
   EXPECT_EQ(store_.UpdateMask(), 0u);
-
   store_.Reset();
   Feed("$GPGSA,A,3,04,05,,09,12,,,24,,,,,2.5,0,0");
   ASSERT_EQ(Location().ValidFlags, 0x080u);  // the zeros equal what was stored
-  Feed("$GPGSA,A,3,04,05,,09,12,,,24,,,,,,0,0");
-  EXPECT_EQ(Location().PDOP, 0.0);
-  EXPECT_EQ(store_.UpdateMask(), GPS_CHANGED_PRECISION);
-  EXPECT_EQ(Location().ValidFlags, 0x080u);
-  Feed("$GPGSA,A,3,04,05,,09,12,,,24,,,,,2.5x,1.3,2.1\r");  // damage reads as 0, quietly
-  EXPECT_EQ(Location().PDOP, 0.0);
-  EXPECT_EQ(Location().HDOP, 1.3);
-  EXPECT_EQ(Location().VDOP, 0.0);
+  // Damage reads as 0, quietly: PDOP must be a number to its end, HDOP and
+  // VDOP need only begin with one (no checksum leaves the line end on VDOP).
+  const std::tuple<const char*, double, double, double> cases[] = {
+      {",1.3x,2.1", 0.0, 1.3, 2.1}, {"2.5,x1.3,nan", 2.5, 0.0, 0.0}, {"x,,", 0.0, 0.0, 0.0}};
+  for (const auto& [dops, pdop, hdop, vdop] : cases) {
+    Feed(std::string("$GPGSA,A,3,04,05,,09,12,,,24,,,,,") + dops);
+    EXPECT_EQ(std::make_tuple(Location().PDOP, Location().HDOP, Location().VDOP), std::make_tuple(pdop, hdop, vdop))
+        << dops;
+  }
   EXPECT_FALSE(log_.Contains(u"Exception"));
 }
 
 TEST_F(ParsersTest, VtgStoresCourseAndSpeedTogether) {
   Feed("$GPVTG,054.7,T,034.4,M,005.5,N,010.2,K*48");
-  EXPECT_EQ(Location().Course, 54.7 * kRadians);
-  EXPECT_EQ(Location().MagneticCourse, 34.4 * kRadians);
-  EXPECT_EQ(Location().Speed, 5.5 * kKnots);
+  EXPECT_EQ(std::make_tuple(Location().Course, Location().MagneticCourse, Location().Speed),
+            std::make_tuple(54.7 * kRadians, 34.4 * kRadians, 5.5 * kKnots));
   EXPECT_EQ(Location().ValidFlags, 0x01Cu);
-  EXPECT_EQ(store_.UpdateMask(), GPS_CHANGED_MOTION);
   Feed("$GPVTG,054.7,T,,M,005.5,N,010.2,K*48");
   EXPECT_EQ(Location().MagneticCourse, 0.0);
   EXPECT_EQ(store_.UpdateMask(), GPS_CHANGED_MOTION);
-  Feed("$GPVTG,054.7,T,,M,005.5,N,010.2,K*48");
-  EXPECT_EQ(store_.UpdateMask(), 0u);
 }
 
 std::string Gsv(int total, int number, const std::string& blocks) {
@@ -136,44 +101,29 @@ std::string Gsv(int total, int number, const std::string& blocks) {
 }
 
 TEST_F(ParsersTest, GsvCyclesArePublishedOnTheirLastMessage) {
-  Feed(Gsv(3, 1, ",01,40,083,46,02,17,308,41,12,07,344,39,14,22,228,45"));
-  Feed(Gsv(3, 2, ",15,61,102,,18,35,190,48,21,03,010,,24,50,275,43"));
+  const std::string first = Gsv(3, 1, ",01,40,083,46,02,17,308,41,12,07,344,39,14,22,228,45");
+  const std::string second = Gsv(3, 2, ",15,61,102,,18,35,190,48,21,03,010,,24,50,275,43");
+  Feed({first, second});
   EXPECT_EQ(Satellites().Count, 0);
-  EXPECT_EQ(store_.UpdateMask(), 0u);
   clock_.SetLocalTime({2026, 11, 0, 22, 9, 30, 15, 0});
   Feed(Gsv(3, 3, ",25,28,045,36"));  // short last message
   ASSERT_EQ(Satellites().Count, 9);
   EXPECT_EQ(store_.UpdateMask(), GPS_CHANGED_SATELLITES);
   EXPECT_EQ(Satellites().Time, OleDate(kToday, 9, 30, 15));
-  EXPECT_EQ(Satellites().TimeType, GPS_TIME_LOCAL_CLOCK);
   const GPSSatellite& fifth = Satellites().Satellites[4];
-  EXPECT_EQ(fifth.PRN, 15);
-  EXPECT_EQ(fifth.SNR, 0);
-  EXPECT_EQ(fifth.Elevation, 61 * kRadians);
-  EXPECT_EQ(fifth.Azimuth, 102 * kRadians);
-  EXPECT_EQ(Satellites().Satellites[8].PRN, 25);
-
+  EXPECT_EQ(std::make_tuple(fifth.PRN, fifth.SNR, fifth.Elevation, fifth.Azimuth),
+            std::make_tuple(15, 0, 61 * kRadians, 102 * kRadians));
   // Same satellites, one new SNR: the entry is refreshed, the time is not.
   clock_.SetLocalTime({2026, 11, 0, 22, 9, 31, 0, 0});
-  const std::string one = Gsv(1, 1, ",01,40,083,46,02,17,308,41");
-  Feed({Gsv(3, 1, ",01,40,083,46,02,17,308,41,12,07,344,39,14,22,228,45"),
-        Gsv(3, 2, ",15,61,102,,18,35,190,48,21,03,010,,24,50,275,43"), Gsv(3, 3, ",25,28,045,37")});
-  EXPECT_EQ(store_.UpdateMask(), GPS_CHANGED_SATELLITES);
+  Feed({first, second, Gsv(3, 3, ",25,28,045,37")});
   EXPECT_EQ(Satellites().Satellites[8].SNR, 37);
   EXPECT_EQ(Satellites().Time, OleDate(kToday, 9, 30, 15));
   // A different count replaces the table and its time.
-  Feed(one);
+  Feed(Gsv(1, 1, ",01,40,083,46,02,17,308,41"));
   EXPECT_EQ(Satellites().Count, 2);
   EXPECT_EQ(Satellites().Time, OleDate(kToday, 9, 31, 0));
-  Feed(one);
-  EXPECT_EQ(store_.UpdateMask(), 0u);
-  // An empty sky over an empty table publishes nothing.
-  store_.Reset();
-  Feed("$GPGSV,1,1,00*79");
-  EXPECT_EQ(store_.UpdateMask(), 0u);
-}
-
-TEST_F(ParsersTest, GsvKeepsTheFirstTwelveSatellites) {
+  // Only the first twelve are kept, and order is not checked: a cycle
+  // without its first message adds to what the unfinished one holds.
   std::vector<std::string> cycle;
   for (int message = 1; message <= 4; ++message) {
     std::string blocks;
@@ -183,31 +133,28 @@ TEST_F(ParsersTest, GsvKeepsTheFirstTwelveSatellites) {
   Feed(cycle);
   ASSERT_EQ(Satellites().Count, 12);
   EXPECT_EQ(Satellites().Satellites[11].PRN, 33);
-  // Messages are not checked for order: after an unfinished cycle, one
-  // without its first message adds to what is there.
-  Feed({Gsv(3, 1, ",01,10,100,30"), Gsv(3, 2, ",02,10,100,30")});
-  Feed(Gsv(2, 2, ",03,10,100,30"));
+  Feed({Gsv(3, 1, ",01,10,100,30"), Gsv(3, 2, ",02,10,100,30"), Gsv(2, 2, ",03,10,100,30")});
   ASSERT_EQ(Satellites().Count, 3);
-  EXPECT_EQ(Satellites().Satellites[0].PRN, 1);
   EXPECT_EQ(Satellites().Satellites[2].PRN, 3);
 }
 
-TEST_F(ParsersTest, RejectedFieldsAreLoggedAndKeepEarlierValues) {
+TEST_F(ParsersTest, RejectedFieldsAreLoggedOnOneLineAndKeepEarlierValues) {
   Feed(kWorkedGga);
   const GPSLocation before = Location();
   const char* rejected[] = {
       "$GPGGA,240000,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,",  // hour 24
       "$GPGGA,126019,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,",  // minute 60
       "$GPGGA,123560,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,",  // second 60
-      "$GPGGA,1235a9,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,",
       "$GPGGA,123519,48o7.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,",
       "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9x,545.4,M,46.9,M,,",  // after a number
       "$GPGGA,123519,4807.038,N,01131.000,E,1,8 ,0.9,545.4,M,46.9,M,,",
-      "$GPRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,320394,,",   // day 32
-      "$GPRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,231394,,",   // month 13
-      "$GPRMC,1235,A,4807.038,N,01131.000,E,022.4,084.4,230394,,",     // time too short
-      "$GPRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,300294,,",   // 30 February
-      "$GPRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,000094,,",
+      "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,nan,M,46.9,M,,",  // no NaN, inf or hex
+      "$GPGGA,123519,4807.038,N,01131.000,E,1,08,inf,545.4,M,46.9,M,,",
+      "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,0x2e,M,,",
+      "$GPRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,320394,,",  // day 32
+      "$GPRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,231394,,",  // month 13
+      "$GPRMC,1235,A,4807.038,N,01131.000,E,022.4,084.4,230394,,",    // time too short
+      "$GPRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,300294,,",  // 30 February
       "$GPVTG,05x,T,034.4,M,005.5,N,010.2,K",
       "$GPVTG,054.7,T,034.4,M,005.5",  // the carriage return ends the last field
   };
@@ -215,8 +162,6 @@ TEST_F(ParsersTest, RejectedFieldsAreLoggedAndKeepEarlierValues) {
     LogCapture log;
     EXPECT_EQ(Feed(sentence), 1) << sentence;
     EXPECT_TRUE(Recognised().empty()) << sentence;
-    EXPECT_EQ(store_.SentencesSeen(), 0u) << sentence;
-    EXPECT_EQ(store_.Status(), 0);
     EXPECT_EQ(log.Text().rfind(u"Exception on parsing: ", 0), 0u) << log.Utf8();
     EXPECT_EQ(log.Text().find_first_of(u"\r\n"), log.Text().size() - 1) << log.Utf8();
     EXPECT_TRUE(SameBits(&Location(), &before, sizeof before)) << sentence;
@@ -229,22 +174,16 @@ TEST_F(ParsersTest, RejectedFieldsAreLoggedAndKeepEarlierValues) {
 TEST_F(ParsersTest, OverlongFieldsEndTheSentenceQuietly) {
   const std::string lat19 = "4807.03800000000000";  // the most a coordinate may have
   Feed("$GPGGA,123519," + lat19 + ",N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,");
-  EXPECT_EQ(Location().Latitude, Degrees(4807.038));
   const GPSLocation before = Location();
-  const std::string sentences[] = {
-      "$GPGGA,123519," + lat19 + "0,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,",
-      "$GPGGA,123519,4807.038,N,01131.000,E,1,08," + std::string(256, '1') + ",545.4,M,46.9,M,,",
-      "$GPRMC,123519.0000000000000,A,4807.038,N,01131.000,E,022.4,084.4,230394,,",
-      "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M",  // ends early
-  };
-  for (const std::string& sentence : sentences) {
+  EXPECT_EQ(before.Latitude, Degrees(4807.038));
+  for (const std::string& sentence :
+       {"$GPGGA,123519," + lat19 + "0,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,",
+        "$GPGGA,123519,4807.038,N,01131.000,E,1,08," + std::string(256, '1') + ",545.4,M,46.9,M,,",
+        std::string("$GPRMC,123519.0000000000000,A,4807.038,N,01131.000,E,022.4,084.4,230394,,")}) {
     Feed(sentence);
     EXPECT_EQ(Recognised().size(), 1u);  // the parser ran
     EXPECT_TRUE(SameBits(&Location(), &before, sizeof before)) << sentence.substr(0, 40);
   }
-  // The cycle's entries read before a truncated block stay in the work.
-  Feed({Gsv(2, 1, ",01,40,083,46,02,17"), Gsv(2, 2, ",03,10,100,30")});
-  EXPECT_EQ(Satellites().Count, 2);
   EXPECT_EQ(log_.Text(), u"");
 }
 

@@ -1,15 +1,19 @@
 #include "platform/posix/reg_file_parser.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <functional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "common/log_capture.h"
-#include "common/registry_model.h"
+#include "common/temp_dir.h"
 #include "platform/platform.h"
 #include "platform/posix/registry_loader.h"
+#include "platform/posix/serial_port_map.h"
 #include "ports/registry_key.h"
 
 namespace kavo::platform::posix {
@@ -19,22 +23,12 @@ using Bytes = std::vector<uint8_t>;
 
 Bytes Utf16Bytes(const std::u16string& text) {
   Bytes bytes;
-  for (char16_t c : text) {
-    bytes.push_back(static_cast<uint8_t>(c & 0xFF));
-    bytes.push_back(static_cast<uint8_t>(c >> 8));
-  }
+  for (char16_t c : text) bytes.insert(bytes.end(), {static_cast<uint8_t>(c & 0xFF), static_cast<uint8_t>(c >> 8)});
   return bytes;
 }
 
-const RegistryValue* Find(const RegistryHive& hive, registry::Key root, const char16_t* path,
-                          const char16_t* name) {
-  const auto key = RegistryHive::Find(hive.Root(root), path);
-  return key ? key->FindValue(name) : nullptr;
-}
-
 const char* kEveryConstruct =
-    "Windows Registry Editor Version 5.00\r\n"
-    "\r\n"
+    "Windows Registry Editor Version 5.00\r\n\r\n"
     "; a comment\r\n"
     "[HKEY_LOCAL_MACHINE\\Test\\Key]\r\n"
     "\"Text\"=\"a \\\"quoted\\\" C:\\\\path\"\r\n"
@@ -43,72 +37,52 @@ const char* kEveryConstruct =
     "\"Bin\"=hex:01,02,\\\r\n"
     "  ff\r\n"
     "\"Expand\"=hex(2):25,00,41,00,00,00\r\n"
-    "\"Multi\"=hex(7):61,00,00,00,62,00,00,00,00,00\r\n"
+    "; a comment that ends in a backslash \\\r\n"
+    "\"Kept\"=dword:1\r\n"
     "\"Gone\"=\"x\"\r\n"
     "\"Gone\"=-\r\n"
-    "\r\n"
     "[hkey_current_user\\Other]\n"
     "\"Empty\"=hex:\n"
     "[HKEY_LOCAL_MACHINE\\Test\\Doomed\\Child]\r\n"
-    "\"x\"=dword:1\r\n"
     "[-HKEY_LOCAL_MACHINE\\Test\\Doomed]\r\n"
     "\"ignored\"=dword:2\r\n";
 
-void ExpectEveryConstruct(const RegistryHive& hive) {
-  const auto value = [&](const char16_t* name) { return Find(hive, registry::kLocalMachine, u"Test\\Key", name); };
-  ASSERT_NE(value(u"Text"), nullptr);
-  EXPECT_EQ(value(u"Text")->type, registry::kTypeString);
-  EXPECT_EQ(value(u"Text")->data, Utf16Bytes(std::u16string(u"a \"quoted\" C:\\path") + u'\0'));
-  ASSERT_NE(value(u""), nullptr);
-  EXPECT_EQ(value(u"")->data, Utf16Bytes(std::u16string(u"default") + u'\0'));
-  ASSERT_NE(value(u"Number"), nullptr);
-  EXPECT_EQ(value(u"Number")->type, registry::kTypeDword);
-  EXPECT_EQ(value(u"Number")->data, (Bytes{0x1e, 0, 0, 0}));
-  ASSERT_NE(value(u"Bin"), nullptr);
-  EXPECT_EQ(value(u"Bin")->type, registry::kTypeBinary);
-  EXPECT_EQ(value(u"Bin")->data, (Bytes{1, 2, 0xff}));
-  ASSERT_NE(value(u"Expand"), nullptr);
-  EXPECT_EQ(value(u"Expand")->type, registry::kTypeExpandString);
-  EXPECT_EQ(value(u"Expand")->data, (Bytes{0x25, 0, 0x41, 0, 0, 0}));
-  ASSERT_NE(value(u"Multi"), nullptr);
-  EXPECT_EQ(value(u"Multi")->type, registry::kTypeMultiString);
-  EXPECT_EQ(value(u"Multi")->data.size(), 10u);
-  EXPECT_EQ(value(u"Gone"), nullptr);
-
-  const RegistryValue* empty = Find(hive, registry::kCurrentUser, u"Other", u"Empty");
-  ASSERT_NE(empty, nullptr);
-  EXPECT_TRUE(empty->data.empty());
-  EXPECT_NE(RegistryHive::Find(hive.Root(registry::kLocalMachine), u"Test"), nullptr);
-  EXPECT_EQ(RegistryHive::Find(hive.Root(registry::kLocalMachine), u"Test\\Doomed"), nullptr);
-}
-
 TEST(RegFile, EveryConstructReadsTheSameInUtf8AndUtf16) {
-  RegistryHive plain;
-  RegFileError error;
-  ASSERT_TRUE(ParseRegText(DecodeRegFileBytes(kEveryConstruct), plain, &error))
-      << error.line << ": " << Utf16ToUtf8(error.reason);
-  ExpectEveryConstruct(plain);
-
-  const std::u16string text = Utf8ToUtf16(kEveryConstruct);
   std::string utf16 = "\xFF\xFE";
-  for (char16_t c : text) utf16 += {static_cast<char>(c & 0xFF), static_cast<char>(c >> 8)};
-  RegistryHive wide;
-  ASSERT_TRUE(ParseRegText(DecodeRegFileBytes(utf16), wide, &error));
-  ExpectEveryConstruct(wide);
-
-  EXPECT_EQ(DecodeRegFileBytes("\xEF\xBB\xBF" "Caf\xC3\xA9"), u"Caf\u00e9");
+  for (char16_t c : Utf8ToUtf16(kEveryConstruct)) utf16 += {static_cast<char>(c & 0xFF), static_cast<char>(c >> 8)};
+  for (const std::string& bytes : {std::string(kEveryConstruct), utf16}) {
+    RegistryHive hive;
+    RegFileError error;
+    ASSERT_TRUE(ParseRegText(DecodeRegFileBytes(bytes), hive, &error)) << error.line;
+    const auto key = RegistryHive::Find(hive.Root(registry::kLocalMachine), u"Test\\Key");
+    ASSERT_NE(key, nullptr);
+    const std::pair<const char16_t*, RegistryValue> expected[] = {
+        {u"Text", {u"", registry::kTypeString, Utf16Bytes(std::u16string(u"a \"quoted\" C:\\path") + u'\0')}},
+        {u"", {u"", registry::kTypeString, Utf16Bytes(std::u16string(u"default") + u'\0')}},
+        {u"Number", {u"", registry::kTypeDword, {0x1e, 0, 0, 0}}},
+        {u"Bin", {u"", registry::kTypeBinary, {1, 2, 0xff}}},
+        {u"Expand", {u"", registry::kTypeExpandString, {0x25, 0, 0x41, 0, 0, 0}}},
+        {u"Kept", {u"", registry::kTypeDword, {1, 0, 0, 0}}},  // not part of the comment before it
+    };
+    for (const auto& [name, value] : expected) {
+      const RegistryValue* found = key->FindValue(name);
+      ASSERT_NE(found, nullptr) << Utf16ToUtf8(name);
+      EXPECT_EQ(found->type, value.type);
+      EXPECT_EQ(found->data, value.data) << Utf16ToUtf8(name);
+    }
+    EXPECT_EQ(key->FindValue(u"Gone"), nullptr);
+    EXPECT_EQ(key->ValueCount(), 6u);
+    EXPECT_TRUE(RegistryHive::Find(hive.Root(registry::kCurrentUser), u"Other")->FindValue(u"Empty")->data.empty());
+    EXPECT_EQ(RegistryHive::Find(hive.Root(registry::kLocalMachine), u"Test\\Doomed"), nullptr);
+  }
 }
 
 TEST(RegFile, AMalformedLineIsReportedWithItsNumber) {
   const std::string header = "Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\K]\r\n";
-  const struct {
-    std::string text;
-    size_t line;
-  } cases[] = {
+  const std::pair<std::string, size_t> cases[] = {
       {"REGEDIT5\r\n", 1},
       {"", 1},
       {"Windows Registry Editor Version 5.00\r\n\"Early\"=dword:1\r\n", 2},
-      {header + "\"N\"=dword:xyz\r\n", 4},
       {header + "\"N\"=dword:123456789\r\n", 4},
       {header + "\"N\"=\"unterminated\r\n", 4},
       {header + "\"N\"=\"bad \\q escape\"\r\n", 4},
@@ -122,48 +96,107 @@ TEST(RegFile, AMalformedLineIsReportedWithItsNumber) {
       {header + "[-HKEY_LOCAL_MACHINE]\r\n", 4},
       {header + "garbage\r\n", 4},
   };
-  for (const auto& c : cases) {
+  for (const auto& [text, line] : cases) {
     RegistryHive hive;
     RegFileError error;
-    EXPECT_FALSE(ParseRegText(DecodeRegFileBytes(c.text), hive, &error)) << c.text;
-    EXPECT_EQ(error.line, c.line) << c.text;
-    EXPECT_FALSE(error.reason.empty());
+    EXPECT_FALSE(ParseRegText(DecodeRegFileBytes(text), hive, &error)) << text;
+    EXPECT_EQ(error.line, line) << text;
   }
 }
 
-TEST(RegFile, AFileThatCannotBeUsedLeavesAnEmptyRegistryAndALogLine) {
-  const std::pair<std::string, std::u16string> cases[] = {
-      {"[HKEY_LOCAL_MACHINE\\Drivers\\Active\\01]\r\n\"Name\"=\"COM1:\"\r\n\"Bad\"=dword:\r\n", u"line 5: "},
-      {"\x01\x02\x03", u"line 3: "},
-  };
-  for (const auto& [body, where] : cases) {
-    test::RegistryModel model(body);
+// Runs `work` on a thread with a small stack, where recursion as deep as
+// the input would overflow it.
+void OnSmallStack(std::function<void()> work) {
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setstacksize(&attributes, 256 * 1024);
+  pthread_t thread;
+  auto run = [](void* w) -> void* { (*static_cast<std::function<void()>*>(w))(); return nullptr; };
+  ASSERT_EQ(pthread_create(&thread, &attributes, run, &work), 0);
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attributes);
+}
+
+TEST(RegFile, KeysNestedBeyondTheLimitAreAnErrorAndNothingRecurses) {
+  std::string deep = "HKEY_LOCAL_MACHINE";
+  for (int level = 0; level < 200000; ++level) deep += "\\k";
+  const std::string header = "Windows Registry Editor Version 5.00\r\n";
+  std::string limit = "HKEY_LOCAL_MACHINE";
+  for (size_t level = 0; level < kMaxKeyDepth; ++level) limit += "\\k";
+  OnSmallStack([&] {
+    RegistryHive hive;
+    RegFileError error;
+    EXPECT_FALSE(ParseRegText(DecodeRegFileBytes(header + "[" + deep + "]\r\nbad line\r\n"), hive, &error));
+    EXPECT_EQ(error.line, 2u);
+    EXPECT_EQ(error.reason, u"key nested too deep");
+    EXPECT_TRUE(ParseRegText(DecodeRegFileBytes(header + "[" + limit + "]\r\n[-" + deep + "]\r\n[-" +
+                                                 limit.substr(0, 20) + "]\r\n"), hive, &error));
+    EXPECT_EQ(RegistryHive::Find(hive.Root(registry::kLocalMachine), u"k"), nullptr);
+  });
+}
+
+TEST(RegFile, EnumerationFollowsChangesToTheKeys) {
+  auto root = std::make_shared<RegistryNode>(u"root");
+  for (const char16_t* name : {u"b", u"d", u"f"}) root->AddChild(name, nullptr);
+  EXPECT_EQ(root->ChildAt(1)->Name(), u"d");
+  root->AddChild(u"C", nullptr);
+  EXPECT_EQ(root->ChildAt(1)->Name(), u"C");
+  EXPECT_EQ(root->ChildAt(2)->Name(), u"d");
+  root->RemoveChild(u"b");
+  EXPECT_EQ(root->ChildAt(0)->Name(), u"C");
+  EXPECT_EQ(root->ChildAt(2)->Name(), u"f");
+  EXPECT_EQ(root->ChildAt(3), nullptr);
+}
+
+class HiveFile : public ::testing::Test {
+ protected:
+  void TearDown() override {
+    unsetenv("KAVOGPS_REGISTRY");
+    ReloadRegistry();
+  }
+  // What the log says when the registry is first used with `path` as its file.
+  static std::string FirstUse(const std::string& path) {
+    setenv("KAVOGPS_REGISTRY", path.c_str(), 1);
+    ReloadRegistry();
     test::LogCapture log;
     RegistryKey key;
-    // What came before the bad line is not kept either.
     EXPECT_FALSE(key.Open(u"HKEY_LOCAL_MACHINE\\Drivers\\Active", registry::kKeyRead));
-    EXPECT_TRUE(log.Contains(u"machine.reg, " + where)) << log.Utf8();
-    EXPECT_TRUE(log.Contains(u"Registry file /")) << log.Utf8();
+    return log.Utf8();
   }
+  test::TempDir dir_;
+};
 
-  setenv("KAVOGPS_REGISTRY", "/nonexistent/machine.reg", 1);
-  ReloadRegistry();
-  test::LogCapture log;
-  RegistryKey key;
-  EXPECT_FALSE(key.Open(u"HKEY_LOCAL_MACHINE\\Drivers\\Active", registry::kKeyRead));
-  EXPECT_TRUE(log.Contains(u"Registry file /nonexistent/machine.reg cannot be read")) << log.Utf8();
-  unsetenv("KAVOGPS_REGISTRY");
-  ReloadRegistry();
+TEST_F(HiveFile, AFileThatCannotModelAMachineIsReportedByWhatItIs) {
+  dir_.Write("bad.reg", "Windows Registry Editor Version 5.00\r\n[HKEY_LOCAL_MACHINE\\Drivers\\Active\\01]\r\n\"B\"=dword:\r\n");
+  ASSERT_EQ(mkfifo(dir_.File("fifo.reg").c_str(), 0600), 0);
+  dir_.Write("huge.reg", "");
+  ASSERT_EQ(truncate(dir_.File("huge.reg").c_str(), 17 << 20), 0);
+  const std::pair<std::string, std::string> cases[] = {
+      {dir_.File("bad.reg"), "bad.reg, line 3: malformed dword value; the registry is empty\n"},
+      {dir_.File("missing.reg"), "missing.reg does not exist;"},
+      {dir_.Path(), " is a directory;"},
+      {dir_.File("fifo.reg"), "fifo.reg is a FIFO, not a regular file;"},
+      {"/dev/zero", "/dev/zero is a device or special file, not a regular file;"},
+      {dir_.File("huge.reg"), "huge.reg is larger than 16 MB;"},
+  };
+  for (const auto& [path, report] : cases) {
+    const std::string log = FirstUse(path);
+    EXPECT_NE(log.find("Registry file " + path), std::string::npos) << log;
+    EXPECT_NE(log.find(report), std::string::npos) << log;
+  }
 }
 
-TEST(RegFile, KeyNamesMayOutgrowTheFirstNameBuffer) {
-  const std::string longName(1500, 'k');
-  test::RegistryModel model("[HKEY_LOCAL_MACHINE\\Long\\" + longName + "]\r\n[HKEY_LOCAL_MACHINE\\Long\\short]\r\n");
+TEST_F(HiveFile, IsLoadedOnceAndReportedOnceWhicheverUseComesFirst) {
+  setenv("KAVOGPS_REGISTRY", dir_.File("machine.reg").c_str(), 1);
+  ReloadRegistry();
+  test::LogCapture log;
+  EXPECT_EQ(DeviceForPortName(u"COM1:"), u"");  // a port lookup loads it
+  EXPECT_NE(log.Utf8().find("machine.reg does not exist"), std::string::npos) << log.Utf8();
+  // The file that appears later is not read, and nothing is reported again.
+  dir_.Write("machine.reg", "Windows Registry Editor Version 5.00\r\n[HKEY_LOCAL_MACHINE\\Drivers\\Active]\r\n");
   RegistryKey key;
-  ASSERT_TRUE(key.Open(u"HKEY_LOCAL_MACHINE\\Long", registry::kKeyRead));
-  std::vector<std::string> names;
-  ASSERT_TRUE(key.EnumerateSubkeys([&](const char16_t* name) { names.push_back(Utf16ToUtf8(name)); }));
-  EXPECT_EQ(names, (std::vector<std::string>{longName, "short"}));
+  EXPECT_FALSE(key.Open(u"HKEY_LOCAL_MACHINE\\Drivers\\Active", registry::kKeyRead));
+  EXPECT_EQ(log.Utf8().find("Registry file", log.Utf8().find("Registry file") + 1), std::string::npos) << log.Utf8();
 }
 
 }  // namespace

@@ -67,7 +67,9 @@ std::vector<LogicalLine> JoinLines(View text) {
     View line = Trim(text.substr(start, end - start));
     start = end + 1;
     if (!continuing) lines.push_back(LogicalLine{number, {}});
-    continuing = ContinuesOnNextLine(line);
+    // A comment ends with its line, whatever its last character.
+    const bool comment = !continuing && !line.empty() && line.front() == u';';
+    continuing = !comment && ContinuesOnNextLine(line);
     if (continuing) line.remove_suffix(1);
     lines.back().text += line;
   }
@@ -123,6 +125,7 @@ class Parser {
       return true;
     }
     current_ = RegistryHive::Create(root, subPath, nullptr);
+    if (!current_) return Fail(u"key nested too deep");
     return true;
   }
 

@@ -30,10 +30,18 @@ class RegistryState {
  public:
   std::mutex mutex;
 
+  // Loads the hive on first use, whichever call that is, and hands what
+  // went wrong to the report handler (or keeps it until one is set).
   void EnsureLoaded() {
     if (loaded_) return;
-    hive_ = posix::LoadRegistryHive(&report_);
     loaded_ = true;
+    hive_ = posix::LoadRegistryHive(&report_);
+    Deliver();
+  }
+
+  void SetHandler(registry::LoadReportHandler handler) {
+    handler_ = handler;
+    Deliver();
   }
 
   void Forget() {
@@ -43,7 +51,6 @@ class RegistryState {
     report_.clear();
   }
 
-  std::u16string TakeReport() { return std::exchange(report_, {}); }
 
   // The node behind `key` if it is open with every right in `needed`.
   uint32_t Resolve(Key key, uint32_t needed, std::shared_ptr<RegistryNode>* node) {
@@ -77,6 +84,11 @@ class RegistryState {
   std::map<Key, OpenKeyEntry> keys_;
   Key nextKey_ = 0x1000;
   std::u16string report_;
+  registry::LoadReportHandler handler_ = nullptr;
+
+  void Deliver() {
+    if (handler_ && !report_.empty()) handler_(std::exchange(report_, {}));
+  }
 };
 
 // Never destroyed: keys may still be closed while the process exits.
@@ -124,6 +136,7 @@ uint32_t CreateKey(Key parent, const char16_t* subKey, const char16_t* /*classNa
   if (const uint32_t error = state.Resolve(parent, kCreateSubKey, &node)) return error;
   bool created = false;
   node = RegistryHive::Create(node, ViewOf(subKey), &created);
+  if (!node) return kErrorInvalidParameter;  // nested too deep
   if (disposition) *disposition = created ? kCreatedNewKey : kOpenedExistingKey;
   *result = state.Add(std::move(node), access);
   return kErrorSuccess;
@@ -205,11 +218,10 @@ uint32_t CloseKey(Key key) {
   return state.Close(key);
 }
 
-std::u16string TakeLoadReport() {
+void SetLoadReportHandler(LoadReportHandler handler) {
   auto& state = State();
   std::lock_guard<std::mutex> lock(state.mutex);
-  state.EnsureLoaded();
-  return state.TakeReport();
+  state.SetHandler(handler);
 }
 
 }  // namespace registry

@@ -38,26 +38,49 @@ std::shared_ptr<RegistryNode> RegistryNode::Child(std::u16string_view name) cons
   return found == children_.end() ? nullptr : found->second;
 }
 
+RegistryNode::~RegistryNode() {
+  std::vector<std::shared_ptr<RegistryNode>> pending;
+  for (auto& child : children_) pending.push_back(std::move(child.second));
+  children_.clear();
+  while (!pending.empty()) {
+    std::shared_ptr<RegistryNode> node = std::move(pending.back());
+    pending.pop_back();
+    // A key an open handle still holds keeps its own subtree.
+    if (node.use_count() != 1) continue;
+    for (auto& child : node->children_) pending.push_back(std::move(child.second));
+    node->children_.clear();
+  }
+}
+
 std::shared_ptr<RegistryNode> RegistryNode::AddChild(std::u16string_view name, bool* created) {
-  auto& slot = children_[FoldRegistryName(name)];
-  if (created) *created = !slot;
-  if (!slot) slot = std::make_shared<RegistryNode>(std::u16string(name));
-  return slot;
+  std::u16string folded = FoldRegistryName(name);
+  const auto found = children_.find(folded);
+  if (created) *created = found == children_.end();
+  if (found != children_.end()) return found->second;
+  if (depth_ >= kMaxKeyDepth) return nullptr;
+  cursor_ = children_.end();
+  auto child = std::make_shared<RegistryNode>(std::u16string(name), depth_ + 1);
+  children_.emplace(std::move(folded), child);
+  return child;
 }
 
 bool RegistryNode::RemoveChild(std::u16string_view name) {
   const auto found = children_.find(FoldRegistryName(name));
   if (found == children_.end()) return false;
   found->second->MarkDeleted();
+  cursor_ = children_.end();
   children_.erase(found);
   return true;
 }
 
 const RegistryNode* RegistryNode::ChildAt(size_t index) const {
   if (index >= children_.size()) return nullptr;
-  auto it = children_.begin();
-  std::advance(it, index);
-  return it->second.get();
+  if (cursor_ == children_.end() || cursorIndex_ > index) {
+    cursor_ = children_.begin();
+    cursorIndex_ = 0;
+  }
+  for (; cursorIndex_ < index; ++cursorIndex_) ++cursor_;
+  return cursor_->second.get();
 }
 
 const RegistryValue* RegistryNode::FindValue(std::u16string_view name) const {
@@ -89,8 +112,13 @@ bool RegistryNode::RemoveValue(std::u16string_view name) {
 }
 
 void RegistryNode::MarkDeleted() {
-  deleted_ = true;
-  for (auto& child : children_) child.second->MarkDeleted();
+  std::vector<RegistryNode*> pending{this};
+  while (!pending.empty()) {
+    RegistryNode* node = pending.back();
+    pending.pop_back();
+    node->deleted_ = true;
+    for (auto& child : node->children_) pending.push_back(child.second.get());
+  }
 }
 
 RegistryHive::RegistryHive() {
@@ -124,7 +152,10 @@ std::shared_ptr<RegistryNode> RegistryHive::Create(const std::shared_ptr<Registr
                                                    std::u16string_view path, bool* created) {
   std::shared_ptr<RegistryNode> node = from;
   if (created) *created = false;
-  for (const auto name : SplitPath(path)) node = node->AddChild(name, created);
+  for (const auto name : SplitPath(path)) {
+    node = node->AddChild(name, created);
+    if (!node) return nullptr;
+  }
   return node;
 }
 

@@ -22,9 +22,17 @@ struct RegistryValue {
   std::vector<uint8_t> data;
 };
 
+// Keys nest at most this deep below a root, as on Windows.
+constexpr size_t kMaxKeyDepth = 512;
+
 class RegistryNode {
  public:
-  explicit RegistryNode(std::u16string name) : name_(std::move(name)) {}
+  explicit RegistryNode(std::u16string name, size_t depth = 0) : name_(std::move(name)), depth_(depth) {}
+  // Frees the subtree without recursion, so no depth of keys can exhaust
+  // the stack.
+  ~RegistryNode();
+  RegistryNode(const RegistryNode&) = delete;
+  RegistryNode& operator=(const RegistryNode&) = delete;
 
   const std::u16string& Name() const { return name_; }
   // A removed key stays alive while handles hold it, but is marked so.
@@ -32,9 +40,11 @@ class RegistryNode {
 
   // Subkeys, in the order Windows enumerates them (sorted ignoring case).
   std::shared_ptr<RegistryNode> Child(std::u16string_view name) const;
+  // Null when the child would lie deeper than kMaxKeyDepth.
   std::shared_ptr<RegistryNode> AddChild(std::u16string_view name, bool* created);
   bool RemoveChild(std::u16string_view name);  // marks its whole tree deleted
   size_t ChildCount() const { return children_.size(); }
+  // Linear over an enumeration that walks the indexes in order.
   const RegistryNode* ChildAt(size_t index) const;
 
   // Values, in the order they were first set.
@@ -47,9 +57,15 @@ class RegistryNode {
  private:
   void MarkDeleted();
 
+  using Children = std::map<std::u16string, std::shared_ptr<RegistryNode>>;  // by folded name
+
   std::u16string name_;
+  size_t depth_;
   bool deleted_ = false;
-  std::map<std::u16string, std::shared_ptr<RegistryNode>> children_;  // by folded name
+  Children children_;
+  // Where the last ChildAt stopped; any change to the children forgets it.
+  mutable size_t cursorIndex_ = 0;
+  mutable Children::const_iterator cursor_ = children_.begin();
   std::vector<RegistryValue> values_;
 };
 
@@ -68,7 +84,7 @@ class RegistryHive {
   static std::shared_ptr<RegistryNode> Find(const std::shared_ptr<RegistryNode>& from,
                                             std::u16string_view path);
   // Like Find, creating what is missing. `created` (may be null) tells
-  // whether the last key is new.
+  // whether the last key is new. Null when the path nests too deep.
   static std::shared_ptr<RegistryNode> Create(const std::shared_ptr<RegistryNode>& from,
                                               std::u16string_view path, bool* created);
   // Removes the key at `path` with everything below it; false when it is

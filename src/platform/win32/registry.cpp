@@ -89,6 +89,6 @@ uint32_t CloseKey(Key key) {
   return static_cast<uint32_t>(RegCloseKey(ToHkey(key)));
 }
 
-std::u16string TakeLoadReport() { return {}; }
+void SetLoadReportHandler(LoadReportHandler) {}
 
 }  // namespace kavo::platform::registry

@@ -1,5 +1,6 @@
 #include "simulator/posix/pty_receiver.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/inotify.h>
@@ -166,29 +167,56 @@ bool PtyReceiver::WaitUntil(Clock::time_point due) {
   }
 }
 
+int PtyReceiver::CountReaders() const {
+  // Every descriptor on the device in every process we may look into,
+  // less the one this receiver keeps.
+  int count = -1;
+  DIR* processes = opendir("/proc");
+  if (!processes) return 1;  // cannot tell: keep sending
+  while (const dirent* process = readdir(processes)) {
+    if (process->d_name[0] < '0' || process->d_name[0] > '9') continue;
+    const std::string fdDir = std::string("/proc/") + process->d_name + "/fd";
+    DIR* fds = opendir(fdDir.c_str());
+    if (!fds) continue;
+    while (const dirent* fd = readdir(fds)) {
+      char target[256];
+      const std::string link = fdDir + "/" + fd->d_name;
+      const ssize_t n = readlink(link.c_str(), target, sizeof target - 1);
+      if (n > 0 && devicePath_.compare(0, std::string::npos, target, static_cast<size_t>(n)) == 0) ++count;
+    }
+    closedir(fds);
+  }
+  closedir(processes);
+  return std::max(count, 0);
+}
+
 void PtyReceiver::HandlePortEvents() {
   alignas(inotify_event) char buffer[1024];
   ssize_t n;
-  int change = 0;
-  bool changed = false;
+  bool opened = false;
+  bool closedOrLost = false;
   while ((n = read(watch_, buffer, sizeof buffer)) > 0) {
     for (const char* at = buffer; at < buffer + n;) {
       const auto* event = reinterpret_cast<const inotify_event*>(at);
       if (event->mask & IN_OPEN) {
-        ++change;
+        opened = true;
         settleUntil_ = Clock::now() + kSettleTime;
       }
-      if (event->mask & IN_CLOSE) --change;
-      changed |= (event->mask & (IN_OPEN | IN_CLOSE)) != 0;
+      closedOrLost |= (event->mask & (IN_CLOSE | IN_Q_OVERFLOW)) != 0;
       at += sizeof(inotify_event) + event->len;
     }
   }
-  if (!changed) return;
+  if (!opened && !closedOrLost) return;
   // What one reader left, or what came while the port was changing hands,
   // belongs to nobody.
   DiscardUnread();
+  // The kernel merges identical events queued back to back (opens from
+  // several threads, say) and drops them when its queue overflows, so the
+  // events only say that readers came or went; after a close the readers
+  // are counted where the system keeps them.
+  const int readers = closedOrLost ? CountReaders() : -1;
   std::lock_guard<std::mutex> lock(mutex_);
-  counters_.readers += change;
+  counters_.readers = readers >= 0 ? readers : std::max(counters_.readers, 0) + 1;
 }
 
 void PtyReceiver::DiscardUnread() {

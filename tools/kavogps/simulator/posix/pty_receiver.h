@@ -9,7 +9,7 @@
 // discarded when it closes, so the next never gets sentences sent at
 // another speed. After an open the receiver gives the reader a moment to
 // set the port up before the next epoch goes out. Watching opens and closes
-// uses inotify, so this part is for Linux.
+// uses inotify and /proc, so this part is for Linux.
 #pragma once
 
 #include <atomic>
@@ -46,7 +46,7 @@ class PtyReceiver {
     uint64_t droppedBytes = 0;    // bytes the line had no room for (a reader not reading)
     uint64_t discardedBytes = 0;  // bytes left unread when a reader came or went
     uint32_t lineBaud = 0;        // speed the port was last seen at
-    int readers = 0;              // opens of the port not yet closed
+    int readers = 0;              // descriptors on the port other than the receiver's
   };
 
   // Throws std::invalid_argument for unusable simulation options or an
@@ -79,6 +79,7 @@ class PtyReceiver {
   void Run();
   bool WaitUntil(Clock::time_point due);  // false when stopping
   void HandlePortEvents();
+  int CountReaders() const;
   void DiscardUnread();
   void SendEpoch(const std::string& text);
   uint64_t WriteToLine(const std::string& bytes);
