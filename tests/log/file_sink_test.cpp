@@ -62,10 +62,13 @@ TEST_F(LoadConfiguration, WithoutAnIniFileTheLogGoesToTheDebugOutput) {
   Load("KavoMobileGPS.dll");
   EXPECT_TRUE(IsDebugSink(logger_));
 
-  // A file that cannot be created leaves the debug output in place.
+  // A file that cannot be created leaves the debug output in place, and
+  // the loading thread's last error as it was.
   Write("KavoMobileGPS.ini", "[Logger]\r\nFileName=" + Path("no-folder/gps.log") + "\r\n");
+  platform::SetLastError(1234);
   Load("KavoMobileGPS.dll");
   EXPECT_TRUE(IsDebugSink(logger_));
+  EXPECT_EQ(platform::GetLastError(), 1234u);
 }
 
 TEST_F(LoadConfiguration, TheNamedFileIsCreatedEmptyAndReceivesTheLog) {
