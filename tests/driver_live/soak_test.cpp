@@ -45,7 +45,8 @@ std::u16string WriteRecording() {
   return Wide(path);
 }
 
-void OnSentence(const KavoChar*) {}
+std::atomic<long> g_sentences{0};
+void OnSentence(const KavoChar*) { ++g_sentences; }
 
 struct Slot {
   std::mutex mutex;
@@ -66,11 +67,12 @@ int main(int argc, char** argv) {
   const auto length = std::chrono::seconds(seconds ? std::atoi(seconds) : 3);
   const int fdsBefore = Entries("/proc/self/fd"), threadsBefore = Entries("/proc/self/task");
   std::atomic<long> cycles{0}, failures{0};
+  bool receiving = false;
   {
     kavo::test::FastClock clock(10);  // the 500 ms pause before a port opens lasts 50 ms
     std::vector<std::unique_ptr<kavo::sim::PtyReceiver>> receivers;
     std::vector<std::u16string> ports;
-    for (uint32_t seed : {1u, 2u}) {
+    for (uint32_t seed : {1u, 2u, 3u}) {
       kavo::sim::PtyReceiverOptions options;
       options.simulation.seed = seed;
       options.realWaitMs = [](uint32_t ms) { return ms / 10; };
@@ -88,8 +90,8 @@ int main(int argc, char** argv) {
           Slot& slot = slots[random() % slots.size()];
           std::lock_guard<std::mutex> lock(slot.mutex);
           if (!slot.driver) {
-            const size_t source = random() % (ports.size() + 1);
-            if (source == ports.size()) {
+            const size_t source = random() % ports.size();  // the last stands for a recording
+            if (source == ports.size() - 1) {
               slot.driver = GPSDriver_CreateFromFile(K(recording), 1 + random() % 50, random() % 2, nullptr, nullptr, OnSentence);
             } else {
               const COMPortParams params{4800, 0, 0, 8};
@@ -121,6 +123,17 @@ int main(int argc, char** argv) {
     for (auto& worker : workers) worker.join();
     searcher.join();
     for (Slot& slot : slots) GPSDriver_Release(slot.driver);
+    // Afterwards the library still works: a driver on the receiver the
+    // soak left alone (the last of them) receives.
+    const COMPortParams params{4800, 0, 0, 8};
+    COMPortInfoHandle port = COMPortInfo_Create(K(ports[2]), &params);
+    GPSDriverHandle driver = GPSDriver_CreateFromCOMPort(port, nullptr, nullptr, OnSentence);
+    COMPortInfo_Release(port);
+    receiving = GPSDriver_Start(driver) == 1;
+    for (int wait = 0; receiving && wait < 600 && GPSDriver_GetStatus(driver) != GPS_STATUS_RECEIVING; ++wait)
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    receiving = receiving && GPSDriver_GetStatus(driver) == GPS_STATUS_RECEIVING;
+    GPSDriver_Release(driver);
   }
   // Threads given up on end within one read; give them that long.
   int fdsAfter = 0, threadsAfter = 0;
@@ -131,8 +144,9 @@ int main(int argc, char** argv) {
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
   }
   std::remove(std::string(recording.begin(), recording.end()).c_str());
-  std::printf("soak: %ld driver lives in %lld s, %ld failed starts or stops; descriptors %d -> %d, threads %d -> %d\n",
-              cycles.load(), static_cast<long long>(length.count()), failures.load(), fdsBefore, fdsAfter,
-              threadsBefore, threadsAfter);
-  return cycles > 0 && fdsAfter <= fdsBefore && threadsAfter <= threadsBefore ? 0 : 1;
+  std::printf("soak: %ld driver lives in %lld s, %ld sentences, %ld failed starts or stops, a port driver %s "
+              "afterwards; descriptors %d -> %d, threads %d -> %d\n",
+              cycles.load(), static_cast<long long>(length.count()), g_sentences.load(), failures.load(),
+              receiving ? "receives" : "DOES NOT RECEIVE", fdsBefore, fdsAfter, threadsBefore, threadsAfter);
+  return receiving && cycles > 0 && fdsAfter <= fdsBefore && threadsAfter <= threadsBefore ? 0 : 1;
 }
