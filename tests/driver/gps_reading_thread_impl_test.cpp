@@ -21,12 +21,11 @@ namespace {
 using test::Eventually;
 
 struct Shared;
-// What one Read does: fill the text, or block, or fail. Runs on the
-// reading thread with the call's number (0 first).
+// What one Read does: fill the text, block or fail. Runs on the reading
+// thread with the call's number (0 first).
 using Script = std::function<int(int call, Shared& shared, std::u16string* text, CIMExceptionImpl* error)>;
 
-// Shared with the test beyond the source's life: a gate that holds reads
-// back, who read, and whether the source is gone.
+// Outlives the source: a gate for reads, who read, whether the source is gone.
 struct Shared {
   std::mutex mutex;
   std::condition_variable changed;
@@ -46,10 +45,8 @@ struct Shared {
 
 class ScriptedSource : public DataSource {
  public:
-  ScriptedSource(Script script, std::shared_ptr<Shared> shared)
-      : script_(std::move(script)), shared_(std::move(shared)) {}
-  int Read(char16_t* buffer, uint32_t capacity, uint32_t* count, CIMExceptionImpl* error) override {
-    EXPECT_EQ(capacity, GpsReadingThreadImpl::kChunkCapacity);
+  ScriptedSource(Script script, std::shared_ptr<Shared> shared) : script_(std::move(script)), shared_(shared) {}
+  int Read(char16_t* buffer, uint32_t, uint32_t* count, CIMExceptionImpl* error) override {
     int call = 0;
     shared_->Update([&] {
       call = static_cast<int>(shared_->readers.size());
@@ -62,10 +59,7 @@ class ScriptedSource : public DataSource {
     *count = static_cast<uint32_t>(text.size());
     return result;
   }
-  int Write(const char16_t*, uint32_t, uint32_t* written, CIMExceptionImpl*) override {
-    *written = 0;
-    return 1;
-  }
+  int Write(const char16_t*, uint32_t, uint32_t*, CIMExceptionImpl*) override { return 1; }
   void CancelRead() override { shared_->Update([&] { shared_->cancelled = true; }); }
 
  private:
@@ -74,8 +68,8 @@ class ScriptedSource : public DataSource {
   std::shared_ptr<Shared> shared_;
 };
 
-// Records what reaches it, on which thread. It may hold the reading thread,
-// as the receiver's owner does, so a leaked reference shows as a cycle.
+// Records what reaches it and on which thread. It may hold the reading
+// thread, as the receiver's owner does, so a leaked reference makes a cycle.
 class RecordingSink : public TextSink {
  public:
   void OnText(const char16_t* text, uint32_t count) override { Add(u"text " + std::u16string(text, count)); }
@@ -84,31 +78,26 @@ class RecordingSink : public TextSink {
     const std::string code = std::to_string(error.Code());
     Add(u"error " + std::u16string(code.begin(), code.end()));
   }
-  std::vector<std::u16string> Events() {
+  std::vector<std::pair<std::u16string, std::thread::id>> Events() {
     std::lock_guard<std::mutex> lock(mutex_);
     return events_;
-  }
-  std::vector<std::thread::id> Threads() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return threads_;
   }
   Ref<GpsReadingThreadImpl> owner;
 
  private:
   void Add(const std::u16string& event) {
     std::lock_guard<std::mutex> lock(mutex_);
-    events_.push_back(event);
-    threads_.push_back(std::this_thread::get_id());
+    events_.emplace_back(event, std::this_thread::get_id());
   }
   std::mutex mutex_;
-  std::vector<std::u16string> events_;
-  std::vector<std::thread::id> threads_;
+  std::vector<std::pair<std::u16string, std::thread::id>> events_;
 };
 
 struct Fixture {
   explicit Fixture(Script script, GpsReadingThreadImpl::ThreadStarter starter = nullptr)
       : source(new ScriptedSource(std::move(script), shared)),
         thread(new GpsReadingThreadImpl(Ref<DataSource>(source.get()), std::move(starter))) {}
+  std::u16string LastEvent() { return sink->Events().back().first; }
   test::DriverClock clock;
   std::shared_ptr<Shared> shared = std::make_shared<Shared>();
   Ref<ScriptedSource> source;
@@ -132,27 +121,24 @@ TEST(GpsReadingThreadImpl, DeliversTextAndReportsEmptyAndFailedReadsWithAPause) 
   EXPECT_NE(f.thread->Stop(), 0);
   EXPECT_FALSE(f.thread->Running());
   const auto events = f.sink->Events();
-  EXPECT_EQ(std::vector<std::u16string>(events.begin(), events.begin() + 5),
-            (std::vector<std::u16string>{u"text $GPGGA,1\n", u"text $GPRMC,2\n", u"nodata", u"error -11", u"nodata"}));
-  const auto threads = f.sink->Threads();
-  EXPECT_EQ(std::count(threads.begin(), threads.end(), threads.front()), long(threads.size()))
-      << "only the reading thread calls: the watchdog saw reads complete";
-  EXPECT_NE(threads.front(), std::this_thread::get_id());
+  const std::u16string expected[] = {u"text $GPGGA,1\n", u"text $GPRMC,2\n", u"nodata", u"error -11", u"nodata"};
+  for (size_t i = 0; i < 5; ++i) EXPECT_EQ(events[i].first, expected[i]);
+  for (const auto& event : events)  // the watchdog saw reads complete
+    ASSERT_TRUE(event.second == events[0].second && event.second != std::this_thread::get_id());
   // Text is handed on at once; an empty or failed read pauses 150 ms.
   const auto waits = f.clock.Waits();
-  EXPECT_GE(std::count(waits.begin(), waits.end(), GpsReadingThreadImpl::kRetryPauseMs), 3);
-  EXPECT_TRUE(log.Contains(u"GPS Thread started\n")) << log.Utf8();
-  EXPECT_TRUE(log.Contains(u"Finished\n")) << log.Utf8();
+  const auto pauses = std::count(waits.begin(), waits.end(), GpsReadingThreadImpl::kRetryPauseMs);
+  EXPECT_GE(pauses, 3);
+  EXPECT_TRUE(log.Contains(u"GPS Thread started\n") && log.Contains(u"Finished\n")) << log.Utf8();
   EXPECT_FALSE(log.Contains(u"Terminating")) << log.Utf8();
-}
-
-TEST(GpsReadingThreadImpl, WithoutASinkNothingIsCalledAndNothingPauses) {
-  Fixture f(Empty);
+  // Without a sink nothing is called and nothing pauses.
+  const size_t reads = f.shared->readers.size(), delivered = f.sink->Events().size();
   ASSERT_EQ(f.thread->Start(nullptr, nullptr), 1);
-  ASSERT_TRUE(f.shared->WaitFor([&] { return f.shared->readers.size() > 10; }));
+  ASSERT_TRUE(f.shared->WaitFor([&] { return f.shared->readers.size() > reads + 10; }));
   f.thread->Stop();
-  const auto waits = f.clock.Waits();
-  EXPECT_EQ(std::count(waits.begin(), waits.end(), GpsReadingThreadImpl::kRetryPauseMs), 0);
+  const auto after = f.clock.Waits();
+  EXPECT_EQ(std::count(after.begin(), after.end(), GpsReadingThreadImpl::kRetryPauseMs), pauses);
+  EXPECT_EQ(f.sink->Events().size(), delivered);
 }
 
 TEST(GpsReadingThreadImpl, WatchdogReportsAReadThatDoesNotComplete) {
@@ -164,8 +150,8 @@ TEST(GpsReadingThreadImpl, WatchdogReportsAReadThatDoesNotComplete) {
   f.shared->open = false;
   ASSERT_EQ(f.thread->Start(f.sink.get(), nullptr), 1);
   ASSERT_TRUE(Eventually([&] { return f.sink->Events().size() >= 2; }));
-  EXPECT_EQ(f.sink->Events()[0], u"nodata");
-  EXPECT_NE(f.sink->Threads()[0], f.shared->readers.at(0)) << "reported by the watchdog";
+  EXPECT_EQ(f.sink->Events()[0].first, u"nodata");
+  EXPECT_NE(f.sink->Events()[0].second, f.shared->readers.at(0)) << "reported by the watchdog";
   f.shared->Update([&] { f.shared->open = true; });
   f.thread->Stop();
 }
@@ -173,14 +159,12 @@ TEST(GpsReadingThreadImpl, WatchdogReportsAReadThatDoesNotComplete) {
 // A stop cuts the pause after an empty read short, asks a waiting read to
 // return, and the text that read brings back still reaches the sink.
 TEST(GpsReadingThreadImpl, StopEndsPauseAndWaitingReadAtOnceAndKeepsTheirText) {
-  const Script pausing = Empty;
-  const Script waiting = [](int, Shared& shared, std::u16string* text, CIMExceptionImpl*) {
-    shared.WaitFor([&] { return shared.cancelled; });
-    *text = u"tail";
-    return 1;
-  };
   for (bool waits : {false, true}) {
-    Fixture f(waits ? waiting : pausing);
+    Fixture f([waits](int, Shared& shared, std::u16string* text, CIMExceptionImpl*) {
+      if (waits) shared.WaitFor([&] { return shared.cancelled; });
+      *text = waits ? u"tail" : u"";
+      return 1;
+    });
     f.clock.pauseMs = platform::kInfinite;  // only a stop ends it
     test::LogCapture log;
     ASSERT_EQ(f.thread->Start(f.sink.get(), nullptr), 1);
@@ -188,7 +172,7 @@ TEST(GpsReadingThreadImpl, StopEndsPauseAndWaitingReadAtOnceAndKeepsTheirText) {
     EXPECT_EQ(f.thread->Stop(), 1);
     EXPECT_FALSE(log.Contains(u"Terminating")) << log.Utf8();
     EXPECT_TRUE(f.shared->cancelled);
-    EXPECT_EQ(f.sink->Events().back(), waits ? u"text tail" : u"nodata");
+    EXPECT_EQ(f.LastEvent(), waits ? u"text tail" : u"nodata");
     EXPECT_EQ(f.shared->readers.size(), 1u);
   }
 }
@@ -223,7 +207,7 @@ TEST(GpsReadingThreadImpl, AThreadGivenUpOnNeverComesBackAndGivesBackWhatItHeld)
   f.source.reset();
   // Gone only once every thread that held it has ended.
   EXPECT_TRUE(shared->WaitFor([&] { return shared->destroyed; }));
-  for (const auto& event : f.sink->Events()) ASSERT_EQ(event, u"text fresh");
+  for (const auto& event : f.sink->Events()) ASSERT_EQ(event.first, u"text fresh");
   EXPECT_EQ(std::count(shared->readers.begin(), shared->readers.end(), abandoned), 1);
   if (!test::ForcedEndLetsThreadsFinish()) new std::shared_ptr<Shared>(shared);  // its gate died with the thread
 }
