@@ -59,7 +59,16 @@ struct Slot {
 int main(int argc, char** argv) {
   const std::u16string recording = WriteRecording();
   if (argc > 1 && std::string(argv[1]) == "exit") {
-    for (int i = 0; i < 4; ++i) GPSDriver_Start(GPSDriver_CreateFromFile(K(recording), 1 + i, 1, nullptr, nullptr, OnSentence));
+    static GPSDriverHandle running[4];  // reachable to the end, never released
+    for (auto& driver : running) {
+      driver = GPSDriver_CreateFromFile(K(recording), 1 + int(&driver - running), 1, nullptr, nullptr, OnSentence);
+      if (GPSDriver_Start(driver) != 1) return 1;
+    }
+    // Threads start and end, and log it, while the process exits.
+    for (GPSDriverHandle driver : running)
+      std::thread([driver] {
+        for (;;) GPSDriver_Stop(driver), GPSDriver_Start(driver);
+      }).detach();
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     return 0;
   }
