@@ -19,6 +19,12 @@ namespace {
 
 std::vector<std::string>* g_calls = nullptr;
 
+int Call(const char* name, int32_t code, CIMExceptionImpl* error) {
+  g_calls->push_back(name);
+  if (code != 0) SetError(error, code);
+  return code == 0;
+}
+
 class FakeReceiver : public Receiver {
  public:
   int Start(CIMExceptionImpl* error) override { return Call("receiver.Start", startCode, error); }
@@ -28,19 +34,12 @@ class FakeReceiver : public Receiver {
   int GetSatellitesInfo(GPSSatellites*, CIMExceptionImpl*) override { return 1; }
   int SetNotificationInterval(uint32_t) override { return 1; }
   uint32_t GetNotificationInterval() override { return 100; }
-  int SetTimeoutInterval(uint32_t ms, CIMExceptionImpl*) override { timeout = ms; return 1; }
+  int SetTimeoutInterval(uint32_t ms, CIMExceptionImpl*) override { return timeout = ms, 1; }
   uint32_t GetTimeoutInterval() override { return timeout; }
   void AddListener(ListenerEntry* entry) override { listeners.Append(entry); }
   void OnText(const char16_t*, uint32_t) override {}
   void OnNoData() override {}
   void OnError(const CIMExceptionImpl&) override {}
-
-  static int Call(const char* name, int32_t code, CIMExceptionImpl* error) {
-    g_calls->push_back(name);
-    if (code == 0) return 1;
-    SetError(error, code);
-    return 0;
-  }
   int32_t startCode = 0;
   uint32_t timeout = 3000;
   ListenerList listeners;
@@ -48,16 +47,16 @@ class FakeReceiver : public Receiver {
 
 class FakeReadingThread : public GpsReadingThread {
  public:
-  int Start(TextSink*, CIMExceptionImpl* error) override { return FakeReceiver::Call("thread.Start", startCode, error); }
-  int Stop() override { g_calls->push_back("thread.Stop"); return 1; }
+  int Start(TextSink*, CIMExceptionImpl* error) override { return Call("thread.Start", startCode, error); }
+  int Stop() override { return Call("thread.Stop", 0, nullptr); }
   int32_t startCode = 0;
 };
 
 class FakePlayback : public PlaybackControl {
  public:
-  int Pause() override { g_calls->push_back("playback.Pause"); return 1; }
-  int Resume(CIMExceptionImpl*) override { g_calls->push_back("playback.Resume"); return resumes; }
-  int resumes = 1;
+  int Pause() override { return Call("playback.Pause", 0, nullptr); }
+  int Resume(CIMExceptionImpl*) override { return Call("playback.Resume", 0, nullptr) && resumes; }
+  bool resumes = true;
 };
 
 void OnStatus() { g_calls->push_back("status"); }
@@ -96,14 +95,14 @@ TEST_F(GpsDriverTest, StartAndStopRunInOppositeOrders) {
 // Whichever step fails, what was done is undone and the step's code stands.
 TEST_F(GpsDriverTest, FailedStartUndoesWhatItDid) {
   struct Case {
-    int resumes;
+    bool resumes;
     int32_t receiverCode, threadCode, expectedCode;
     Calls expected;
   };
   const Case cases[] = {
-      {0, 0, 0, kErrNotSupported, {"playback.Resume"}},
-      {1, kErrOutOfMemory, 0, kErrOutOfMemory, {"playback.Resume", "receiver.Start", "playback.Pause"}},
-      {1, 0, kErrNone, kErrNone,
+      {false, 0, 0, kErrNotSupported, {"playback.Resume"}},
+      {true, kErrOutOfMemory, 0, kErrOutOfMemory, {"playback.Resume", "receiver.Start", "playback.Pause"}},
+      {true, 0, kErrNone, kErrNone,
        {"playback.Resume", "receiver.Start", "thread.Start", "receiver.Stop", "playback.Pause"}},
   };
   for (const Case& c : cases) {
