@@ -37,6 +37,10 @@ struct Shared {
     std::unique_lock<std::mutex> lock(mutex);
     return changed.wait_for(lock, std::chrono::seconds(seconds), ready);
   }
+  std::vector<std::thread::id> Readers() {
+    std::lock_guard<std::mutex> lock(mutex);
+    return readers;
+  }
   void Update(const std::function<void()>& change) {
     { std::lock_guard<std::mutex> lock(mutex); change(); }
     changed.notify_all();
@@ -132,7 +136,7 @@ TEST(GpsReadingThreadImpl, DeliversTextAndReportsEmptyAndFailedReadsWithAPause) 
   EXPECT_TRUE(log.Contains(u"GPS Thread started\n") && log.Contains(u"Finished\n")) << log.Utf8();
   EXPECT_FALSE(log.Contains(u"Terminating")) << log.Utf8();
   // Without a sink nothing is called and nothing pauses.
-  const size_t reads = f.shared->readers.size(), delivered = f.sink->Events().size();
+  const size_t reads = f.shared->Readers().size(), delivered = f.sink->Events().size();
   ASSERT_EQ(f.thread->Start(nullptr, nullptr), 1);
   ASSERT_TRUE(f.shared->WaitFor([&] { return f.shared->readers.size() > reads + 10; }));
   f.thread->Stop();
@@ -151,7 +155,7 @@ TEST(GpsReadingThreadImpl, WatchdogReportsAReadThatDoesNotComplete) {
   ASSERT_EQ(f.thread->Start(f.sink.get(), nullptr), 1);
   ASSERT_TRUE(Eventually([&] { return f.sink->Events().size() >= 2; }));
   EXPECT_EQ(f.sink->Events()[0].first, u"nodata");
-  EXPECT_NE(f.sink->Events()[0].second, f.shared->readers.at(0)) << "reported by the watchdog";
+  EXPECT_NE(f.sink->Events()[0].second, f.shared->Readers().at(0)) << "reported by the watchdog";
   f.shared->Update([&] { f.shared->open = true; });
   f.thread->Stop();
 }
@@ -173,7 +177,7 @@ TEST(GpsReadingThreadImpl, StopEndsPauseAndWaitingReadAtOnceAndKeepsTheirText) {
     EXPECT_FALSE(log.Contains(u"Terminating")) << log.Utf8();
     EXPECT_TRUE(f.shared->cancelled);
     EXPECT_EQ(f.LastEvent(), waits ? u"text tail" : u"nodata");
-    EXPECT_EQ(f.shared->readers.size(), 1u);
+    EXPECT_EQ(f.shared->Readers().size(), 1u);
   }
 }
 
@@ -193,7 +197,7 @@ TEST(GpsReadingThreadImpl, AThreadGivenUpOnNeverComesBackAndGivesBackWhatItHeld)
   ASSERT_TRUE(f.shared->WaitFor([&] { return !f.shared->readers.empty(); }));
   f.thread->Stop();
   EXPECT_TRUE(log.Contains(u"Terminating GPS thread handle: ")) << log.Utf8();
-  const std::thread::id abandoned = f.shared->readers[0];
+  const std::thread::id abandoned = f.shared->Readers()[0];
 
   f.clock.joinMs = 60000;
   ASSERT_EQ(f.thread->Start(f.sink.get(), nullptr), 1);
@@ -208,7 +212,8 @@ TEST(GpsReadingThreadImpl, AThreadGivenUpOnNeverComesBackAndGivesBackWhatItHeld)
   // Gone only once every thread that held it has ended.
   EXPECT_TRUE(shared->WaitFor([&] { return shared->destroyed; }));
   for (const auto& event : f.sink->Events()) ASSERT_EQ(event.first, u"text fresh");
-  EXPECT_EQ(std::count(shared->readers.begin(), shared->readers.end(), abandoned), 1);
+  const auto readers = shared->Readers();
+  EXPECT_EQ(std::count(readers.begin(), readers.end(), abandoned), 1);
   if (!test::ForcedEndLetsThreadsFinish()) new std::shared_ptr<Shared>(shared);  // its gate died with the thread
 }
 
