@@ -74,6 +74,7 @@ int main(int argc, char** argv) {
   }
   const char* seconds = std::getenv("KAVOGPS_SOAK_SECONDS");
   const auto length = std::chrono::seconds(seconds ? std::atoi(seconds) : 3);
+  std::thread([] {}).join();  // a sanitizer's own helper thread starts with the first thread
   const int fdsBefore = Entries("/proc/self/fd"), threadsBefore = Entries("/proc/self/task");
   std::atomic<long> cycles{0}, failures{0};
   bool receiving = false;
