@@ -133,7 +133,13 @@ int GpsReadingThreadImpl::Start(TextSink* sink, CIMExceptionImpl* error) {
     SetError(error, kErrNone, u"", u"");
     return 0;
   }
-  Ref<ReadingRun> run(new ReadingRun(source_, sink));
+  Ref<ReadingRun> run;
+  try {
+    run = new ReadingRun(source_, sink);
+  } catch (...) {  // no events, or no memory: nothing was started
+    SetError(error, kErrNone, u"", u"");
+    return 0;
+  }
   reading_ = starter_([run] {
     run->ReadingLoop();
     return uint32_t{0};
