@@ -32,6 +32,7 @@ class Playback : public testing::Test {
  protected:
   // The clock starts at 1000 ms and moves only when told or slept on.
   void Open(const std::string& bytes, bool repeat = false, uint32_t interval = kInterval) {
+    playback_.reset();  // lets go of the last recording: Windows cannot rewrite an open file
     dir_.Write("rec.nmea", bytes);
     playback_ = Ref<NmeaFilePlayback>(new NmeaFilePlayback);
     ASSERT_EQ(playback_->Open(dir_.WideFile("rec.nmea"), interval, repeat), 1);
