@@ -102,18 +102,27 @@ void Latency(int samples) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
 
-  // Stop on a live port: the reading thread is blocked in a read.
-  const auto stopStart = Clock::now();
-  GPSDriver_Stop(driver);
-  const double stopMs = std::chrono::duration<double, std::milli>(Clock::now() - stopStart).count();
+  // Stop on a live port, five times: the reading thread is blocked in a
+  // read between sentences, which a stop should cut short.
+  std::vector<double> stopMs;
+  for (int i = 0; i < 5; ++i) {
+    if (i > 0 && GPSDriver_Start(driver) != 1) break;
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    const auto stopStart = Clock::now();
+    GPSDriver_Stop(driver);
+    stopMs.push_back(std::chrono::duration<double, std::milli>(Clock::now() - stopStart).count());
+  }
   GPSDriver_Release(driver);
+  std::sort(stopMs.begin(), stopMs.end());
 
   std::sort(microseconds.begin(), microseconds.end());
   if (microseconds.empty()) return;
   const auto at = [&](double q) { return microseconds[static_cast<size_t>(q * (microseconds.size() - 1))]; };
   std::printf("sentence latency: %zu samples, median %.0f us, p99 %.0f us, max %.0f us (target p99 < 5000 us)\n",
               microseconds.size(), at(0.5), at(0.99), microseconds.back());
-  std::printf("GPSDriver_Stop on a live port: %.1f ms (target within one read time-out, 700 ms)\n", stopMs);
+  std::printf("GPSDriver_Stop on a live port: median %.1f ms, max %.1f ms over %zu stops "
+              "(target: a few ms where a read can be cut short, else within one read time-out, 700 ms)\n",
+              stopMs[stopMs.size() / 2], stopMs.back(), stopMs.size());
 }
 
 void SilentPort(int seconds) {

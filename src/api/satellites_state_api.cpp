@@ -40,7 +40,7 @@ KAVOGPS_API int32_t GPSSatellitesState_GetTimeType(GPSSatellitesStateHandle stat
 
 KAVOGPS_API void GPSSatellitesState_Release(GPSSatellitesStateHandle state) {
   AccessorFrame<int>(state != nullptr, 0, [&] {
-    delete kavo::api::Snapshot(state);
+    delete state;  // as allocated: the record type has no virtual destructor
     return 0;
   });
 }

@@ -11,9 +11,9 @@ namespace kavo {
 
 Ref<GpsDriver> BuildDriver(Ref<DataSource> source, Ref<PlaybackControl> playback,
                            const DriverCallbacks& callbacks) {
-  Ref<GpsReadingThread> readingThread(new GpsReadingThreadImpl(source));
-  Ref<Receiver> receiver(new GpsReceiver(source, readingThread));
-  Ref<GpsDriver> driver(new GpsDriver(receiver, playback));
+  Ref<GpsReadingThread> readingThread(new GpsReadingThreadImpl(std::move(source)));
+  Ref<Receiver> receiver(new GpsReceiver);
+  Ref<GpsDriver> driver(new GpsDriver(receiver, readingThread, playback));
   driver->Initialise(callbacks.onStatus, callbacks.onData, callbacks.onSentence);
   return driver;
 }

@@ -11,13 +11,22 @@ const KavoChar* ToCaller(const char16_t* text) { return reinterpret_cast<const K
 
 }  // namespace
 
-GpsDriver::GpsDriver(Ref<Receiver> receiver, Ref<PlaybackControl> playback)
-    : receiver_(std::move(receiver)), playback_(std::move(playback)), entry_(this) {}
+GpsDriver::GpsDriver(Ref<Receiver> receiver, Ref<GpsReadingThread> readingThread,
+                     Ref<PlaybackControl> playback)
+    : receiver_(std::move(receiver)), readingThread_(std::move(readingThread)),
+      playback_(std::move(playback)), entry_(this) {}
 
 GpsDriver::~GpsDriver() {
-  if (running_) receiver_->Stop();
+  {
+    CriticalSectionLock::Guard guard(startStopLock_);
+    if (running_) {
+      readingThread_->Stop();
+      receiver_->Stop();
+    }
+  }
   entry_.Unlink();
   playback_.reset();
+  readingThread_.reset();
   receiver_.reset();
 }
 
@@ -31,19 +40,28 @@ void GpsDriver::Initialise(GPSStatusCallback onStatus, GPSDataCallback onData,
 }
 
 int GpsDriver::Start(CIMExceptionImpl* error) {
+  CriticalSectionLock::Guard guard(startStopLock_);
   if (!playback_->Resume(error)) {
     if (error) error->SetCode(kErrNotSupported);
     return 0;
   }
+  // A receiver already started refuses, so a second Start never starts a
+  // second reading thread.
   if (receiver_->Start(error)) {
-    running_ = 1;
-    return 1;
+    if (readingThread_->Start(receiver_.get(), error)) {
+      running_ = 1;
+      return 1;
+    }
+    receiver_->Stop();
   }
   playback_->Pause();
   return 0;
 }
 
 int GpsDriver::Stop() {
+  CriticalSectionLock::Guard guard(startStopLock_);
+  // The threads first: the receiver is cleared only once nothing feeds it.
+  readingThread_->Stop();
   receiver_->Stop();
   playback_->Pause();
   running_ = 0;

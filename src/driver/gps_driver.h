@@ -1,5 +1,6 @@
-// What a GPSDriver handle refers to: a receiver and the playback control of
-// its source, with the caller's three callbacks.
+// What a GPSDriver handle refers to: a receiver, the reading thread that
+// feeds it from the source, and the playback control of that source, with
+// the caller's three callbacks.
 #pragma once
 
 #include <cstdint>
@@ -7,13 +8,16 @@
 #include "KavoMobileGPS.h"
 #include "nmea/receiver.h"
 #include "sources/data_source.h"
+#include "sources/gps_reading_thread.h"
+#include "support/critical_section_lock.h"
 #include "support/ref_counted.h"
 
 namespace kavo {
 
 class GpsDriver : public virtual RefCounted, private ReceiverListener {
  public:
-  GpsDriver(Ref<Receiver> receiver, Ref<PlaybackControl> playback);
+  GpsDriver(Ref<Receiver> receiver, Ref<GpsReadingThread> readingThread,
+            Ref<PlaybackControl> playback);
 
   // Stores the callbacks (each may be null) and starts listening.
   void Initialise(GPSStatusCallback onStatus, GPSDataCallback onData,
@@ -45,7 +49,9 @@ class GpsDriver : public virtual RefCounted, private ReceiverListener {
   GPSDataCallback onData_ = nullptr;
   GPSSentenceCallback onSentence_ = nullptr;
   Ref<Receiver> receiver_;
+  Ref<GpsReadingThread> readingThread_;
   Ref<PlaybackControl> playback_;
+  CriticalSectionLock startStopLock_;  // Start, Stop and the end of the driver
   ListenerEntry entry_;
 };
 

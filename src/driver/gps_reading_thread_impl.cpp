@@ -1,165 +1,196 @@
 #include "driver/gps_reading_thread_impl.h"
 
 #include "log/logger.h"
+#include "support/critical_section_lock.h"
 
 namespace kavo {
 
-GpsReadingThreadImpl::GpsReadingThreadImpl(Ref<DataSource> source)
-    : source_(std::move(source)), heartbeat_(platform::Event::Create(false, false)) {
-  if (!heartbeat_) Raise(nullptr);
+// What the two threads of one Start share. Its threads hold it by counted
+// reference: a thread abandoned by Stop keeps it, and the source and sink
+// it holds, alive until it returns, and only ever sees this run's stop
+// state.
+class ReadingRun : public RefCounted {
+ public:
+  ReadingRun(Ref<DataSource> source, TextSink* sink)
+      : source_(std::move(source)), sink_(sink),
+        heartbeat_(platform::Event::Create(false, false)),
+        stopping_(platform::Event::Create(true, false)) {
+    if (!heartbeat_ || !stopping_) Raise(nullptr);
+  }
+
+  void ReadingLoop() {
+    LogScope scope(u"GPS Thread started");
+    std::unique_ptr<char16_t[]> buffer(new char16_t[GpsReadingThreadImpl::kChunkCapacity]);
+    while (!Stopping(readingStop_)) ReadingStep(buffer.get());
+  }
+
+  void WatchdogLoop() {
+    while (!Stopping(watchdogStop_)) {
+      if (heartbeat_->Wait(GpsReadingThreadImpl::kWatchdogMs) == platform::WaitResult::kSignaled) continue;
+      Deliver([](TextSink& sink) { sink.OnNoData(); });
+    }
+  }
+
+  // The pause after an empty or failed step ends at once on this.
+  void RequestReadingStop() {
+    Request(readingStop_);
+    stopping_->Set();
+    source_->CancelRead();
+  }
+
+  void RequestWatchdogStop() {
+    Request(watchdogStop_);
+    heartbeat_->Set();  // wake the watchdog at once
+  }
+
+  // Once the threads ended or were given up on: nothing reaches the sink
+  // any more. Waits for a call already under way.
+  void DropSink() {
+    CriticalSectionLock::Guard guard(deliveryLock_);
+    sink_.reset();
+  }
+
+ private:
+  void ReadingStep(char16_t* buffer) {
+    uint32_t count = 0;
+    CIMExceptionImpl error;
+    bool failed = false;
+    try {
+      if (!source_->Read(buffer, GpsReadingThreadImpl::kChunkCapacity, &count, &error)) Raise(&error);
+    } catch (const CIMExceptionEx& raised) {
+      error = raised;
+      failed = true;
+    } catch (...) {
+      SetError(&error, kErrNone);
+      failed = true;
+    }
+    heartbeat_->Set();
+
+    bool delivered;
+    if (failed) {
+      delivered = Deliver([&](TextSink& sink) { sink.OnError(error); });
+    } else if (count > 0) {
+      Deliver([&](TextSink& sink) { sink.OnText(buffer, count); });
+      return;
+    } else {
+      delivered = Deliver([](TextSink& sink) { sink.OnNoData(); });
+    }
+    if (delivered) stopping_->Wait(GpsReadingThreadImpl::kRetryPauseMs);
+  }
+
+  template <class Call>
+  bool Deliver(Call call) {
+    CriticalSectionLock::Guard guard(deliveryLock_);
+    if (!sink_) return false;
+    call(*sink_);
+    return true;
+  }
+
+  bool Stopping(const bool& flag) {
+    CriticalSectionLock::Guard guard(stateLock_);
+    return flag;
+  }
+
+  void Request(bool& flag) {
+    CriticalSectionLock::Guard guard(stateLock_);
+    flag = true;
+  }
+
+  Ref<DataSource> source_;
+  CriticalSectionLock deliveryLock_;  // held across every call of the sink
+  Ref<TextSink> sink_;                // under deliveryLock_
+  CriticalSectionLock stateLock_;
+  bool readingStop_ = false;   // under stateLock_
+  bool watchdogStop_ = false;  // under stateLock_
+  std::unique_ptr<platform::Event> heartbeat_;
+  std::unique_ptr<platform::Event> stopping_;
+};
+
+namespace {
+
+std::unique_ptr<platform::Thread> StartPlatformThread(platform::ThreadBody body) {
+  return platform::Thread::Start(std::move(body));
 }
 
+// Logs and ends a thread that did not stop in time.
+void EndThread(std::unique_ptr<platform::Thread>& thread) {
+  if (thread->Join(GpsReadingThreadImpl::kStopWaitMs) != platform::WaitResult::kSignaled) {
+    Logger::Instance().Format(u"Terminating GPS thread handle: %x\n", thread->HandleValue());
+    thread->Terminate();
+  }
+  thread.reset();
+}
+
+}  // namespace
+
+GpsReadingThreadImpl::GpsReadingThreadImpl(Ref<DataSource> source, ThreadStarter starter)
+    : source_(std::move(source)), starter_(starter ? std::move(starter) : StartPlatformThread) {}
+
+GpsReadingThreadImpl::~GpsReadingThreadImpl() { Stop(); }
+
 int GpsReadingThreadImpl::Start(TextSink* sink, CIMExceptionImpl* error) {
-  {
-    CriticalSectionLock::Guard guard(sinkLock_);
-    sink_ = sink;
+  if (run_) {
+    SetError(error, kErrNone, u"", u"");
+    return 0;
   }
-  {
-    CriticalSectionLock::Guard guard(readingLock_);
-    readingStop_ = 0;
+  Ref<ReadingRun> run;
+  try {
+    run = new ReadingRun(source_, sink);
+  } catch (...) {  // no events, or no memory: nothing was started
+    SetError(error, kErrNone, u"", u"");
+    return 0;
   }
-  // Each thread holds a reference to this object (and through it to the
-  // source), so a thread abandoned by Stop never uses freed memory.
-  AddRef();
-  reading_ = platform::Thread::Start(&ReadingProcedure, this);
+  reading_ = starter_([run] {
+    run->ReadingLoop();
+    return uint32_t{0};
+  });
   if (!reading_) {
-    Release();
     SetError(error, kErrNone, u"", u"");
     return 0;
   }
   reading_->SetPriorityAboveNormal();
-
-  {
-    CriticalSectionLock::Guard guard(watchdogLock_);
-    watchdogStop_ = 0;
-  }
-  AddRef();
-  watchdog_ = platform::Thread::Start(&WatchdogProcedure, this);
+  watchdog_ = starter_([run] {
+    run->WatchdogLoop();
+    return uint32_t{0};
+  });
   if (!watchdog_) {
-    Release();
     SetError(error, kErrNone, u"", u"");
-    StopReadingThread();
+    StopReadingThread(*run);
+    run->DropSink();
     return 0;
   }
+  run_ = std::move(run);
   running_ = 1;
   return 1;
 }
 
-uint32_t GpsReadingThreadImpl::ReadingProcedure(void* self) {
-  auto* thread = static_cast<GpsReadingThreadImpl*>(self);
-  thread->ReadingLoop();
-  thread->Release();
-  return 0;
-}
-
-uint32_t GpsReadingThreadImpl::WatchdogProcedure(void* self) {
-  auto* thread = static_cast<GpsReadingThreadImpl*>(self);
-  thread->WatchdogLoop();
-  thread->Release();
-  return 0;
-}
-
-void GpsReadingThreadImpl::ReadingLoop() {
-  LogScope scope(u"GPS Thread started");
-  std::unique_ptr<char16_t[]> buffer(new char16_t[kChunkCapacity]);
-  while (!ReadingStopRequested()) ReadingStep(buffer.get());
-}
-
-void GpsReadingThreadImpl::ReadingStep(char16_t* buffer) {
-  uint32_t count = 0;
-  CIMExceptionImpl error;
-  bool failed = false;
-  try {
-    if (!source_->Read(buffer, kChunkCapacity, &count, &error)) Raise(&error);
-  } catch (const CIMExceptionEx& raised) {
-    error = raised;
-    failed = true;
-  } catch (...) {
-    SetError(&error, kErrNone);
-    failed = true;
-  }
-  heartbeat_->Set();
-
-  const Ref<TextSink> sink = CurrentSink();
-  if (!sink) return;
-  if (failed) {
-    sink->OnError(error);
-    platform::Sleep(kRetryPauseMs);
-  } else if (count > 0) {
-    sink->OnText(buffer, count);
-  } else {
-    sink->OnNoData();
-    platform::Sleep(kRetryPauseMs);
-  }
-}
-
-void GpsReadingThreadImpl::WatchdogLoop() {
-  while (!WatchdogStopRequested()) {
-    if (heartbeat_->Wait(kWatchdogMs) == platform::WaitResult::kSignaled) continue;
-    if (const Ref<TextSink> sink = CurrentSink()) sink->OnNoData();
-  }
-}
-
-bool GpsReadingThreadImpl::ReadingStopRequested() {
-  CriticalSectionLock::Guard guard(readingLock_);
-  return readingStop_ != 0;
-}
-
-bool GpsReadingThreadImpl::WatchdogStopRequested() {
-  CriticalSectionLock::Guard guard(watchdogLock_);
-  return watchdogStop_ != 0;
-}
-
-Ref<TextSink> GpsReadingThreadImpl::CurrentSink() {
-  CriticalSectionLock::Guard guard(sinkLock_);
-  return sink_;
-}
-
-int GpsReadingThreadImpl::StopReadingThread() {
-  {
-    CriticalSectionLock::Guard guard(readingLock_);
-    readingStop_ = 1;
-  }
+int GpsReadingThreadImpl::StopReadingThread(ReadingRun& run) {
+  run.RequestReadingStop();
   if (!reading_) return 0;
-  if (reading_->Join(kStopWaitMs) != platform::WaitResult::kSignaled) {
-    Logger::Instance().Format(u"Terminating GPS thread handle: %x\n", reading_->HandleValue());
-    reading_->Terminate();
-  }
-  reading_.reset();
+  EndThread(reading_);
   return 1;
 }
 
-void GpsReadingThreadImpl::StopWatchdogThread() {
-  {
-    CriticalSectionLock::Guard guard(watchdogLock_);
-    watchdogStop_ = 1;
-  }
-  heartbeat_->Set();  // wake the watchdog at once
-  if (!watchdog_) return;
-  if (watchdog_->Join(kStopWaitMs) != platform::WaitResult::kSignaled) {
-    Logger::Instance().Format(u"Terminating GPS thread handle: %x\n", watchdog_->HandleValue());
-    watchdog_->Terminate();
-  }
-  watchdog_.reset();
+void GpsReadingThreadImpl::StopWatchdogThread(ReadingRun& run) {
+  run.RequestWatchdogStop();
+  if (watchdog_) EndThread(watchdog_);
 }
 
 int GpsReadingThreadImpl::Stop() {
-  // The sink goes first: a stopping reader has nobody to hand text to, and
-  // a step without a sink takes no pause, so the reading thread ends as
-  // soon as its read returns instead of one pause later.
-  {
-    CriticalSectionLock::Guard guard(sinkLock_);
-    sink_.reset();
-  }
-  StopWatchdogThread();
+  const Ref<ReadingRun> run = std::move(run_);
+  running_ = 0;
+  if (!run) return 0;
+  StopWatchdogThread(*run);
   int result = 0;
   uint32_t exitCode = 0;
   if (reading_) {
     const bool gotCode = reading_->GetExitCode(&exitCode);
     // A reading thread that already ended is neither waited for nor closed.
-    result = gotCode && exitCode == platform::kStillActive ? StopReadingThread() : gotCode;
+    result = gotCode && exitCode == platform::kStillActive ? StopReadingThread(*run) : gotCode;
   }
-  running_ = 0;
+  // Only now, so the chunk a stopping thread has in hand still reaches the
+  // sink; a thread given up on finds it gone.
+  run->DropSink();
   return result;
 }
 

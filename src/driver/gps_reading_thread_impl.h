@@ -3,16 +3,18 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 #include "platform/platform.h"
 #include "sources/data_source.h"
 #include "sources/gps_reading_thread.h"
 #include "sources/text_sink.h"
-#include "support/critical_section_lock.h"
 #include "support/ref_counted.h"
 
 namespace kavo {
+
+class ReadingRun;
 
 class GpsReadingThreadImpl : public GpsReadingThread {
  public:
@@ -21,8 +23,10 @@ class GpsReadingThreadImpl : public GpsReadingThread {
   static constexpr uint32_t kWatchdogMs = 2000;
   static constexpr uint32_t kStopWaitMs = 5000;
 
-  // Raises the general failure when the heartbeat event cannot be made.
-  explicit GpsReadingThreadImpl(Ref<DataSource> source);
+  // How threads are made; tests pass one that fails.
+  using ThreadStarter = std::function<std::unique_ptr<platform::Thread>(platform::ThreadBody)>;
+
+  explicit GpsReadingThreadImpl(Ref<DataSource> source, ThreadStarter starter = nullptr);
 
   // 1 on success; 0 with code -1 and an empty message on `error`.
   int Start(TextSink* sink, CIMExceptionImpl* error) override;
@@ -32,32 +36,19 @@ class GpsReadingThreadImpl : public GpsReadingThread {
   bool Running() const { return running_ != 0; }
 
  private:
-  ~GpsReadingThreadImpl() override = default;
+  ~GpsReadingThreadImpl() override;
 
-  static uint32_t ReadingProcedure(void* self);
-  static uint32_t WatchdogProcedure(void* self);
-  void ReadingLoop();
-  void WatchdogLoop();
-  void ReadingStep(char16_t* buffer);
-  bool ReadingStopRequested();
-  bool WatchdogStopRequested();
-  Ref<TextSink> CurrentSink();
-  int StopReadingThread();
-  void StopWatchdogThread();
+  int StopReadingThread(ReadingRun& run);
+  void StopWatchdogThread(ReadingRun& run);
 
   int32_t running_ = 0;
-  int32_t readingStop_ = 0;   // under readingLock_
-  int32_t watchdogStop_ = 0;  // under watchdogLock_
+  Ref<DataSource> source_;
+  ThreadStarter starter_;
+  // Each Start makes a run of its own; its threads hold it, never this
+  // object, so one abandoned by Stop cannot see a later run's state.
+  Ref<ReadingRun> run_;
   std::unique_ptr<platform::Thread> reading_;
   std::unique_ptr<platform::Thread> watchdog_;
-  // The sink is read by both threads while the caller may clear it; its own
-  // lock lets a thread take a reference it can safely use.
-  Ref<TextSink> sink_;
-  CriticalSectionLock sinkLock_;
-  Ref<DataSource> source_;
-  CriticalSectionLock readingLock_;
-  CriticalSectionLock watchdogLock_;
-  std::unique_ptr<platform::Event> heartbeat_;
 };
 
 }  // namespace kavo

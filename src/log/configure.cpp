@@ -17,6 +17,12 @@ WideString IniPathBeside(const WideString& modulePath) {
 }  // namespace
 
 void ConfigureLoggerAtLoad(Logger& logger, const WideString& modulePath) {
+  // Loading the library must not change the loading thread's last error,
+  // whatever the file checks and opens below leave in it.
+  struct KeepLastError {
+    const uint32_t saved = platform::GetLastError();
+    ~KeepLastError() { platform::SetLastError(saved); }
+  } keep;
   try {
     logger.SetSink(Ref<LogSink>(new DebugLogSink));
     const WideString iniPath = IniPathBeside(modulePath);

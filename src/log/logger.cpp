@@ -6,11 +6,12 @@
 namespace kavo {
 
 Logger& Logger::Instance() {
-  // Built once on first use, with the debug sink, and destroyed at exit.
+  // Built once on first use, with the debug sink, and never destroyed:
+  // threads the library abandoned may still log while the process exits.
   static Logger* instance = [] {
-    static Logger logger;
-    logger.SetSink(Ref<LogSink>(new DebugLogSink));
-    return &logger;
+    auto* logger = new Logger;
+    logger->SetSink(Ref<LogSink>(new DebugLogSink));
+    return logger;
   }();
   return *instance;
 }

@@ -6,8 +6,19 @@
 
 namespace kavo {
 
-GpsReceiver::GpsReceiver(Ref<DataSource> source, Ref<GpsReadingThread> readingThread)
-    : source_(std::move(source)), readingThread_(std::move(readingThread)) {
+namespace {
+
+// Whether more than `interval` ms passed from `stamp` to `now` on the 32-bit
+// tick count, which wraps every 49.7 days: the difference is taken first, so
+// the wrap does not matter. A stamp ahead of `now` (the first notification
+// deadline, or one another thread just wrote) has not passed.
+bool Elapsed(uint32_t now, uint32_t stamp, uint32_t interval) {
+  return int64_t{static_cast<int32_t>(now - stamp)} > int64_t{interval};
+}
+
+}  // namespace
+
+GpsReceiver::GpsReceiver() {
   // Before any data the records read all zero, with no receiver time.
   location_.TimeType = GPS_TIME_LOCAL_CLOCK;
   satellites_.TimeType = GPS_TIME_LOCAL_CLOCK;
@@ -16,8 +27,6 @@ GpsReceiver::GpsReceiver(Ref<DataSource> source, Ref<GpsReadingThread> readingTh
 GpsReceiver::~GpsReceiver() {
   closing_ = 1;
   Stop();
-  readingThread_.reset();
-  source_.reset();
 }
 
 int GpsReceiver::Start(CIMExceptionImpl* error) {
@@ -45,7 +54,6 @@ int GpsReceiver::Start(CIMExceptionImpl* error) {
       CriticalSectionLock::Guard satellites(satellitesLock_);
       satellites_ = store_.Satellites();
     }
-    CheckOrRaise(readingThread_->Start(this, &record), &record);
     started_ = 1;
     return 1;
   } catch (const CIMExceptionEx& raised) {
@@ -63,7 +71,6 @@ int GpsReceiver::Start(CIMExceptionImpl* error) {
 void GpsReceiver::Stop() {
   CriticalSectionLock::Guard guard(startStopLock_);
   if (!started_) return;
-  readingThread_->Stop();
   store_.Clear();
   status_ = GPS_STATUS_STOPPED;
   {
@@ -143,7 +150,7 @@ void GpsReceiver::OnText(const char16_t* text, uint32_t count) {
     uint32_t deliver = 0;
     {
       CriticalSectionLock::Guard guard(notificationLock_);
-      if (now > lastNotification_ + notificationInterval_) {
+      if (Elapsed(now, lastNotification_, notificationInterval_)) {
         deliver = pendingMask_ | mask;
         lastNotification_ = now;
         pendingMask_ = 0;
@@ -156,7 +163,7 @@ void GpsReceiver::OnText(const char16_t* text, uint32_t count) {
 
   if (seen || copied) {
     lastSentence_ = platform::TickCount();
-  } else if (platform::TickCount() > lastSentence_ + kNoSentenceMs &&
+  } else if (Elapsed(platform::TickCount(), lastSentence_, kNoSentenceMs) &&
              status_ != GPS_STATUS_NO_SENTENCE) {
     status_ = GPS_STATUS_NO_SENTENCE;
     NotifyStatusChanged();
@@ -174,17 +181,15 @@ void GpsReceiver::OnNoData() {
     timeout = timeoutInterval_;
   }
   const int32_t status = status_;
-  if (now > lastData_ + timeout && status != GPS_STATUS_TIMEOUT && status != GPS_STATUS_STOPPED)
+  if (Elapsed(now, lastData_, timeout) && status != GPS_STATUS_TIMEOUT && status != GPS_STATUS_STOPPED)
     SetStatusAndNotify(GPS_STATUS_TIMEOUT);
 }
 
 void GpsReceiver::OnError(const CIMExceptionImpl& error) {
-  uint32_t deadline;
   {
     CriticalSectionLock::Guard guard(notificationLock_);
-    deadline = lastNotification_ + notificationInterval_;
+    if (!Elapsed(platform::TickCount(), lastNotification_, notificationInterval_)) return;
   }
-  if (platform::TickCount() <= deadline) return;
   if (error.Code() == kErrOutOfMemory && status_ != GPS_STATUS_PARSE_ERROR) {
     SetStatusAndNotify(GPS_STATUS_PARSE_ERROR);
   } else if (status_ != GPS_STATUS_STOPPED) {

@@ -1,6 +1,6 @@
-// The receiver object: owns the state store and the reading thread, turns
-// the flow of text into a status, keeps the copies callers read, and tells
-// its listeners what changed.
+// The receiver object: owns the state store, turns the flow of text it is
+// fed into a status, keeps the copies callers read, and tells its listeners
+// what changed. The driver decides where the text comes from.
 #pragma once
 
 #include <atomic>
@@ -8,19 +8,15 @@
 
 #include "nmea/receiver.h"
 #include "nmea/receiver_state_store.h"
-#include "sources/data_source.h"
-#include "sources/gps_reading_thread.h"
-#include "sources/text_sink.h"
 #include "support/critical_section_lock.h"
 
 namespace kavo {
 
-class GpsReceiver : public Receiver, public TextSink {
+class GpsReceiver : public Receiver {
  public:
   static constexpr uint32_t kNoSentenceMs = 3000;
 
-  // The receiver keeps the source and drives it through `readingThread`.
-  GpsReceiver(Ref<DataSource> source, Ref<GpsReadingThread> readingThread);
+  GpsReceiver();
 
   int Start(CIMExceptionImpl* error) override;
   void Stop() override;
@@ -40,7 +36,6 @@ class GpsReceiver : public Receiver, public TextSink {
  private:
   ~GpsReceiver() override;
 
-  void StopLocked();
   void SetStatusAndNotify(int32_t status);
   void NotifyStatusChanged();
   void NotifyDataChanged(uint32_t mask);
@@ -63,8 +58,6 @@ class GpsReceiver : public Receiver, public TextSink {
   uint32_t lastNotification_ = 0;                                   // under notificationLock_
   std::atomic<uint32_t> lastData_{0};
   std::atomic<uint32_t> lastSentence_{0};
-  Ref<DataSource> source_;
-  Ref<GpsReadingThread> readingThread_;
 };
 
 }  // namespace kavo

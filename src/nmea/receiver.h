@@ -1,17 +1,18 @@
-// The receiver as its drivers see it: started and stopped, queried for the
-// latest records, and listened to.
+// The receiver as its drivers see it: started and stopped, fed text as a
+// sink, queried for the latest records, and listened to.
 #pragma once
 
 #include <cstdint>
 
 #include "KavoMobileGPS.h"
 #include "nmea/receiver_listener.h"
+#include "sources/text_sink.h"
 #include "support/error.h"
 #include "support/ref_counted.h"
 
 namespace kavo {
 
-class Receiver : public virtual RefCounted {
+class Receiver : public TextSink {
  public:
   static constexpr uint32_t kDefaultNotificationIntervalMs = 100;
   static constexpr uint32_t kDefaultTimeoutIntervalMs = 3000;

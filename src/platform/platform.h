@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -68,16 +69,25 @@ enum class WaitResult { kSignaled, kTimeout, kAbandoned, kFailed };
 // --- threads ---------------------------------------------------------------
 
 using ThreadProc = uint32_t (*)(void* arg);
+using ThreadBody = std::function<uint32_t()>;
 constexpr uint32_t kStillActive = 259;
 
 // A thread with a bounded join and a forced end. On Win32 the forced end is
 // TerminateThread; on POSIX the thread is abandoned (detached) and finishes
-// on its own, which is why it must hold counted references to what it uses.
+// on its own. Either way the body (and whatever it captured) is destroyed
+// exactly once: when it returns, or, on Win32, by the forced end, since a
+// killed thread never gets to. So a body should capture counted references
+// to what it uses: an abandoned thread keeps them alive, a killed one gives
+// them back.
 class Thread {
  public:
   virtual ~Thread() = default;  // closes the handle; never waits
-  // Starts `proc(arg)` at once; nullptr (last error set) on failure.
-  static std::unique_ptr<Thread> Start(ThreadProc proc, void* arg);
+  // Starts `body` at once; nullptr (last error set) on failure, with the
+  // body already destroyed.
+  static std::unique_ptr<Thread> Start(ThreadBody body);
+  static std::unique_ptr<Thread> Start(ThreadProc proc, void* arg) {
+    return Start([proc, arg] { return proc(arg); });
+  }
   virtual bool SetPriorityAboveNormal() = 0;
   virtual WaitResult Join(uint32_t ms) = 0;
   // kStillActive while running, else the procedure's result.

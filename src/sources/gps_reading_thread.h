@@ -1,5 +1,5 @@
 // Keeps text flowing from a data source to a text sink on threads of its
-// own. The receiver holds one; the driver factory makes it.
+// own. The driver holds one and feeds its receiver through it.
 #pragma once
 
 #include "sources/text_sink.h"

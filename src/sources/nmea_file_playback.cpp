@@ -29,10 +29,9 @@ int NmeaFilePlayback::Open(const WideString& path, uint32_t intervalMs, bool rep
 
 int NmeaFilePlayback::Read(char16_t* buffer, uint32_t capacity, uint32_t* count,
                            CIMExceptionImpl* error) {
-  lock_.Lock();
-  // Returns holding the lock: the reading thread is the only caller and
-  // takes it again on its next Read, and the driver only pauses playback
-  // around stopping that thread.
+  CriticalSectionLock::Guard guard(lock_);
+  // Paused: nothing flows, and the lock is not kept past the call, so a
+  // reading thread that ends here leaves it free for the next one.
   if (paused_.load()) return 1;
   try {
     if (!open_) Raise(kErrNone);
@@ -64,10 +63,8 @@ int NmeaFilePlayback::Read(char16_t* buffer, uint32_t capacity, uint32_t* count,
     *count = used;
   } catch (const CIMExceptionEx& raised) {
     CopyError(raised, error);
-    lock_.Unlock();
     return 0;
   }
-  lock_.Unlock();
   return 1;
 }
 

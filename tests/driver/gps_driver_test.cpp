@@ -2,51 +2,60 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <functional>
 #include <string>
 #include <vector>
+
+#include "common/eventually.h"
+#include "common/log_capture.h"
+#include "common/temp_dir.h"
+#include "driver/driver_clock.h"
+#include "driver/driver_factory.h"
+#include "sources/nmea_file_playback.h"
 
 namespace kavo {
 namespace {
 
 std::vector<std::string>* g_calls = nullptr;
 
+int Call(const char* name, int32_t code, CIMExceptionImpl* error) {
+  g_calls->push_back(name);
+  if (code != 0) SetError(error, code);
+  return code == 0;
+}
+
 class FakeReceiver : public Receiver {
  public:
-  int Start(CIMExceptionImpl* error) override {
-    g_calls->push_back("receiver.Start");
-    if (startCode == 0) return 1;
-    SetError(error, startCode);
-    return 0;
-  }
+  int Start(CIMExceptionImpl* error) override { return Call("receiver.Start", startCode, error); }
   void Stop() override { g_calls->push_back("receiver.Stop"); }
   int32_t GetStatus() override { return -2; }
   int GetLocation(GPSLocation*, CIMExceptionImpl*) override { return 1; }
   int GetSatellitesInfo(GPSSatellites*, CIMExceptionImpl*) override { return 1; }
   int SetNotificationInterval(uint32_t) override { return 1; }
   uint32_t GetNotificationInterval() override { return 100; }
-  int SetTimeoutInterval(uint32_t ms, CIMExceptionImpl*) override {
-    timeout = ms;
-    return 1;
-  }
+  int SetTimeoutInterval(uint32_t ms, CIMExceptionImpl*) override { return timeout = ms, 1; }
   uint32_t GetTimeoutInterval() override { return timeout; }
   void AddListener(ListenerEntry* entry) override { listeners.Append(entry); }
-
+  void OnText(const char16_t*, uint32_t) override {}
+  void OnNoData() override {}
+  void OnError(const CIMExceptionImpl&) override {}
   int32_t startCode = 0;
   uint32_t timeout = 3000;
   ListenerList listeners;
 };
 
+class FakeReadingThread : public GpsReadingThread {
+ public:
+  int Start(TextSink*, CIMExceptionImpl* error) override { return Call("thread.Start", startCode, error); }
+  int Stop() override { return Call("thread.Stop", 0, nullptr); }
+  int32_t startCode = 0;
+};
+
 class FakePlayback : public PlaybackControl {
  public:
-  int Pause() override {
-    g_calls->push_back("playback.Pause");
-    return 1;
-  }
-  int Resume(CIMExceptionImpl*) override {
-    g_calls->push_back("playback.Resume");
-    return resumes ? 1 : 0;
-  }
+  int Pause() override { return Call("playback.Pause", 0, nullptr); }
+  int Resume(CIMExceptionImpl*) override { return Call("playback.Resume", 0, nullptr) && resumes; }
   bool resumes = true;
 };
 
@@ -60,88 +69,85 @@ void OnSentence(const KavoChar* text) {
 
 class GpsDriverTest : public ::testing::Test {
  protected:
-  void SetUp() override { g_calls = &calls; }
-  void TearDown() override { g_calls = nullptr; }
-
+  GpsDriverTest() { g_calls = &calls; }
+  ~GpsDriverTest() override { g_calls = nullptr; }
   Ref<GpsDriver> MakeDriver(GPSStatusCallback s = OnStatus, GPSDataCallback d = OnData,
                             GPSSentenceCallback t = OnSentence) {
-    Ref<GpsDriver> driver(new GpsDriver(Ref<Receiver>(receiver.get()), Ref<PlaybackControl>(playback.get())));
+    Ref<GpsDriver> driver(new GpsDriver(receiver, thread, playback));
     driver->Initialise(s, d, t);
     return driver;
   }
-
-  std::vector<std::string> calls;
+  using Calls = std::vector<std::string>;
+  Calls calls;
   Ref<FakeReceiver> receiver{new FakeReceiver};
+  Ref<FakeReadingThread> thread{new FakeReadingThread};
   Ref<FakePlayback> playback{new FakePlayback};
 };
 
-TEST_F(GpsDriverTest, StartResumesPlaybackThenStartsReceiverAndStopReversesIt) {
+TEST_F(GpsDriverTest, StartAndStopRunInOppositeOrders) {
   auto driver = MakeDriver();
-  CIMExceptionImpl error;
-  EXPECT_EQ(driver->Start(&error), 1);
+  EXPECT_EQ(driver->Start(nullptr), 1);
   EXPECT_EQ(driver->Stop(), 1);
-  EXPECT_EQ(calls, (std::vector<std::string>{"playback.Resume", "receiver.Start", "receiver.Stop",
-                                             "playback.Pause"}));
+  EXPECT_EQ(calls, (Calls{"playback.Resume", "receiver.Start", "thread.Start", "thread.Stop", "receiver.Stop",
+                          "playback.Pause"}));
 }
 
-TEST_F(GpsDriverTest, PlaybackThatRefusesToResumeFailsWithoutStartingTheReceiver) {
-  playback->resumes = false;
-  auto driver = MakeDriver();
-  CIMExceptionImpl error;
-  EXPECT_EQ(driver->Start(&error), 0);
-  EXPECT_EQ(error.Code(), kErrNotSupported);
-  EXPECT_EQ(calls, (std::vector<std::string>{"playback.Resume"}));
-  EXPECT_EQ(driver->Start(nullptr), 0) << "a missing error record is tolerated";
-}
-
-TEST_F(GpsDriverTest, ReceiverThatFailsToStartPausesPlaybackAgainAndKeepsItsCode) {
-  receiver->startCode = kErrOutOfMemory;
-  auto driver = MakeDriver();
-  CIMExceptionImpl error;
-  EXPECT_EQ(driver->Start(&error), 0);
-  EXPECT_EQ(error.Code(), kErrOutOfMemory);
-  EXPECT_EQ(calls, (std::vector<std::string>{"playback.Resume", "receiver.Start", "playback.Pause"}));
-}
-
-TEST_F(GpsDriverTest, ReleasingANeverStartedDriverStopsTheReceiverOnce) {
-  MakeDriver();  // the only reference goes at the end of the statement
-  EXPECT_EQ(calls, (std::vector<std::string>{"receiver.Stop"}));
-}
-
-TEST_F(GpsDriverTest, ReleasingAStoppedDriverDoesNotStopAgain) {
-  {
+// Whichever step fails, what was done is undone and the step's code stands.
+TEST_F(GpsDriverTest, FailedStartUndoesWhatItDid) {
+  struct Case {
+    bool resumes;
+    int32_t receiverCode, threadCode, expectedCode;
+    Calls expected;
+  };
+  const Case cases[] = {
+      {false, 0, 0, kErrNotSupported, {"playback.Resume"}},
+      {true, kErrOutOfMemory, 0, kErrOutOfMemory, {"playback.Resume", "receiver.Start", "playback.Pause"}},
+      {true, 0, kErrNone, kErrNone,
+       {"playback.Resume", "receiver.Start", "thread.Start", "receiver.Stop", "playback.Pause"}},
+  };
+  for (const Case& c : cases) {
+    playback->resumes = c.resumes;
+    receiver->startCode = c.receiverCode;
+    thread->startCode = c.threadCode;
     auto driver = MakeDriver();
-    EXPECT_EQ(driver->Stop(), 1);
+    calls.clear();
+    CIMExceptionImpl error;
+    EXPECT_EQ(driver->Start(&error), 0);
+    EXPECT_EQ(error.Code(), c.expectedCode);
+    EXPECT_EQ(calls, c.expected);
+    EXPECT_EQ(driver->Start(nullptr), 0) << "a missing error record is tolerated";
+    driver->Stop();
   }
-  EXPECT_EQ(calls, (std::vector<std::string>{"receiver.Stop", "playback.Pause"}));
 }
 
-TEST_F(GpsDriverTest, NotificationsReachTheCallbacksOfEveryListeningDriver) {
+TEST_F(GpsDriverTest, ReleaseStopsOnlyADriverThatMayRun) {
+  MakeDriver();  // never started: the only reference goes at the end of the statement
+  EXPECT_EQ(calls, (Calls{"thread.Stop", "receiver.Stop"}));
+  calls.clear();
+  MakeDriver()->Stop();
+  EXPECT_EQ(calls, (Calls{"thread.Stop", "receiver.Stop", "playback.Pause"}));
+}
+
+TEST_F(GpsDriverTest, NotificationsReachTheCallbacksOfEveryListeningDriverAndQueriesForward) {
   auto first = MakeDriver();
   auto second = MakeDriver(nullptr, OnData, nullptr);
+  calls.clear();
   receiver->listeners.ForEach([](ReceiverListener& l) { l.OnDataChanged(0x21); });
   receiver->listeners.ForEach([](ReceiverListener& l) { l.OnStatusChanged(); });
   receiver->listeners.ForEach([](ReceiverListener& l) { l.OnSentence(u"$GPGGA,1"); });
-  EXPECT_EQ(calls, (std::vector<std::string>{"data 33", "data 33", "status", "sentence $GPGGA,1"}));
-
-  calls.clear();
+  EXPECT_EQ(calls, (Calls{"data 33", "data 33", "status", "sentence $GPGGA,1"}));
   first.reset();  // unlinks: its callbacks are no longer called
   calls.clear();
   receiver->listeners.ForEach([](ReceiverListener& l) { l.OnDataChanged(1); });
-  EXPECT_EQ(calls, (std::vector<std::string>{"data 1"}));
-}
-
-TEST_F(GpsDriverTest, QueriesForwardToTheReceiver) {
-  auto driver = MakeDriver();
-  CIMExceptionImpl error;
-  EXPECT_EQ(driver->SetTimeoutInterval(0, &error), 1);
-  EXPECT_EQ(driver->GetTimeoutInterval(), 0u);
-  EXPECT_EQ(driver->GetStatus(), -2);
+  EXPECT_EQ(calls, (Calls{"data 1"}));
+  EXPECT_EQ(second->SetTimeoutInterval(0, nullptr), 1);
+  EXPECT_EQ(second->GetTimeoutInterval(), 0u);
 }
 
 // The walk reaches entries added while it runs and skips ones removed.
-TEST(ListenerList, WalkReachesEntriesAddedDuringIt) {
+TEST(ListenerList, WalkReachesEntriesAddedDuringItAndSkipsRemovedOnes) {
   struct Probe : ReceiverListener {
+    Probe(std::vector<int>* s, int i) : seen(s), id(i) {}
     std::vector<int>* seen;
     int id;
     std::function<void()> onData;
@@ -154,27 +160,51 @@ TEST(ListenerList, WalkReachesEntriesAddedDuringIt) {
   };
   std::vector<int> seen;
   ListenerList list;
-  Probe a, b, c;
-  a.seen = b.seen = c.seen = &seen;
-  a.id = 1, b.id = 2, c.id = 3;
+  Probe a(&seen, 1), b(&seen, 2), c(&seen, 3);
   ListenerEntry ea(&a), eb(&b), ec(&c);
   list.Append(&ea);
   list.Append(&eb);
+  const auto walk = [&](std::vector<int> expected) {
+    seen.clear();
+    list.ForEach([](ReceiverListener& l) { l.OnDataChanged(0); });
+    EXPECT_EQ(seen, expected);
+    a.onData = b.onData = nullptr;
+  };
   b.onData = [&] { list.Append(&ec); };  // added while the walk is at the tail
-  list.ForEach([](ReceiverListener& l) { l.OnDataChanged(0); });
-  EXPECT_EQ(seen, (std::vector<int>{1, 2, 3}));
-
-  seen.clear();
-  b.onData = nullptr;
+  walk({1, 2, 3});
   a.onData = [&] { eb.Unlink(); };  // removed before the walk reaches it
-  list.ForEach([](ReceiverListener& l) { l.OnDataChanged(0); });
-  EXPECT_EQ(seen, (std::vector<int>{1, 3}));
-
-  seen.clear();
-  a.onData = nullptr;
+  walk({1, 3});
   list.Append(&ea);  // appending again moves it to the tail, once
-  list.ForEach([](ReceiverListener& l) { l.OnDataChanged(0); });
-  EXPECT_EQ(seen, (std::vector<int>{3, 1}));
+  walk({3, 1});
+}
+
+std::atomic<int> g_sentences{0};
+void CountSentence(const KavoChar*) { ++g_sentences; }
+
+// A second Start on a running file driver fails; the driver still stops,
+// starts again, delivers again and, released, lets go of its recording.
+TEST(FileDriver, SurvivesASecondStartAndGivesTheRecordingBack) {
+  test::DriverClock clock;
+  test::TempDir dir;
+  dir.Write("r.nmea", "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*47\r\n");
+  Ref<NmeaFilePlayback> playback(new NmeaFilePlayback);
+  playback->Open(dir.WideFile("r.nmea"), 1000, true);
+  test::LogCapture log;
+  Ref<GpsDriver> driver = BuildDriver(Ref<DataSource>(playback.get()), Ref<PlaybackControl>(playback.get()),
+                                      {nullptr, nullptr, CountSentence});
+  ASSERT_EQ(driver->Start(nullptr), 1);
+  ASSERT_TRUE(test::Eventually([] { return g_sentences > 0; }));
+  CIMExceptionImpl error;
+  EXPECT_EQ(driver->Start(&error), 0);
+  EXPECT_EQ(error.Code(), kErrNotSupported);
+  EXPECT_EQ(driver->Stop(), 1);
+  g_sentences = 0;
+  ASSERT_EQ(driver->Start(nullptr), 1);
+  EXPECT_TRUE(test::Eventually([] { return g_sentences > 0; }));
+  EXPECT_EQ(driver->Stop(), 1);
+  EXPECT_FALSE(log.Contains(u"Terminating")) << log.Utf8();
+  driver.reset();
+  EXPECT_EQ(playback->RefCount(), 1);
 }
 
 }  // namespace

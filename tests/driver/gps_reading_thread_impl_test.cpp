@@ -2,249 +2,239 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <condition_variable>
 #include <functional>
-#include <set>
 #include <mutex>
+#include <string>
 #include <thread>
 
 #include "common/eventually.h"
 #include "common/forced_thread_end.h"
 #include "common/log_capture.h"
-#include "common/test_clock.h"
+#include "driver/driver_clock.h"
 
 namespace kavo {
 namespace {
 
 using test::Eventually;
 
-using std::chrono::milliseconds;
+struct Shared;
+// What one Read does: fill the text, block or fail. Runs on the reading
+// thread with the call's number (0 first).
+using Script = std::function<int(int call, Shared& shared, std::u16string* text, CIMExceptionImpl* error)>;
 
-// Blocks reads until opened; shared so a test can open it after the source
-// is gone from its hands.
-struct Gate {
+// Outlives the source: a gate for reads, who read, whether the source is gone.
+struct Shared {
   std::mutex mutex;
   std::condition_variable changed;
-  bool open = true;
-  bool sourceDestroyed = false;
+  bool open = true, cancelled = false, destroyed = false;
+  std::vector<std::thread::id> readers;
 
-  void Close() { std::lock_guard<std::mutex> l(mutex); open = false; }
-  void Open() {
-    { std::lock_guard<std::mutex> l(mutex); open = true; }
+  template <class Ready>
+  bool WaitFor(Ready ready, int seconds = 20) {
+    std::unique_lock<std::mutex> lock(mutex);
+    return changed.wait_for(lock, std::chrono::seconds(seconds), ready);
+  }
+  std::vector<std::thread::id> Readers() {
+    std::lock_guard<std::mutex> lock(mutex);
+    return readers;
+  }
+  void Update(const std::function<void()>& change) {
+    { std::lock_guard<std::mutex> lock(mutex); change(); }
     changed.notify_all();
-  }
-  void WaitOpen() {
-    std::unique_lock<std::mutex> l(mutex);
-    changed.wait(l, [&] { return open; });
-  }
-  bool WaitDestroyed(milliseconds limit) {
-    std::unique_lock<std::mutex> l(mutex);
-    return changed.wait_for(l, limit, [&] { return sourceDestroyed; });
   }
 };
 
 class ScriptedSource : public DataSource {
  public:
-  using Script = std::function<int(char16_t*, uint32_t, uint32_t*, CIMExceptionImpl*)>;
-  ScriptedSource(Script script, std::shared_ptr<Gate> gate) : script_(std::move(script)), gate_(gate) {}
-  int Read(char16_t* buffer, uint32_t capacity, uint32_t* count, CIMExceptionImpl* error) override {
-    gate_->WaitOpen();
-    ++reads;
-    return script_(buffer, capacity, count, error);
+  ScriptedSource(Script script, std::shared_ptr<Shared> shared) : script_(std::move(script)), shared_(shared) {}
+  int Read(char16_t* buffer, uint32_t, uint32_t* count, CIMExceptionImpl* error) override {
+    int call = 0;
+    shared_->Update([&] {
+      call = static_cast<int>(shared_->readers.size());
+      shared_->readers.push_back(std::this_thread::get_id());
+    });
+    std::u16string text;
+    const int result = script_(call, *shared_, &text, error);
+    std::copy(text.begin(), text.end(), buffer);
+    buffer[text.size()] = 0;
+    *count = static_cast<uint32_t>(text.size());
+    return result;
   }
-  int Write(const char16_t*, uint32_t, uint32_t* written, CIMExceptionImpl*) override {
-    *written = 0;
-    return 1;
-  }
-  std::atomic<int> reads{0};
+  int Write(const char16_t*, uint32_t, uint32_t*, CIMExceptionImpl*) override { return 1; }
+  void CancelRead() override { shared_->Update([&] { shared_->cancelled = true; }); }
 
  private:
-  ~ScriptedSource() override {
-    { std::lock_guard<std::mutex> l(gate_->mutex); gate_->sourceDestroyed = true; }
-    gate_->changed.notify_all();
-  }
+  ~ScriptedSource() override { shared_->Update([&] { shared_->destroyed = true; }); }
   Script script_;
-  std::shared_ptr<Gate> gate_;
+  std::shared_ptr<Shared> shared_;
 };
 
+// Records what reaches it and on which thread. It may hold the reading
+// thread, as the receiver's owner does, so a leaked reference makes a cycle.
 class RecordingSink : public TextSink {
  public:
-  explicit RecordingSink(std::thread::id caller) : caller_(caller) {}
-  void OnText(const char16_t* text, uint32_t count) override {
-    std::lock_guard<std::mutex> l(mutex_);
-    texts_.emplace_back(text, count);
-    threads_.insert(std::this_thread::get_id());
-  }
-  void OnNoData() override {
-    std::lock_guard<std::mutex> l(mutex_);
-    noData_.push_back(std::this_thread::get_id());
-  }
+  void OnText(const char16_t* text, uint32_t count) override { Add(u"text " + std::u16string(text, count)); }
+  void OnNoData() override { Add(u"nodata"); }
   void OnError(const CIMExceptionImpl& error) override {
-    std::lock_guard<std::mutex> l(mutex_);
-    errorCodes_.push_back(error.Code());
+    const std::string code = std::to_string(error.Code());
+    Add(u"error " + std::u16string(code.begin(), code.end()));
   }
-  std::vector<std::u16string> Texts() { std::lock_guard<std::mutex> l(mutex_); return texts_; }
-  std::vector<std::thread::id> NoData() { std::lock_guard<std::mutex> l(mutex_); return noData_; }
-  std::vector<int32_t> Errors() { std::lock_guard<std::mutex> l(mutex_); return errorCodes_; }
-  bool CalledOn(std::thread::id id) { std::lock_guard<std::mutex> l(mutex_); return threads_.count(id) > 0; }
+  std::vector<std::pair<std::u16string, std::thread::id>> Events() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return events_;
+  }
+  Ref<GpsReadingThreadImpl> owner;
 
  private:
-  std::thread::id caller_;
+  void Add(const std::u16string& event) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    events_.emplace_back(event, std::this_thread::get_id());
+  }
   std::mutex mutex_;
-  std::vector<std::u16string> texts_;
-  std::vector<std::thread::id> noData_;
-  std::vector<int32_t> errorCodes_;
-  std::set<std::thread::id> threads_;
+  std::vector<std::pair<std::u16string, std::thread::id>> events_;
 };
 
 struct Fixture {
-  explicit Fixture(ScriptedSource::Script script)
-      : gate(std::make_shared<Gate>()), source(new ScriptedSource(std::move(script), gate)),
-        thread(new GpsReadingThreadImpl(Ref<DataSource>(source.get()))),
-        sink(new RecordingSink(std::this_thread::get_id())) {}
-  std::shared_ptr<Gate> gate;
+  explicit Fixture(Script script, GpsReadingThreadImpl::ThreadStarter starter = nullptr)
+      : source(new ScriptedSource(std::move(script), shared)),
+        thread(new GpsReadingThreadImpl(Ref<DataSource>(source.get()), std::move(starter))) {}
+  std::u16string LastEvent() { return sink->Events().back().first; }
+  test::DriverClock clock;
+  std::shared_ptr<Shared> shared = std::make_shared<Shared>();
   Ref<ScriptedSource> source;
   Ref<GpsReadingThreadImpl> thread;
-  Ref<RecordingSink> sink;
+  Ref<RecordingSink> sink{new RecordingSink};
 };
 
-TEST(GpsReadingThreadImpl, DeliversEachChunkAsReadOnItsOwnThread) {
-  test::FastClock clock(20);
-  int chunk = 0;
-  Fixture f([&](char16_t* buffer, uint32_t capacity, uint32_t* count, CIMExceptionImpl*) {
-    EXPECT_EQ(capacity, 1024u);
-    if (chunk >= 3) {
-      *count = 0;
-      return 1;
-    }
-    const std::u16string text = chunk++ == 0 ? u"$GPGGA,1\n" : u"$GPRMC,2\n";
-    text.copy(buffer, text.size());
-    buffer[text.size()] = 0;
-    *count = static_cast<uint32_t>(text.size());
-    return 1;
+int Empty(int, Shared&, std::u16string*, CIMExceptionImpl*) { return 1; }
+
+TEST(GpsReadingThreadImpl, DeliversTextAndReportsEmptyAndFailedReadsWithAPause) {
+  Fixture f([](int call, Shared&, std::u16string* text, CIMExceptionImpl* error) {
+    if (call < 2) *text = call == 0 ? u"$GPGGA,1\n" : u"$GPRMC,2\n";
+    if (call != 3) return 1;
+    SetError(error, kErrOperationFailed);
+    return 0;
   });
   test::LogCapture log;
   ASSERT_EQ(f.thread->Start(f.sink.get(), nullptr), 1);
   EXPECT_TRUE(f.thread->Running());
-  ASSERT_TRUE(Eventually([&] { return f.sink->Texts().size() == 3; }));
+  ASSERT_TRUE(Eventually([&] { return f.sink->Events().size() >= 5; }));
   EXPECT_NE(f.thread->Stop(), 0);
   EXPECT_FALSE(f.thread->Running());
-  EXPECT_EQ(f.sink->Texts(), (std::vector<std::u16string>{u"$GPGGA,1\n", u"$GPRMC,2\n", u"$GPRMC,2\n"}));
-  EXPECT_FALSE(f.sink->CalledOn(std::this_thread::get_id()));
-  EXPECT_TRUE(log.Contains(u"GPS Thread started\n")) << log.Utf8();
-  EXPECT_TRUE(log.Contains(u"Finished\n")) << log.Utf8();
-}
-
-TEST(GpsReadingThreadImpl, EmptyReadsReportNoDataFromTheReadingThreadOnly) {
-  test::FastClock clock(20);
-  Fixture f([](char16_t*, uint32_t, uint32_t* count, CIMExceptionImpl*) {
-    *count = 0;
-    return 1;
-  });
-  ASSERT_EQ(f.thread->Start(f.sink.get(), nullptr), 1);
-  // 5 s of clock time: a report every 150 ms, and reads keep the watchdog quiet.
-  std::this_thread::sleep_for(milliseconds(250));
+  const auto events = f.sink->Events();
+  const std::u16string expected[] = {u"text $GPGGA,1\n", u"text $GPRMC,2\n", u"nodata", u"error -11", u"nodata"};
+  for (size_t i = 0; i < 5; ++i) EXPECT_EQ(events[i].first, expected[i]);
+  for (const auto& event : events)  // the watchdog saw reads complete
+    ASSERT_TRUE(event.second == events[0].second && event.second != std::this_thread::get_id());
+  // Text is handed on at once; an empty or failed read pauses 150 ms.
+  const auto waits = f.clock.Waits();
+  const auto pauses = std::count(waits.begin(), waits.end(), GpsReadingThreadImpl::kRetryPauseMs);
+  EXPECT_GE(pauses, 3);
+  EXPECT_TRUE(log.Contains(u"GPS Thread started\n") && log.Contains(u"Finished\n")) << log.Utf8();
+  EXPECT_FALSE(log.Contains(u"Terminating")) << log.Utf8();
+  // Without a sink nothing is called and nothing pauses.
+  const size_t reads = f.shared->Readers().size(), delivered = f.sink->Events().size();
+  ASSERT_EQ(f.thread->Start(nullptr, nullptr), 1);
+  ASSERT_TRUE(f.shared->WaitFor([&] { return f.shared->readers.size() > reads + 10; }));
   f.thread->Stop();
-  const auto noData = f.sink->NoData();
-  ASSERT_GE(noData.size(), 5u);
-  EXPECT_LE(noData.size(), 40u) << "each empty read is followed by a 150 ms pause";
-  for (const auto& id : noData) EXPECT_EQ(id, noData.front()) << "the watchdog reported too";
+  const auto after = f.clock.Waits();
+  EXPECT_EQ(std::count(after.begin(), after.end(), GpsReadingThreadImpl::kRetryPauseMs), pauses);
+  EXPECT_EQ(f.sink->Events().size(), delivered);
 }
 
 TEST(GpsReadingThreadImpl, WatchdogReportsAReadThatDoesNotComplete) {
-  test::FastClock clock(20);
-  Fixture f([](char16_t*, uint32_t, uint32_t* count, CIMExceptionImpl*) {
-    *count = 0;
+  Fixture f([](int, Shared& shared, std::u16string*, CIMExceptionImpl*) {
+    shared.WaitFor([&] { return shared.open; });
     return 1;
   });
-  f.gate->Close();
+  f.clock.watchdogMs = 1;
+  f.shared->open = false;
   ASSERT_EQ(f.thread->Start(f.sink.get(), nullptr), 1);
-  // The read blocks: the watchdog reports every 2000 ms (100 ms real).
-  ASSERT_TRUE(Eventually([&] { return f.sink->NoData().size() >= 2; }));
-  EXPECT_EQ(f.source->reads.load(), 0);
-  f.gate->Open();
+  ASSERT_TRUE(Eventually([&] { return f.sink->Events().size() >= 2; }));
+  EXPECT_EQ(f.sink->Events()[0].first, u"nodata");
+  EXPECT_NE(f.sink->Events()[0].second, f.shared->Readers().at(0)) << "reported by the watchdog";
+  f.shared->Update([&] { f.shared->open = true; });
   f.thread->Stop();
 }
 
-TEST(GpsReadingThreadImpl, FailedReadIsReportedThenPausedAndReadingGoesOn) {
-  test::ManualClock clock(1000, 5);
-  int calls = 0;
-  Fixture f([&](char16_t*, uint32_t, uint32_t* count, CIMExceptionImpl* error) {
-    *count = 0;
-    if (calls++ < 2) {
-      SetError(error, kErrOperationFailed);
-      return 0;
-    }
-    return 1;
-  });
-  ASSERT_EQ(f.thread->Start(f.sink.get(), nullptr), 1);
-  ASSERT_TRUE(Eventually([&] { return f.sink->Errors().size() == 2 && !f.sink->NoData().empty(); }));
-  f.thread->Stop();
-  EXPECT_EQ(f.sink->Errors(), (std::vector<int32_t>{kErrOperationFailed, kErrOperationFailed}));
-  const auto sleeps = clock.Sleeps();
-  ASSERT_GE(sleeps.size(), 3u);
-  EXPECT_EQ(sleeps[0], 150u);
-  EXPECT_EQ(sleeps[1], 150u);
+// A stop cuts the pause after an empty read short, asks a waiting read to
+// return, and the text that read brings back still reaches the sink.
+TEST(GpsReadingThreadImpl, StopEndsPauseAndWaitingReadAtOnceAndKeepsTheirText) {
+  for (bool waits : {false, true}) {
+    Fixture f([waits](int, Shared& shared, std::u16string* text, CIMExceptionImpl*) {
+      if (waits) shared.WaitFor([&] { return shared.cancelled; });
+      *text = waits ? u"tail" : u"";
+      return 1;
+    });
+    f.clock.pauseMs = platform::kInfinite;  // only a stop ends it
+    test::LogCapture log;
+    ASSERT_EQ(f.thread->Start(f.sink.get(), nullptr), 1);
+    ASSERT_TRUE(f.shared->WaitFor([&] { return !f.shared->readers.empty(); }));
+    EXPECT_EQ(f.thread->Stop(), 1);
+    EXPECT_FALSE(log.Contains(u"Terminating")) << log.Utf8();
+    EXPECT_TRUE(f.shared->cancelled);
+    EXPECT_EQ(f.LastEvent(), waits ? u"text tail" : u"nodata");
+    EXPECT_EQ(f.shared->Readers().size(), 1u);
+  }
 }
 
-TEST(GpsReadingThreadImpl, WithoutASinkNothingIsCalledAndNothingSleeps) {
-  test::ManualClock clock(1000, 5);
-  Fixture f([](char16_t*, uint32_t, uint32_t* count, CIMExceptionImpl*) {
-    *count = 0;
+// A thread that does not stop in time is given up on. Whatever it does
+// after, it never reads or delivers again, not even once a later run has
+// started, and what it held is given back once it ends (or is killed).
+TEST(GpsReadingThreadImpl, AThreadGivenUpOnNeverComesBackAndGivesBackWhatItHeld) {
+  Fixture f([](int call, Shared& shared, std::u16string* text, CIMExceptionImpl*) {
+    if (call == 0) shared.WaitFor([&] { return shared.open; }, 3600);
+    *text = call == 0 ? u"stale" : u"fresh";
     return 1;
   });
-  ASSERT_EQ(f.thread->Start(nullptr, nullptr), 1);
-  ASSERT_TRUE(Eventually([&] { return f.source->reads.load() > 10; }));
-  f.thread->Stop();
-  EXPECT_TRUE(clock.Sleeps().empty());
-}
-
-TEST(GpsReadingThreadImpl, StopEndsAThreadStuckInReadAndNothingIsFreedUnderIt) {
-  test::FastClock clock(50);
-  Fixture f([](char16_t*, uint32_t, uint32_t* count, CIMExceptionImpl*) {
-    *count = 0;
-    return 1;
-  });
-  f.gate->Close();
+  f.shared->open = false;
+  f.clock.joinMs = 1;
   test::LogCapture log;
   ASSERT_EQ(f.thread->Start(f.sink.get(), nullptr), 1);
-  ASSERT_TRUE(Eventually([&] { return f.sink->NoData().size() >= 1; }));
-  f.thread->Stop();  // waits 5000 ms of clock time, then ends the thread
+  ASSERT_TRUE(f.shared->WaitFor([&] { return !f.shared->readers.empty(); }));
+  f.thread->Stop();
   EXPECT_TRUE(log.Contains(u"Terminating GPS thread handle: ")) << log.Utf8();
-  const size_t reportsAtStop = f.sink->NoData().size();
-  if (!test::ForcedEndLetsThreadsFinish()) {
-    // Terminated where it stood: what it held is gone with it, so the test
-    // leaves the gate and the source alone.
-    new std::shared_ptr<Gate>(f.gate);
-    return;
-  }
+  const std::thread::id abandoned = f.shared->Readers()[0];
 
-  // Everything the test held goes; the stuck read then returns into objects
-  // its thread still holds, and nothing reaches the sink any more.
-  auto gate = f.gate;
-  Ref<RecordingSink> sink = f.sink;
+  f.clock.joinMs = 60000;
+  ASSERT_EQ(f.thread->Start(f.sink.get(), nullptr), 1);
+  ASSERT_TRUE(Eventually([&] { return !f.sink->Events().empty(); }));
+  // Once let go, the abandoned read returns while the new run goes on.
+  if (test::ForcedEndLetsThreadsFinish()) f.shared->Update([&] { f.shared->open = true; });
+  ASSERT_TRUE(Eventually([&] { return f.sink->Events().size() > 20; }));
+  f.thread->Stop();
+  auto shared = f.shared;
   f.thread.reset();
   f.source.reset();
-  gate->Open();
-  EXPECT_TRUE(gate->WaitDestroyed(milliseconds(5000)));
-  EXPECT_EQ(sink->NoData().size(), reportsAtStop);
+  // Gone only once every thread that held it has ended.
+  EXPECT_TRUE(shared->WaitFor([&] { return shared->destroyed; }));
+  for (const auto& event : f.sink->Events()) ASSERT_EQ(event.first, u"text fresh");
+  const auto readers = shared->Readers();
+  EXPECT_EQ(std::count(readers.begin(), readers.end(), abandoned), 1);
+  if (!test::ForcedEndLetsThreadsFinish()) new std::shared_ptr<Shared>(shared);  // its gate died with the thread
 }
 
-TEST(GpsReadingThreadImpl, CanBeStartedAgainAfterStop) {
-  test::FastClock clock(20);
-  Fixture f([](char16_t* buffer, uint32_t, uint32_t* count, CIMExceptionImpl*) {
-    buffer[0] = u'x';
-    buffer[1] = 0;
-    *count = 1;
-    return 1;
-  });
-  for (int round = 0; round < 3; ++round) {
-    ASSERT_EQ(f.thread->Start(f.sink.get(), nullptr), 1);
-    const size_t before = f.sink->Texts().size();
-    ASSERT_TRUE(Eventually([&] { return f.sink->Texts().size() > before; }));
-    EXPECT_NE(f.thread->Stop(), 0);
+// Thread creation that fails at either thread leaves nothing behind, even
+// with a sink that holds the reading thread, as the receiver's owner does.
+TEST(GpsReadingThreadImpl, FailedStartHoldsNothing) {
+  for (int failAt : {0, 1}) {
+    auto starts = std::make_shared<int>(0);
+    Fixture f(Empty, [starts, failAt](platform::ThreadBody body) {
+      return (*starts)++ == failAt ? nullptr : platform::Thread::Start(std::move(body));
+    });
+    f.sink->owner = f.thread;
+    CIMExceptionImpl error;
+    EXPECT_EQ(f.thread->Start(f.sink.get(), &error), 0);
+    EXPECT_EQ(error.Code(), -1);
+    EXPECT_FALSE(f.thread->Running());
+    auto shared = f.shared;
+    f.sink.reset();
+    f.thread.reset();
+    f.source.reset();
+    EXPECT_TRUE(shared->destroyed) << "failing at thread " << failAt;
   }
 }
 

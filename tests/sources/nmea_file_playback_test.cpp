@@ -4,12 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
-#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "common/eventually.h"
 #include "common/temp_dir.h"
 #include "common/test_clock.h"
 
@@ -33,6 +32,7 @@ class Playback : public testing::Test {
  protected:
   // The clock starts at 1000 ms and moves only when told or slept on.
   void Open(const std::string& bytes, bool repeat = false, uint32_t interval = kInterval) {
+    playback_.reset();  // lets go of the last recording: Windows cannot rewrite an open file
     dir_.Write("rec.nmea", bytes);
     playback_ = Ref<NmeaFilePlayback>(new NmeaFilePlayback);
     ASSERT_EQ(playback_->Open(dir_.WideFile("rec.nmea"), interval, repeat), 1);
@@ -56,190 +56,98 @@ class Playback : public testing::Test {
   Ref<NmeaFilePlayback> playback_;
 };
 
-TEST_F(Playback, AnEarlyReadSleepsOutTheIntervalAndDeliversOneLine) {
-  Open(NumberedLines(5));
-  clock_.Advance(200);
-  EXPECT_EQ(Read(), u"L1\n");
-  EXPECT_THAT(clock_.Sleeps(), ElementsAre(300u));
-  // The next interval is counted from the end of that read.
-  clock_.Advance(499);
-  EXPECT_EQ(Read(), u"L2\n");
-  EXPECT_THAT(clock_.Sleeps(), ElementsAre(300u, 1u));
+// One Read after `advance` ms, with `capacity`: what it delivers, the sleeps
+// it took and the lines still due after it.
+struct Step {
+  uint32_t advance, capacity;
+  std::u16string delivered;
+  std::vector<uint32_t> sleeps;
+  uint32_t pending;
+};
+struct Script {
+  const char* name;
+  std::string file;
+  bool repeat;
+  uint32_t interval;
+  std::vector<Step> steps;
+};
+
+TEST_F(Playback, PacesCatchesUpAndRepeats) {
+  const Script scripts[] = {
+      {"early read sleeps out the interval, counted from the last read's end", NumberedLines(5), false, kInterval,
+       {{200, 1024, u"L1\n", {300}, 0}, {499, 1024, u"L2\n", {1}, 0}}},
+      {"a late read catches up with the pending line and every interval", NumberedLines(9), false, kInterval,
+       {{1700, 1024, u"L1\nL2\nL3\nL4\n", {}, 0}, {1000, 1024, u"L5\nL6\n", {}, 0}}},
+      {"lines that do not fit stay due; an early read then drops them", NumberedLines(9), false, kInterval,
+       {{1500, 8, u"L1\nL2\nL", {}, 2}, {kInterval, 1024, u"3\nL4\nL5\n", {}, 0}, {1500, 4, u"L6\n", {}, 3},
+        {0, 1024, u"L7\n", {kInterval}, 0}}},
+      {"LF-only lines come as one run per line due", "L1\nL2\nL3\nL4\nL5\n", false, kInterval,
+       {{0, 7, u"L1\nL2\n", {kInterval}, 1}, {kInterval, 7, u"L3\nL4\n", {}, 2}}},
+      {"repeat starts again after the byte-order mark", "\xEF\xBB\xBF" + NumberedLines(3), true, kInterval,
+       {{1500, 1024, u"L1\nL2\nL3\n", {}, 1}, {kInterval, 1024, u"L1\nL2\n", {}, 0}, {0, 1024, u"L3\n", {kInterval}, 0}}},
+      {"without repeat the end delivers nothing, still paced", NumberedLines(2), false, kInterval,
+       {{1000, 1024, u"L1\nL2\n", {}, 1}, {0, 1024, u"", {kInterval}, 1}, {10 * kInterval, 1024, u"", {}, 11}}},
+      {"a zero interval paces at 1 ms", NumberedLines(9), false, 0,
+       {{0, 1024, u"L1\n", {1}, 0}, {3, 1024, u"L2\nL3\nL4\n", {}, 0}}},
+  };
+  for (const Script& script : scripts) {
+    SCOPED_TRACE(script.name);
+    Open(script.file, script.repeat, script.interval);
+    for (const Step& step : script.steps) {
+      clock_.ClearSleeps();
+      clock_.Advance(step.advance);
+      EXPECT_EQ(Read(step.capacity), step.delivered);
+      EXPECT_EQ(clock_.Sleeps(), step.sleeps);
+      EXPECT_EQ(playback_->PendingLines(), step.pending);
+    }
+  }
 }
 
-TEST_F(Playback, ALateReadCatchesUpWithEveryLineDue) {
-  Open(NumberedLines(9));
-  clock_.Advance(1700);  // the pending line and three more intervals
-  EXPECT_EQ(Read(), u"L1\nL2\nL3\nL4\n");
-  EXPECT_THAT(clock_.Sleeps(), IsEmpty());
-  EXPECT_EQ(playback_->PendingLines(), 0u);
-  clock_.Advance(1000);
-  EXPECT_EQ(Read(), u"L5\nL6\n");
-}
-
-TEST_F(Playback, LinesThatDoNotFitStayPending) {
-  Open(NumberedLines(9));
-  clock_.Advance(1500);  // four lines due, room for 7 characters
-  EXPECT_EQ(Read(8), u"L1\nL2\nL");
-  EXPECT_EQ(playback_->PendingLines(), 2u);
-  clock_.Advance(kInterval);  // the two left and one more: the rest of L3 counts as one
-  EXPECT_EQ(Read(), u"3\nL4\nL5\n");
-  EXPECT_EQ(playback_->PendingLines(), 0u);
-}
-
-TEST_F(Playback, AnEarlyReadDropsWhatWasPending) {
-  Open(NumberedLines(9));
-  clock_.Advance(1500);
-  EXPECT_EQ(Read(4), u"L1\n");
-  EXPECT_EQ(playback_->PendingLines(), 4u);
-  EXPECT_EQ(Read(), u"L2\n");  // on time again: one line
-  EXPECT_EQ(playback_->PendingLines(), 0u);
-}
-
-TEST_F(Playback, LfOnlyFilesComeAsOneRunPerLineDue) {
-  Open("L1\nL2\nL3\nL4\nL5\n");
-  EXPECT_EQ(Read(7), u"L1\nL2\n");
-  clock_.Advance(kInterval);
-  EXPECT_EQ(Read(7), u"L3\nL4\n");
-}
-
-TEST_F(Playback, RepeatStartsAgainAfterTheByteOrderMark) {
-  Open("\xEF\xBB\xBF" + NumberedLines(3), /*repeat=*/true);
-  clock_.Advance(1500);  // four due: three lines, then the end
-  EXPECT_EQ(Read(), u"L1\nL2\nL3\n");
-  clock_.Advance(kInterval);
-  EXPECT_EQ(Read(), u"L1\nL2\n");
-  EXPECT_EQ(Read(), u"L3\n");
-}
-
-TEST_F(Playback, WithoutRepeatEveryReadAfterTheEndDeliversNothing) {
-  Open(NumberedLines(2));
-  clock_.Advance(1000);
-  EXPECT_EQ(Read(), u"L1\nL2\n");
-  clock_.ClearSleeps();
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(Read(), u"");
-  // The pacing goes on: an idle reader does not spin.
-  EXPECT_THAT(clock_.Sleeps(), ElementsAre(kInterval, kInterval, kInterval));
-  clock_.Advance(10 * kInterval);
-  EXPECT_EQ(Read(), u"");
-}
-
+// A paused Read returns at once, untouched, and keeps no lock: a reading
+// thread that ends there must not leave the next one blocked.
 TEST_F(Playback, WhilePausedAReadReturnsAtOnceAndResumeRestartsThePace) {
   Open(NumberedLines(9));
   playback_->Pause();
-  char16_t buffer[16] = {};
-  uint32_t count = 777;
-  EXPECT_EQ(playback_->Read(buffer, 16, &count, nullptr), 1);
-  EXPECT_EQ(count, 777u);
+  std::thread([&] {
+    char16_t buffer[16] = {};
+    uint32_t count = 777;
+    EXPECT_EQ(playback_->Read(buffer, 16, &count, nullptr), 1);
+    EXPECT_EQ(count, 777u);
+  }).join();
   EXPECT_THAT(clock_.Sleeps(), IsEmpty());
-  // Time spent paused does not pile up lines.
-  clock_.Advance(10 * kInterval);
-  CIMExceptionImpl error;
-  EXPECT_EQ(playback_->Resume(&error), 1);
-  EXPECT_EQ(Read(), u"L1\n");
+  clock_.Advance(10 * kInterval);  // time spent paused does not pile up lines
+  EXPECT_EQ(playback_->Resume(nullptr), 1);
+  auto read = std::make_shared<std::atomic<bool>>(false);
+  Ref<NmeaFilePlayback> playback = playback_;
+  std::thread([read, playback] {
+    char16_t buffer[16];
+    uint32_t count = 0;
+    playback->Read(buffer, 16, &count, nullptr);
+    *read = std::u16string(buffer, count) == u"L1\n";
+  }).detach();
+  EXPECT_TRUE(test::Eventually([&] { return read->load(); }));
   EXPECT_THAT(clock_.Sleeps(), ElementsAre(kInterval));
 }
 
-TEST_F(Playback, AZeroIntervalPacesAtOneMillisecond) {
-  Open(NumberedLines(9), false, 0);
-  EXPECT_EQ(Read(), u"L1\n");
-  EXPECT_THAT(clock_.Sleeps(), ElementsAre(1u));
-  clock_.Advance(3);
-  EXPECT_EQ(Read(), u"L2\nL3\nL4\n");
-}
-
-TEST_F(Playback, PausingAndResumingFromAnotherThreadNeitherLosesNorGarblesLines) {
-  Open(NumberedLines(3000));
-  std::atomic<bool> done{false};
-  std::u16string delivered;
-  std::thread reader([&] {
-    std::vector<char16_t> buffer(64);
-    // Until 200 lines came, however the pauses fall; a slow machine (or an
-    // emulator) may need many more reads for them than a fast one.
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    for (int i = 0; delivered.size() < 200 * 4 && std::chrono::steady_clock::now() < deadline; ++i) {
-      uint32_t count = 0;
-      EXPECT_EQ(playback_->Read(buffer.data(), 64, &count, nullptr), 1);
-      if (count < 64) delivered.append(buffer.data(), count);
-      clock_.Advance(i % 7 == 0 ? 3 * kInterval : 0);
-    }
-    done = true;
-  });
-  CIMExceptionImpl error;
-  while (!done) {
-    playback_->Pause();
-    std::this_thread::yield();
-    playback_->Resume(&error);
-    std::this_thread::sleep_for(std::chrono::microseconds(50));
-  }
-  reader.join();
-  // Lines come whole and in order; pauses only delay them.
-  std::u16string expected;
-  for (int i = 1; expected.size() < delivered.size(); ++i) expected += FromUtf8("L" + std::to_string(i) + "\n");
-  EXPECT_EQ(delivered, expected.substr(0, delivered.size()));
-  EXPECT_GE(delivered.size(), 800u);
-}
-
-TEST(PlaybackFailures, AReadBeforeOpenFailsWithTheGeneralFailure) {
+TEST(PlaybackFailures, ReadingAMissingOrUnopenedFileFailsWithTheGeneralFailure) {
   ManualClock clock;
+  TempDir dir;
   Ref<NmeaFilePlayback> playback(new NmeaFilePlayback);
   char16_t buffer[8];
   uint32_t count = 3;
   CIMExceptionImpl error;
-  error.SetCode(0);
   EXPECT_EQ(playback->Read(buffer, 8, &count, &error), 0);
   EXPECT_EQ(error.Code(), kErrNone);
   EXPECT_EQ(count, 3u);
-  // The failure path releases the lock: another thread can read.
-  std::thread other([&] { EXPECT_EQ(playback->Read(buffer, 8, &count, nullptr), 0); });
-  other.join();
-}
-
-TEST(PlaybackFailures, AMissingFileRaisesAndOpensNothing) {
-  ManualClock clock;
-  TempDir dir;
-  Ref<NmeaFilePlayback> playback(new NmeaFilePlayback);
   try {
     playback->Open(dir.WideFile("none.nmea"), kInterval, true);
     FAIL() << "opened a missing file";
-  } catch (const CIMExceptionEx& error) {
-    EXPECT_EQ(error.Code(), 2);
+  } catch (const CIMExceptionEx& raised) {
+    EXPECT_EQ(raised.Code(), 2);
   }
-  char16_t buffer[8];
-  uint32_t count = 0;
-  CIMExceptionImpl error;
-  EXPECT_EQ(playback->Read(buffer, 8, &count, &error), 0);
+  error.SetCode(0);
+  std::thread([&] { EXPECT_EQ(playback->Read(buffer, 8, &count, &error), 0); }).join();
   EXPECT_EQ(error.Code(), kErrNone);
-}
-
-// The recording changes under a running playback. Windows refuses both
-// changes while the file is open for reading; elsewhere they succeed.
-TEST_F(Playback, ATruncatedRecordingEndsAndRepeatsWhatIsLeft) {
-  Open(NumberedLines(2000), /*repeat=*/true);  // 14 KB: several blocks
-  EXPECT_EQ(Read(), u"L1\n");
-  std::error_code failed;
-  std::filesystem::resize_file(dir_.File("rec.nmea"), 8, failed);
-  if (failed) GTEST_SKIP() << "this system does not truncate an open file";
-  // The block already read is still delivered; then the end is met and the
-  // short file plays from its start.
-  std::u16string delivered;
-  for (int i = 0; i < 40; ++i) {
-    clock_.Advance(1000 * kInterval);
-    delivered += Read();
-  }
-  EXPECT_NE(delivered.find(u"L1\nL2\nL1\nL2\n"), std::u16string::npos);
-  EXPECT_EQ(delivered.find(u"L1000\n"), std::u16string::npos);
-}
-
-TEST_F(Playback, ARemovedRecordingPlaysToItsEnd) {
-  Open(NumberedLines(3));
-  EXPECT_EQ(Read(), u"L1\n");
-  std::error_code failed;
-  std::filesystem::remove(dir_.File("rec.nmea"), failed);
-  if (failed) GTEST_SKIP() << "this system does not remove an open file";
-  clock_.Advance(10 * kInterval);
-  EXPECT_EQ(Read(), u"L2\nL3\n");
-  EXPECT_EQ(Read(), u"");
 }
 
 }  // namespace

@@ -41,9 +41,11 @@ class PosixClock final : public Clock {
 
 }  // namespace
 
+// Never destroyed: threads the library abandoned may still ask the time
+// while the process exits.
 Clock& SystemClock() {
-  static PosixClock clock;
-  return clock;
+  static auto* clock = new PosixClock;
+  return *clock;
 }
 
 }  // namespace kavo::platform

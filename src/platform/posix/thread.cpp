@@ -13,8 +13,7 @@ namespace {
 
 // Shared by the thread and its handle; outlives whichever goes first.
 struct ThreadState {
-  ThreadProc proc = nullptr;
-  void* arg = nullptr;
+  ThreadBody body;  // reset by the thread itself once it returns
   bool finished = false;  // guarded by the hub mutex
   uint32_t exitCode = kStillActive;
   pid_t tid = 0;          // guarded by the hub mutex
@@ -28,7 +27,8 @@ void* Trampoline(void* raw) {
     state->tid = static_cast<pid_t>(syscall(SYS_gettid));
   }
   posix::HubChanged().notify_all();
-  const uint32_t code = state->proc(state->arg);
+  const uint32_t code = state->body();
+  state->body = nullptr;
   {
     std::lock_guard<std::mutex> lock(posix::HubMutex());
     state->exitCode = code;
@@ -82,8 +82,8 @@ class PosixThread final : public Thread {
   }
 
   void Terminate() override {
-    // POSIX cannot kill one thread safely: abandon it instead. It keeps its
-    // own references and ends when its current call returns.
+    // POSIX cannot kill one thread safely: abandon it instead. Its body
+    // keeps what it captured until its current call returns.
     if (!detached_) pthread_detach(thread_);
     detached_ = true;
   }
@@ -104,10 +104,9 @@ class PosixThread final : public Thread {
 
 }  // namespace
 
-std::unique_ptr<Thread> Thread::Start(ThreadProc proc, void* arg) {
+std::unique_ptr<Thread> Thread::Start(ThreadBody body) {
   auto state = std::make_shared<ThreadState>();
-  state->proc = proc;
-  state->arg = arg;
+  state->body = std::move(body);
   auto* handoff = new std::shared_ptr<ThreadState>(state);
   pthread_t thread;
   const int rc = pthread_create(&thread, nullptr, Trampoline, handoff);

@@ -26,9 +26,11 @@ class Win32Clock final : public Clock {
 
 }  // namespace
 
+// Never destroyed: threads the library abandoned may still ask the time
+// while the process exits.
 Clock& SystemClock() {
-  static Win32Clock clock;
-  return clock;
+  static auto* clock = new Win32Clock;
+  return *clock;
 }
 
 }  // namespace kavo::platform
