@@ -5,6 +5,9 @@
 # library's DLL in DLL-FOLDER (on the search path, as an installed DLL would
 # be), and with the prefix booted once before the first program (tests start
 # in parallel, hence the lock).
+#   wine-run.sh PREFIX DLL-FOLDER --host COMMAND [ARGS...]
+# runs a native COMMAND that starts Wine programs itself, with the same
+# settings, and
 #   wine-run.sh PREFIX DLL-FOLDER --shutdown
 # shuts the prefix's Wine down afterwards. Every Wine setting the build uses
 # is here.
@@ -28,5 +31,9 @@ if [ ! -f "$prefix/system.reg" ]; then
     wineserver -w
   fi
   exec 9>&-
+fi
+if [ "${1-}" = --host ]; then
+  shift
+  exec "$@"
 fi
 exec wine "$@"
