@@ -92,6 +92,15 @@ TEST(JsonReport, NumbersAndStringsAreValidJson) {
   EXPECT_EQ(XmlEscape("walk <1> & 'b' \"c\""), "walk &lt;1&gt; &amp; &apos;b&apos; &quot;c&quot;");
 }
 
+TEST(Reading, TimeShowsOnlyWhatTheReceiverSent) {
+  GPSLocation l{};  // zeroed: a full time of day 0, which no receiver sends
+  EXPECT_EQ(IsoTime(l), "");
+  l.Time = kMay14 + (10 * 3600 + 5.25) * kSecond;
+  EXPECT_EQ(IsoTime(l), "2024-05-14T10:00:05.250Z");
+  l.TimeType = GPS_TIME_LOCAL_CLOCK;
+  EXPECT_EQ(TimeOfDay(l), "");
+}
+
 TEST(FixTrack, CountsDistinctFixesAndMeasuresTheWayBetweenThem) {
   std::vector<Fix> completed;
   FixTrack track([&](const Fix& fix) { completed.push_back(fix); });
