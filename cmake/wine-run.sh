@@ -4,13 +4,22 @@
 # in the Wine prefix PREFIX, without Wine's debug chatter, finding the
 # library's DLL in DLL-FOLDER (on the search path, as an installed DLL would
 # be), and with the prefix booted once before the first program (tests start
-# in parallel, hence the lock). `wineserver -k` with the same WINEPREFIX
-# shuts the prefix down afterwards.
+# in parallel, hence the lock).
+#   wine-run.sh PREFIX DLL-FOLDER --host COMMAND [ARGS...]
+# runs a native COMMAND that starts Wine programs itself, with the same
+# settings, and
+#   wine-run.sh PREFIX DLL-FOLDER --shutdown
+# shuts the prefix's Wine down afterwards. Every Wine setting the build uses
+# is here.
 set -e
 prefix=$1
 dlls=$2
 shift 2
 export WINEPREFIX="$prefix" WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
+if [ "${1-}" = --shutdown ]; then
+  wineserver -k 2>/dev/null || true
+  exit 0
+fi
 # Wine shows the host's root as drive Z:.
 export WINEPATH="Z:$(printf '%s' "$dlls" | tr / '\\')${WINEPATH:+;$WINEPATH}"
 if [ ! -f "$prefix/system.reg" ]; then
@@ -22,5 +31,9 @@ if [ ! -f "$prefix/system.reg" ]; then
     wineserver -w
   fi
   exec 9>&-
+fi
+if [ "${1-}" = --host ]; then
+  shift
+  exec "$@"
 fi
 exec wine "$@"

@@ -12,29 +12,9 @@
 set -euo pipefail
 
 ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-PACKAGES=(cmake ninja-build g++ libgtest-dev libgmock-dev)
 TOOL=$ROOT/build/release/tools/kavogps/kavogps
 
-install_missing_packages() {
-  local missing=() p
-  for p in "${PACKAGES[@]}"; do
-    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
-  done
-  [ ${#missing[@]} -eq 0 ] && return 0
-  echo "play.sh: installing ${missing[*]}" >&2
-  local sudo=()
-  if [ "$(id -u)" -ne 0 ]; then
-    command -v sudo >/dev/null || { echo "play.sh: not root and no sudo: install ${missing[*]} by hand" >&2; return 1; }
-    sudo=(sudo -n)
-  fi
-  export DEBIAN_FRONTEND=noninteractive
-  "${sudo[@]}" apt-get update -q </dev/null >&2 &&
-    "${sudo[@]}" apt-get install -y -q --no-install-recommends "${missing[@]}" </dev/null >&2
-}
-
-if command -v dpkg-query >/dev/null; then
-  install_missing_packages
-fi
+"$ROOT/scripts/install-packages.sh" cmake ninja-build g++
 
 # Build messages go to standard error, so `scripts/play.sh --json` gives
 # only the tool's output on standard output.

@@ -19,36 +19,21 @@ ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 BUILD_ROOT=${KAVOGPS_BUILD_ROOT:-$ROOT/build}
 JOBS=${KAVOGPS_JOBS:-2}
 ALL_TIERS=(native asan tsan windows fuzz bench-smoke)
-PACKAGES=(cmake ninja-build g++ clang libgtest-dev libgmock-dev googletest libbenchmark-dev
+PACKAGES=(cmake ninja-build g++ clang libclang-rt-dev libgtest-dev libgmock-dev googletest locales
           g++-mingw-w64-x86-64-posix wine wine64 gpsbabel pkg-config)
-export DEBIAN_FRONTEND=noninteractive
+# A command ctest runs under (build_and_test), such as setarch for tsan.
+CTEST_PREFIX=()
 
 say() { printf '==> %s\n' "$*"; }
 
-install_missing_packages() {
-  local missing=() p
-  for p in "${PACKAGES[@]}"; do
-    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
-  done
-  [ ${#missing[@]} -eq 0 ] && return 0
-  say "installing: ${missing[*]}"
-  local sudo=()
-  if [ "$(id -u)" -ne 0 ]; then
-    command -v sudo >/dev/null || { echo "not root and no sudo: install ${missing[*]} by hand" >&2; return 1; }
-    sudo=(sudo -n)
-  fi
-  "${sudo[@]}" apt-get update -q </dev/null &&
-    "${sudo[@]}" apt-get install -y -q --no-install-recommends "${missing[@]}" </dev/null
-}
-
 # configure + build + ctest in BUILD_ROOT/<tier> from a configure preset.
-# Extra arguments go to ctest.
+# Extra arguments go to ctest; ctest runs under CTEST_PREFIX when set.
 build_and_test() {
   local preset=$1 dir=$2
   shift 2
   cmake --preset "$preset" -B "$dir" </dev/null &&
     cmake --build "$dir" -j "$JOBS" </dev/null &&
-    ctest --test-dir "$dir" -j "$JOBS" --output-on-failure --no-tests=error "$@" </dev/null
+    "${CTEST_PREFIX[@]}" ctest --test-dir "$dir" -j "$JOBS" --output-on-failure --no-tests=error "$@" </dev/null
 }
 
 # The number parser must not follow the process locale; a test proves it
@@ -70,28 +55,19 @@ tier_asan() {
 tier_tsan() {
   # ThreadSanitizer needs a memory layout that high address randomisation
   # can break; run without randomisation where the system lets us.
-  local norandom=()
+  local CTEST_PREFIX=()
   if command -v setarch >/dev/null && setarch "$(uname -m)" -R true 2>/dev/null; then
-    norandom=(setarch "$(uname -m)" -R)
+    CTEST_PREFIX=(setarch "$(uname -m)" -R)
   fi
-  local dir=$BUILD_ROOT/tsan
-  cmake --preset tsan -B "$dir" </dev/null && cmake --build "$dir" -j "$JOBS" </dev/null &&
-    TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1 second_deadlock_stack=1} \
-      "${norandom[@]}" ctest --test-dir "$dir" -j "$JOBS" --output-on-failure --no-tests=error </dev/null
+  TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1 second_deadlock_stack=1} build_and_test tsan "$BUILD_ROOT/tsan"
 }
 
 tier_windows() {
-  # Cross-built with mingw-w64; the tests run under Wine in a prefix inside
-  # the build folder, booted first and shut down afterwards.
-  local dir=$BUILD_ROOT/windows
-  cmake --preset windows -B "$dir" </dev/null && cmake --build "$dir" -j "$JOBS" </dev/null || return 1
-  export WINEPREFIX=$dir/wineprefix WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
-  mkdir -p "$WINEPREFIX"
-  wineboot -i >/dev/null 2>&1 </dev/null && wineserver -w || { echo "wineboot failed" >&2; return 1; }
-  local rc=0
-  ctest --test-dir "$dir" -j "$JOBS" --output-on-failure --no-tests=error </dev/null || rc=1
-  wineserver -k 2>/dev/null || true
-  unset WINEPREFIX
+  # Cross-built with mingw-w64; cmake/wine-run.sh runs each test under Wine
+  # in a prefix inside the build folder, which is shut down afterwards.
+  local dir=$BUILD_ROOT/windows rc=0
+  build_and_test windows "$dir" || rc=1
+  cmake --build "$dir" --target wine-shutdown </dev/null >/dev/null 2>&1 || true
   return $rc
 }
 
@@ -133,7 +109,8 @@ main() {
   [ ${#tiers[@]} -eq 0 ] && tiers=("${ALL_TIERS[@]}")
 
   if [ "${KAVOGPS_NO_INSTALL:-0}" != 1 ]; then
-    install_missing_packages || { echo "package installation failed"; echo "0 passed, ${#tiers[@]} failed"; return 1; }
+    "$ROOT/scripts/install-packages.sh" "${PACKAGES[@]}" ||
+      { echo "package installation failed"; echo "0 passed, ${#tiers[@]} failed"; return 1; }
   fi
 
   local passed=0 failed=0 report=() start seconds

@@ -2,16 +2,13 @@
 // fraction being the time of day.
 #pragma once
 
-#include <cstdint>
-
+#include "civil_calendar.h"
 #include "platform/platform.h"
 
 namespace kavo {
 
-struct DateTimeParts {
-  int year = 0, month = 0, day = 0;
-  int hour = 0, minute = 0, second = 0;
-};
+// The library keeps whole seconds: milliseconds stay 0.
+using DateTimeParts = calendar::CivilTime;
 
 // Builds the date; false when the parts are not a valid instant (year 100 to
 // 9999, a real calendar day, hour < 24, minute and second < 60).

@@ -1,8 +1,10 @@
 #!/bin/sh
 # check_install.sh BUILD_DIR EXAMPLES_DIR C_COMPILER GENERATOR
 # Installs BUILD_DIR into a fresh prefix, then builds and runs the example
-# against it both ways (CMake package, pkg-config) and plays the installed
-# recording with the installed tool. Removes everything it made.
+# against it both ways (CMake package, pkg-config, when there is one), links
+# the static library into a shared object that must export nothing of ours,
+# and plays the installed recording with the installed tool. Removes
+# everything it made.
 set -eu
 build=$1 examples=$2 cc=$3 generator=$4
 work=$(mktemp -d "${TMPDIR:-/tmp}/kavogps-install.XXXXXX")
@@ -44,15 +46,30 @@ check_example "$work/cmake/play_recording_static"
 ldd "$work/cmake/play_recording" | grep -q "$prefix" || fail "the example does not use the installed library"
 
 # 2. pkg-config.
-export PKG_CONFIG_PATH="$libdir/pkgconfig"
-pkg-config --exists KavoMobileGPS || fail "pkg-config does not know KavoMobileGPS"
-# shellcheck disable=SC2046
-"$cc" -std=c11 -Wall -Wextra -Werror -o "$work/pc_example" "$examples/play_recording.c" \
-  $(pkg-config --cflags --libs KavoMobileGPS) -Wl,-rpath,"$(pkg-config --variable=libdir KavoMobileGPS)" ||
-  fail "building with pkg-config failed"
-check_example "$work/pc_example"
+if command -v pkg-config >/dev/null; then
+  export PKG_CONFIG_PATH="$libdir/pkgconfig"
+  pkg-config --exists KavoMobileGPS || fail "pkg-config does not know KavoMobileGPS"
+  # shellcheck disable=SC2046
+  "$cc" -std=c11 -Wall -Wextra -Werror -o "$work/pc_example" "$examples/play_recording.c" \
+    $(pkg-config --cflags --libs KavoMobileGPS) -Wl,-rpath,"$(pkg-config --variable=libdir KavoMobileGPS)" ||
+    fail "building with pkg-config failed"
+  check_example "$work/pc_example"
+else
+  echo "install check: pkg-config not found; skipping the pkg-config build"
+fi
 
-# 3. The installed tool finds its installed recording by itself.
+# 3. The whole static library inside a user's shared object: that object
+# exports its own function and nothing of ours.
+printf 'int probe_entry(void) { return 1; }\n' >"$work/probe.c"
+"$cc" -shared -fPIC -o "$work/probe.so" "$work/probe.c" -Wl,--whole-archive "$libdir/libKavoMobileGPS.a" \
+  -Wl,--no-whole-archive -lstdc++ -lm -lpthread -ldl || fail "linking the static library into a shared object failed"
+nm -D --defined-only "$work/probe.so" >"$work/probe.syms" || fail "nm could not read the shared object"
+grep -q ' probe_entry$' "$work/probe.syms" || fail "the export check does not see the probe's own function"
+if grep -E 'GPS|COMPort|KavoMobileGPS|kavo' "$work/probe.syms"; then
+  fail "a shared object linking the static library exports the symbols above"
+fi
+
+# 4. The installed tool finds its installed recording by itself.
 "$prefix/bin/kavogps" play --interval 1 --json >"$work/play.out" 2>"$work/play.err" ||
   { cat "$work/play.err"; fail "the installed kavogps could not play its recording"; }
 grep -q "share/kavogps/walk.nmea" "$work/play.out" || fail "kavogps played another recording than the installed one"

@@ -92,21 +92,13 @@ TEST(JsonReport, NumbersAndStringsAreValidJson) {
   EXPECT_EQ(XmlEscape("walk <1> & 'b' \"c\""), "walk &lt;1&gt; &amp; &apos;b&apos; &quot;c&quot;");
 }
 
-TEST(OleDates, CalendarAcrossLeapDaysAndRounding) {
-  UtcTime t;
-  ASSERT_TRUE(FromOleDate(kMay14, &t));
-  EXPECT_EQ(t.year * 10000 + t.month * 100 + t.day, 20240514);
-  ASSERT_TRUE(FromOleDate(kMay14 - 75, &t));  // 75 days back: 29 February 2024
-  EXPECT_EQ(t.year * 10000 + t.month * 100 + t.day, 20240229);
-  ASSERT_TRUE(FromOleDate(36586.0, &t));  // 2000 is a leap year: 36585 is 29 February
-  EXPECT_EQ(t.year * 10000 + t.month * 100 + t.day, 20000301);
-  ASSERT_TRUE(FromOleDate(61.0, &t));  // 1900 was no leap year
-  EXPECT_EQ(t.year * 10000 + t.month * 100 + t.day, 19000301);
-  // A fraction a hair below midnight is the next day, not 24:00:00.
-  ASSERT_TRUE(FromOleDate(kMay14 + 1.0 - 1e-10, &t));
-  EXPECT_EQ(t.day * 1000000 + t.hour * 10000 + t.minute * 100 + t.second, 15000000);
-  EXPECT_FALSE(FromOleDate(NAN, &t));
-  EXPECT_FALSE(FromOleDate(-5.0, &t));
+TEST(Reading, TimeShowsOnlyWhatTheReceiverSent) {
+  GPSLocation l{};  // zeroed: a full time of day 0, which no receiver sends
+  EXPECT_EQ(IsoTime(l), "");
+  l.Time = kMay14 + (10 * 3600 + 5.25) * kSecond;
+  EXPECT_EQ(IsoTime(l), "2024-05-14T10:00:05.250Z");
+  l.TimeType = GPS_TIME_LOCAL_CLOCK;
+  EXPECT_EQ(TimeOfDay(l), "");
 }
 
 TEST(FixTrack, CountsDistinctFixesAndMeasuresTheWayBetweenThem) {

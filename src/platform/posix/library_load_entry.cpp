@@ -1,12 +1,9 @@
 // Runs when the shared library is loaded, as DllMain's process attach does
-// on Windows: the log goes where the .ini beside the library says.
-#include "log/logger.h"
-#include "platform/platform.h"
+// on Windows.
+#include "platform/library_load.h"
 
 namespace {
 
-__attribute__((constructor)) void ConfigureAtLoad() {
-  kavo::ConfigureLoggerAtLoad(kavo::Logger::Instance(), kavo::platform::ModulePath());
-}
+__attribute__((constructor)) void RunAtLoad() { kavo::OnLibraryLoad(); }
 
 }  // namespace

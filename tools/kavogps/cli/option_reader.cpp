@@ -24,19 +24,13 @@ bool OptionReader::Value(std::string* value) {
   } else if (next_ < args_.size()) {
     *value = args_[next_++];
   } else {
-    error_ = "option " + name_ + " needs a value";
-    return false;
+    return Refuse("needs a value");
   }
-  if (!value->empty()) return true;
-  error_ = "option " + name_ + " needs a value";
-  return false;
+  return !value->empty() || Refuse("needs a value");
 }
 
 bool OptionReader::Flag(bool* flag) {
-  if (inlineValue_) {
-    error_ = "option " + name_ + " takes no value";
-    return false;
-  }
+  if (inlineValue_) return Refuse("takes no value");
   *flag = true;
   return true;
 }
@@ -47,7 +41,16 @@ bool OptionReader::Number(int64_t min, int64_t max, const char* expected, int64_
   const char* end = text.data() + text.size();
   const auto result = std::from_chars(text.data(), end, *value);
   if (result.ec == std::errc() && result.ptr == end && *value >= min && *value <= max) return true;
+  return Invalid(text, expected);
+}
+
+bool OptionReader::Invalid(const std::string& text, const char* expected) {
   error_ = "invalid value '" + text + "' for " + name_ + ": expected " + expected;
+  return false;
+}
+
+bool OptionReader::Refuse(const std::string& why) {
+  error_ = "option " + name_ + " " + why;
   return false;
 }
 

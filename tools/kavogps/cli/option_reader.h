@@ -28,6 +28,10 @@ class OptionReader {
   // A whole number from `min` to `max`; `expected` says what is wanted.
   bool Number(int64_t min, int64_t max, const char* expected, int64_t* value);
 
+  // Refuses the option's value `text`, saying what was `expected`.
+  bool Invalid(const std::string& text, const char* expected);
+  // Refuses the current option: "option NAME <why>".
+  bool Refuse(const std::string& why);
   // Refuses the current argument as unknown.
   bool Unknown();
   const std::string& Error() const { return error_; }

@@ -1,6 +1,5 @@
 #include "cli/reading.h"
 
-#include <cmath>
 #include <cstdio>
 
 #include "cli/gps_library.h"
@@ -54,26 +53,7 @@ const char* FixQualityWords(int32_t quality) {
 double Degrees(double radians) { return radians * (180.0 / 3.14159265358979323846); }
 
 bool FromOleDate(double date, UtcTime* time) {
-  // Day 25569 is 1 January 1970; days count from there in the civil
-  // calendar (Howard Hinnant's days-to-date).
-  if (!std::isfinite(date) || date < 1.0 || date >= 2958466.0) return false;
-  const long long totalMs = std::llround(date * 86400000.0);
-  long long days = totalMs / 86400000 - 25569;
-  long long ms = totalMs % 86400000;
-  time->hour = static_cast<int>(ms / 3600000);
-  time->minute = static_cast<int>(ms / 60000 % 60);
-  time->second = static_cast<int>(ms / 1000 % 60);
-  time->millisecond = static_cast<int>(ms % 1000);
-  days += 719468;
-  const long long era = (days >= 0 ? days : days - 146096) / 146097;
-  const long long dayOfEra = days - era * 146097;
-  const long long yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
-  const long long dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
-  const long long monthIndex = (5 * dayOfYear + 2) / 153;
-  time->day = static_cast<int>(dayOfYear - (153 * monthIndex + 2) / 5 + 1);
-  time->month = static_cast<int>(monthIndex < 10 ? monthIndex + 3 : monthIndex - 9);
-  time->year = static_cast<int>(yearOfEra + era * 400 + (time->month <= 2 ? 1 : 0));
-  return true;
+  return date >= 1.0 && calendar::CivilFromOleDate(date, time);
 }
 
 std::string IsoTime(const GPSLocation& location) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "KavoMobileGPS.h"
+#include "civil_calendar.h"
 
 namespace kavo::cli {
 
@@ -33,11 +34,10 @@ constexpr double kMetresPerSecondPerMph = 0.44704;
 constexpr double kKmhPerMph = 1.609344;
 double Degrees(double radians);
 
-struct UtcTime {
-  int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0, millisecond = 0;
-};
+using UtcTime = calendar::CivilTime;
 // An OLE Automation date (days since 30 December 1899) as calendar time;
-// false for a value outside the years 1900 to 9999.
+// false for a value outside the years 1900 to 9999 (0 is a location
+// without a time).
 bool FromOleDate(double date, UtcTime* time);
 // "2024-05-14T10:00:05.000Z" when the location carries the receiver's full
 // date and time, else empty.

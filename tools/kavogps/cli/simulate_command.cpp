@@ -7,6 +7,7 @@
 #include <fstream>
 
 #include "cli/live_receiver.h"
+#include "cli/option_reader.h"
 
 namespace kavo::cli {
 namespace {
@@ -59,113 +60,104 @@ bool ParseStart(const std::string& text, sim::Geodetic* start) {
          ParseNumber(text.substr(comma + 1), &start->longitude);
 }
 
+// Reads the current option's value and hands it to `parse`, which says
+// whether it is one of the `expected` values.
+template <typename Parse>
+bool ReadValue(OptionReader& reader, const char* expected, Parse parse) {
+  std::string text;
+  if (!reader.Value(&text)) return false;
+  return parse(text) || reader.Invalid(text, expected);
+}
+
+bool IsSerialSpeed(uint64_t baud) {
+  for (uint64_t speed : {1200, 2400, 4800, 9600, 19200, 38400, 57600, 115200}) {
+    if (baud == speed) return true;
+  }
+  return false;
+}
+
 }  // namespace
 
 bool ParseSimulateArguments(const Arguments& args, SimulateSettings* s, std::string* error) {
+  sim::SimulatorOptions& o = s->simulation;
+  OptionReader reader(args);
   bool baudGiven = false, silentGiven = false, outputGiven = false, encodingGiven = false;
-  for (size_t i = 0; i < args.size(); ++i) {
-    std::string name = args[i];
-    std::optional<std::string> inlineValue;
-    const size_t equals = name.find('=');
-    if (name.rfind("--", 0) == 0 && equals != std::string::npos) {
-      inlineValue = name.substr(equals + 1);
-      name.resize(equals);
-    }
-    // The option's value: after "=" or the next argument.
-    auto value = [&](std::string* out) {
-      if (inlineValue) {
-        *out = *inlineValue;
-        return true;
-      }
-      if (i + 1 >= args.size()) {
-        *error = "option " + name + " needs a value";
-        return false;
-      }
-      *out = args[++i];
-      return true;
-    };
-    auto flag = [&](bool* target) {
-      if (inlineValue) {
-        *error = "option " + name + " takes no value";
-        return false;
-      }
-      *target = true;
-      return true;
-    };
-    auto invalid = [&](const std::string& text, const char* expected) {
-      *error = "invalid value '" + text + "' for " + name + ": " + expected;
-      return false;
-    };
-
-    std::string text;
+  bool ok = true;
+  while (ok && reader.Next()) {
+    const std::string& name = reader.Name();
+    const bool liveOption = name == "--pty" || name == "--baud" || name == "--silent";
     if (name == "-h" || name == "--help") {
-      if (!flag(&s->help)) return false;
+      ok = reader.Flag(&s->help);
     } else if (name == "--seed") {
-      if (!value(&text)) return false;
-      if (!ParseUnsigned(text, &s->simulation.seed)) return invalid(text, "expected a whole number from 0 to 18446744073709551615");
+      ok = ReadValue(reader, "a whole number from 0 to 18446744073709551615",
+                     [&](const std::string& t) { return ParseUnsigned(t, &o.seed); });
     } else if (name == "--rate") {
-      if (!value(&text)) return false;
-      if (!ParseNumber(text, &s->simulation.rateHz) || s->simulation.rateHz < 1.0 / 60.0 - 1e-12 ||
-          s->simulation.rateHz > 50.0)
-        return invalid(text, "expected a number of epochs per second from 1/60 (0.0167) to 50");
+      ok = ReadValue(reader, "a number of epochs per second from 1/60 (0.0167) to 50", [&](const std::string& t) {
+        return ParseNumber(t, &o.rateHz) && o.rateHz >= 1.0 / 60.0 - 1e-12 && o.rateHz <= 50.0;
+      });
     } else if (name == "--duration") {
-      double seconds = 0;
-      if (!value(&text)) return false;
-      if (!ParseNumber(text, &seconds) || seconds <= 0.0 || seconds > kMaxDuration)
-        return invalid(text, "expected a number of seconds above 0 and up to 86400");
-      s->duration = seconds;
+      ok = ReadValue(reader, "a number of seconds above 0 and up to 86400", [&](const std::string& t) {
+        double seconds = 0;
+        if (!ParseNumber(t, &seconds) || seconds <= 0.0 || seconds > kMaxDuration) return false;
+        s->duration = seconds;
+        return true;
+      });
     } else if (name == "--mode") {
-      if (!value(&text)) return false;
-      if (text == "walk") s->simulation.mode = sim::Mode::kWalk;
-      else if (text == "drive") s->simulation.mode = sim::Mode::kDrive;
-      else return invalid(text, "expected walk or drive");
+      ok = ReadValue(reader, "walk or drive", [&](const std::string& t) {
+        if (t != "walk" && t != "drive") return false;
+        o.mode = t == "walk" ? sim::Mode::kWalk : sim::Mode::kDrive;
+        return true;
+      });
     } else if (name == "--start") {
-      if (!value(&text)) return false;
-      sim::Geodetic start = s->simulation.start;
-      if (!ParseStart(text, &start) || std::fabs(start.latitude) > 85.0 || start.longitude < -180.0 ||
-          start.longitude >= 180.0)
-        return invalid(text, "expected LAT,LON in degrees, latitude within 85 of the equator, longitude from -180 to below 180");
-      s->simulation.start = start;
+      ok = ReadValue(reader,
+                     "LAT,LON in degrees, latitude within 85 of the equator, longitude from -180 to below 180",
+                     [&](const std::string& t) {
+                       sim::Geodetic start = o.start;
+                       if (!ParseStart(t, &start) || std::fabs(start.latitude) > 85.0 ||
+                           start.longitude < -180.0 || start.longitude >= 180.0)
+                         return false;
+                       o.start = start;
+                       return true;
+                     });
     } else if (name == "--talkers") {
-      if (!flag(&s->simulation.otherTalkers)) return false;
+      ok = reader.Flag(&o.otherTalkers);
     } else if (name == "--proprietary") {
-      if (!flag(&s->simulation.proprietary)) return false;
+      ok = reader.Flag(&o.proprietary);
     } else if (name == "--fix-loss") {
-      if (!flag(&s->simulation.fixLoss)) return false;
+      ok = reader.Flag(&o.fixLoss);
     } else if (name == "--damage") {
-      if (!value(&text)) return false;
-      if (!ParseNumber(text, &s->simulation.damage) || s->simulation.damage < 0.0 || s->simulation.damage > 1.0)
-        return invalid(text, "expected a probability from 0 to 1");
+      ok = ReadValue(reader, "a probability from 0 to 1", [&](const std::string& t) {
+        return ParseNumber(t, &o.damage) && o.damage >= 0.0 && o.damage <= 1.0;
+      });
     } else if (name == "--encoding") {
-      if (!value(&text)) return false;
-      const auto encoding = sim::ParseEncoding(text);
-      if (!encoding) return invalid(text, "expected ascii, utf8, utf16le or utf16be");
-      s->encoding = *encoding;
-      encodingGiven = true;
+      ok = encodingGiven = ReadValue(reader, "ascii, utf8, utf16le or utf16be", [&](const std::string& t) {
+        const auto encoding = sim::ParseEncoding(t);
+        if (encoding) s->encoding = *encoding;
+        return encoding.has_value();
+      });
     } else if (name == "--output" || name == "-o") {
-      if (!value(&s->output)) return false;
-      if (s->output.empty()) return invalid(s->output, "expected a file name");
-      outputGiven = true;
-    } else if (LiveReceiverAvailable() && name == "--pty") {
-      if (!flag(&s->live)) return false;
-    } else if (LiveReceiverAvailable() && name == "--baud") {
-      uint64_t baud = 0;
-      if (!value(&text)) return false;
-      if (!ParseUnsigned(text, &baud) || (baud != 1200 && baud != 2400 && baud != 4800 && baud != 9600 &&
-                                          baud != 19200 && baud != 38400 && baud != 57600 && baud != 115200))
-        return invalid(text, "expected 1200, 2400, 4800, 9600, 19200, 38400, 57600 or 115200");
-      s->baud = static_cast<uint32_t>(baud);
-      baudGiven = true;
-    } else if (LiveReceiverAvailable() && name == "--silent") {
-      if (!flag(&s->silent)) return false;
-      silentGiven = true;
-    } else if (!LiveReceiverAvailable() && (name == "--pty" || name == "--baud" || name == "--silent")) {
-      *error = "option " + name + " is not available on this platform (it has no pseudo-terminals)";
-      return false;
+      ok = outputGiven = reader.Value(&s->output);
+    } else if (liveOption && !LiveReceiverAvailable()) {
+      ok = reader.Refuse("is not available on this platform (it has no pseudo-terminals)");
+    } else if (name == "--pty") {
+      ok = reader.Flag(&s->live);
+    } else if (name == "--baud") {
+      ok = baudGiven = ReadValue(reader, "1200, 2400, 4800, 9600, 19200, 38400, 57600 or 115200",
+                                 [&](const std::string& t) {
+                                   uint64_t baud = 0;
+                                   if (!ParseUnsigned(t, &baud) || !IsSerialSpeed(baud)) return false;
+                                   s->baud = static_cast<uint32_t>(baud);
+                                   return true;
+                                 });
+    } else if (name == "--silent") {
+      ok = silentGiven = reader.Flag(&s->silent);
     } else {
-      *error = (name.rfind('-', 0) == 0 ? "unknown option '" : "unexpected argument '") + name + "'";
-      return false;
+      ok = reader.Unknown();
     }
+  }
+  if (!ok) {
+    *error = reader.Error();
+    return false;
   }
   if (s->help) return true;
   if (s->live && (outputGiven || encodingGiven)) {
