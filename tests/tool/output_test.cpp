@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "cli/fix_track.h"
+#include "common/temp_dir.h"
 #include "cli/gpx_writer.h"
 #include "cli/json_report.h"
 #include "cli/live_view.h"
@@ -109,6 +110,12 @@ TEST(OleDates, CalendarAcrossLeapDaysAndRounding) {
   EXPECT_FALSE(FromOleDate(-5.0, &t));
 }
 
+size_t Segments(const std::string& gpx) {
+  size_t count = 0;
+  for (size_t at = gpx.find("<trkseg>"); at != std::string::npos; at = gpx.find("<trkseg>", at + 1)) ++count;
+  return count;
+}
+
 TEST(FixTrack, CountsDistinctFixesAndMeasuresTheWayBetweenThem) {
   std::vector<Fix> completed;
   FixTrack track([&](const Fix& fix) { completed.push_back(fix); });
@@ -133,6 +140,8 @@ TEST(FixTrack, CountsDistinctFixesAndMeasuresTheWayBetweenThem) {
 
   ASSERT_EQ(completed.size(), 3u);
   EXPECT_EQ(completed[0].time, "2024-05-14T10:00:00.000Z");
+  // The fix was lost between the first two: a new stretch starts.
+  EXPECT_TRUE(completed[0].startsSegment && completed[1].startsSegment && !completed[2].startsSegment);
   EXPECT_EQ(track.Count(), 3u);
   EXPECT_NEAR(track.DistanceMetres(), 111195.08, 0.01);
   const std::string summary = Summary(track);
@@ -142,7 +151,11 @@ TEST(FixTrack, CountsDistinctFixesAndMeasuresTheWayBetweenThem) {
 }
 
 TEST(FixTrack, TimeSpanStartsAtTheFirstDatedFixAndCountsRepeatsForward) {
-  FixTrack track;
+  test::TempDir dir;
+  GpxWriter gpx;
+  std::string error;
+  ASSERT_TRUE(gpx.Open(dir.File("t.gpx"), "walk", &error)) << error;
+  FixTrack track([&](const Fix& fix) { gpx.Add(fix); });
   GPSLocation l = FullFix();
   l.Time = 40000.0 + 10 * 3600 * kSecond;  // read before the epoch's RMC: no date yet
   l.TimeType = GPS_TIME_OF_DAY;
@@ -156,6 +169,12 @@ TEST(FixTrack, TimeSpanStartsAtTheFirstDatedFixAndCountsRepeatsForward) {
     }
   }
   track.Finish();
+  ASSERT_TRUE(gpx.Finish(&error)) << error;
+  // Each loop goes back in time: a segment of its own, so no reader sees
+  // points out of order.
+  const std::string file = dir.Read("t.gpx");
+  EXPECT_EQ(Segments(file), 3u) << file;
+  EXPECT_EQ(file.substr(file.size() - 39), "</trkpt>\n    </trkseg>\n  </trk>\n</gpx>\n") << file;
   const std::string summary = Summary(track);
   EXPECT_NE(summary.find("Time span:  2024-05-14 10:00:01 to 10:00:10 UTC (27 s)\n"), std::string::npos) << summary;
   EXPECT_NE(summary.find("1 before it had none"), std::string::npos) << summary;
@@ -185,12 +204,17 @@ TEST(LiveView, ScreenShowsTheFixInPeoplesUnits) {
                             "   12    77   209   45  [######### ]"})
     EXPECT_NE(screen.find(piece), std::string::npos) << piece << " in\n" << screen;
   EXPECT_EQ(SignalBar(0), "[          ]");
+  // A screen with room for two of three satellites says so.
+  reading.satellites.assign(3, reading.satellites[0]);
+  const std::string cut = RenderScreen(reading, "title", 15);
+  EXPECT_EQ(std::count(cut.begin(), cut.end(), '\n'), 15) << cut;
+  EXPECT_NE(cut.find("[######### ]\n  ... 2 more\n"), std::string::npos) << cut;
   EXPECT_EQ(SignalBar(99), "[##########]");
 
   // On a terminal of 6 rows the screen keeps to 5 lines, or it would scroll.
   std::ostringstream out;
   TerminalView view(out, "title", [] { return 6; });
-  view.Show(reading);
+  view.Show(EpochReport{reading});
   view.Close();
   const std::string frame = out.str();
   EXPECT_EQ(std::count(frame.begin(), frame.end(), '\n'), 5) << frame;

@@ -64,6 +64,8 @@ SentenceFacts ReadSentenceFacts(const std::string& sentence) {
     facts.time = f[1];
     facts.quality = given(6) ? std::atoi(f[6].c_str()) : 0;
     facts.fix = *facts.quality > 0 && given(2) && given(4);
+    facts.said = GPS_VALID_POSITION | GPS_VALID_ALTITUDE | GPS_VALID_GEOID_SEPARATION |
+                 GPS_VALID_SATELLITES_IN_USE | GPS_VALID_HDOP;
     flag(*facts.fix, GPS_VALID_POSITION);
     flag(*facts.fix && given(9), GPS_VALID_ALTITUDE);
     flag(*facts.fix && given(11), GPS_VALID_GEOID_SEPARATION);
@@ -72,20 +74,24 @@ SentenceFacts ReadSentenceFacts(const std::string& sentence) {
   } else if (type == "RMC") {
     facts.time = f[1];
     facts.fix = f[2] == "A" && given(3) && given(5);
+    facts.said = GPS_VALID_POSITION | GPS_VALID_SPEED | GPS_VALID_COURSE;
     flag(*facts.fix, GPS_VALID_POSITION);
     flag(*facts.fix && given(7), GPS_VALID_SPEED);
     flag(*facts.fix && given(8), GPS_VALID_COURSE);
   } else if (type == "GLL") {
     facts.time = f[5];
     facts.fix = f[6] == "A" && given(1) && given(3);
+    facts.said = GPS_VALID_POSITION;
     flag(*facts.fix, GPS_VALID_POSITION);
   } else if (type == "VTG") {
     const bool valid = f[9] != "N";  // the mode field of newer receivers: N is no fix
+    facts.said = GPS_VALID_COURSE | GPS_VALID_MAGNETIC_COURSE | GPS_VALID_SPEED;
     flag(valid && given(1), GPS_VALID_COURSE);
     flag(valid && given(3), GPS_VALID_MAGNETIC_COURSE);
     flag(valid && (given(5) || given(7)), GPS_VALID_SPEED);
   } else if (type == "GSA") {
     facts.sky = true;
+    facts.said = GPS_VALID_PDOP | GPS_VALID_HDOP | GPS_VALID_VDOP;
     flag(given(15), GPS_VALID_PDOP);
     flag(given(16), GPS_VALID_HDOP);
     flag(given(17), GPS_VALID_VDOP);
@@ -107,6 +113,7 @@ void EpochAssembler::Sentence(const std::string& sentence, const Reading& before
   lastSentenceMs_ = nowMs;
   keys_.insert(facts.key);
   if (time_.empty()) time_ = facts.time;
+  said_ |= facts.said;
   known_ |= facts.known;
   sky_ |= facts.sky;
   if (facts.quality) quality_ = facts.quality;
@@ -129,7 +136,9 @@ void EpochAssembler::Close(const Reading& reading) {
   // GGA's quality decides; without a GGA, the position sentences' status.
   report.fix = quality_ ? *quality_ > 0 && fix_.value_or(false) : fix_.value_or(false);
   report.timeKnown = !time_.empty();
-  l.ValidFlags &= known_ & (report.fix ? ~0u : ~kNeedsFix);
+  // What the epoch's sentences left empty is unknown; satellites and
+  // dilutions no sentence of the epoch spoke of are the last ones known.
+  l.ValidFlags &= (known_ | (kSkyFlags & ~said_)) & (report.fix ? ~0u : ~kNeedsFix);
   l.FixQuality = !report.fix ? 0 : quality_ ? *quality_ : l.FixQuality > 0 ? l.FixQuality : 1;
   if (!report.timeKnown) l.TimeType = GPS_TIME_LOCAL_CLOCK;
   if (whole && sky_ && (!lastSky_ || !SameSky(*lastSky_, report.reading))) {
@@ -139,7 +148,7 @@ void EpochAssembler::Close(const Reading& reading) {
   open_ = false;
   time_.clear();
   keys_.clear();
-  known_ = 0;
+  said_ = known_ = 0;
   fix_.reset();
   quality_.reset();
   sky_ = false;

@@ -24,7 +24,8 @@ namespace kavo::cli {
 struct SentenceFacts {
   std::string key;    // "GPGGA", "GPGSV1": a second one starts a new epoch
   std::string time;   // the fix time field, empty when the sentence has none
-  uint32_t known = 0; // GPS_VALID_* flags this sentence gave a value
+  uint32_t said = 0;  // GPS_VALID_* flags this sentence has fields for
+  uint32_t known = 0; // those it gave a value
   std::optional<bool> fix;     // whether it reports a fix, when it says
   std::optional<int> quality;  // GGA's fix quality
   bool sky = false;            // satellites in view or in use
@@ -58,7 +59,7 @@ class EpochAssembler {
   bool open_ = false;
   std::string time_;
   std::set<std::string> keys_;
-  uint32_t known_ = 0;
+  uint32_t said_ = 0, known_ = 0;
   std::optional<bool> fix_;
   std::optional<int> quality_;
   bool sky_ = false;

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <functional>
 #include <future>
 #include <iostream>
 #include <vector>
@@ -192,7 +193,7 @@ int RunFind(const Arguments& args, std::ostream& out, std::ostream& err) {
   }
   if (terminal) err << "\r\x1b[K";
   const auto [port, lastError] = search.get();
-  for (const std::string& name : busy) err << "Skipped " << name << ": " << TroubleText(name) << '\n';
+  for (const std::string& name : busy) err << "Skipped " << name << " " << TroubleText(name) << '\n';
   if (!port) {
     // Where there are no ports the library cannot even list them.
     if (names.empty() && (lastError == kErrorFileNotFound || lastError == kErrorNotSupported)) {
@@ -276,7 +277,7 @@ void PrintMonitorHelp(std::ostream& out) {
 // Opens the port and runs a session on it until it ends; the driver could
 // not be created when `code` is set.
 SessionEnd MonitorOnce(const PortInfoPtr& port, SessionOutput& output, InterruptWatch& interrupt,
-                       uint32_t* code) {
+                       uint32_t* code, const std::function<void()>& started) {
   const DriverPtr driver(GPSDriver_CreateFromCOMPort(port.get(), SessionStatusCallback(), SessionDataCallback(),
                                                      SessionSentenceCallback()));
   if (!driver) {
@@ -286,6 +287,7 @@ SessionEnd MonitorOnce(const PortInfoPtr& port, SessionOutput& output, Interrupt
   DriverSession session(driver.get(), SessionOptions{});
   output.Attach(session);
   if (!session.Start(code)) return SessionEnd::kSourceFailed;
+  started();
   return session.Run(interrupt);
 }
 
@@ -328,7 +330,7 @@ int RunMonitor(const Arguments& args, std::ostream& out, std::ostream& err) {
 
   InterruptWatch interrupt;  // before the library starts any thread
   uint32_t code = 0;
-  SessionEnd end = MonitorOnce(port, output, interrupt, &code);
+  SessionEnd end = MonitorOnce(port, output, interrupt, &code, [] {});
   if (code != 0) {
     output.Abandon();
     if (code == kErrorFileNotFound) {
@@ -349,11 +351,10 @@ int RunMonitor(const Arguments& args, std::ostream& out, std::ostream& err) {
       break;
     }
     code = 0;
-    end = MonitorOnce(port, output, interrupt, &code);
-    if (code == 0) {
-      err << "kavogps monitor: " << shown << " is back\n";
+    end = MonitorOnce(port, output, interrupt, &code, [&] {
+      err << "kavogps monitor: " << shown << " is back\n" << std::flush;
       gone = false;
-    }
+    });
   }
   if (end == SessionEnd::kOutputFailed && OutputClosed(out)) {
     output.Finish("", &error);

@@ -34,8 +34,7 @@ void PrintHelp(std::ostream& out) {
            "                     port is at another speed it sends garbage\n"
            "  --silent           the live receiver sends nothing\n";
   }
-  out << "  -h, --help         show this help\n\n"
-         "Exit status: 0 done, 1 failed while working, 2 bad command line.\n";
+  out << "  -h, --help         show this help\n\n" << kExitCodeHelp;
 }
 
 bool ParseUnsigned(const std::string& text, uint64_t* value) {
