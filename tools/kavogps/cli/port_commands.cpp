@@ -55,7 +55,7 @@ std::string DeviceText(const std::string& portName) {
 std::string TroubleText(const std::string& portName) {
   const PortDiagnosis diagnosis = DiagnosePort(portName);
   switch (diagnosis.trouble) {
-    case PortTrouble::kMissing: return "there is no such device ('kavogps ports' lists the ports)";
+    case PortTrouble::kMissing: return "there is no such device";
     case PortTrouble::kNoPermission:
       return "permission denied" +
              (diagnosis.group.empty() ? std::string()
