@@ -72,7 +72,6 @@ TEST(EpochAssembler, EpochsEndByTimeRepeatOrSilenceAndOneNeverReadAloneIsLeftOut
   feed.epochs.Latest(sky41, feed.ms + 299);
   EXPECT_EQ(feed.reports.size(), 2u);
   feed.epochs.Latest(sky41, feed.ms + 300);
-  feed.epochs.Finish(sky41);
 
   ASSERT_EQ(feed.reports.size(), 3u);
   EXPECT_EQ(TimeOfDay(feed.reports[0].reading.location), "10:00:01");

@@ -96,7 +96,7 @@ TEST(KavogpsTool, EachFailureHasItsMessageAndCodeAndLeavesNoFile) {
       {{"play", dir.File("folder"), "--gpx", gpx}, cli::kExitFile, "it is a folder"},
       {{"play", dir.File("walk.nmea"), "--gpx", dir.File("no/such/track.gpx")}, cli::kExitFile, "cannot create"},
       {{"play", dir.File("notes.txt"), "--gpx", gpx}, cli::kExitFile, "holds no NMEA sentence"},
-      {{"play", dir.File("empty.nmea"), "--gpx", gpx}, cli::kExitFile, "holds no NMEA sentence"},
+      {{"play", dir.File("empty.nmea"), "--gpx", gpx}, cli::kExitFile, "holds no NMEA sentence\n"},
       {{"simulate", "--output", dir.File("no/such.nmea")}, cli::kExitFile, "cannot create"},
       {{"play", "--json", "--nmea"}, cli::kExitUsage, "choose one"},
       {{"monitor"}, cli::kExitUsage, "name the port"},
