@@ -1,7 +1,6 @@
-// The kavogps program as a user runs it: read by a pipe that closes early;
-// `ports`, `find` and `monitor` against simulated receivers on
-// pseudo-terminals, on a machine modelled by a registry file
-// (KAVOGPS_REGISTRY) that maps COM names to the devices.
+// The program as a user runs it: read by a pipe that closes early; ports,
+// find and monitor against receivers on pseudo-terminals, on a machine
+// modelled by a registry file (KAVOGPS_REGISTRY).
 #include <signal.h>
 #include <unistd.h>
 

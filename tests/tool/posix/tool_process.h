@@ -1,6 +1,5 @@
-// The kavogps program run as a user runs it: arguments, environment,
-// standard output and error (kept in files, read as they grow), signals,
-// exit status.
+// The kavogps program run as a user runs it: arguments, environment, its
+// output and messages (in files, read as they grow), signals, exit status.
 #pragma once
 
 #include <sys/types.h>

@@ -1,5 +1,6 @@
 #include "cli/epoch_assembler.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <sstream>
@@ -8,6 +9,7 @@
 namespace kavo::cli {
 namespace {
 
+constexpr double kMphPerKnot = 1852.0 / 1609.344;
 constexpr uint32_t kSkyFlags = GPS_VALID_PDOP | GPS_VALID_HDOP | GPS_VALID_VDOP | GPS_VALID_SATELLITES_IN_USE;
 constexpr uint32_t kNeedsFix = GPS_VALID_POSITION | GPS_VALID_ALTITUDE | GPS_VALID_GEOID_SEPARATION |
                                GPS_VALID_SPEED | GPS_VALID_COURSE | GPS_VALID_MAGNETIC_COURSE;
@@ -38,15 +40,58 @@ bool SameSky(const Reading& a, const Reading& b) {
   return true;
 }
 
-// Whether the record holds the fix time `hhmmss` (with any fraction): when
-// the epoch's sentences reached the library in one piece with the next
-// epoch's, the record went from before this epoch to after it.
-bool HoldsTime(const GPSLocation& l, const std::string& hhmmss) {
-  if (l.TimeType == GPS_TIME_LOCAL_CLOCK || hhmmss.size() < 6) return false;
-  const double sent = std::atof(hhmmss.substr(0, 2).c_str()) * 3600000.0 +
-                      std::atof(hhmmss.substr(2, 2).c_str()) * 60000.0 + std::atof(hhmmss.substr(4).c_str()) * 1000.0;
-  const double held = (l.Time - std::floor(l.Time)) * 86400000.0;
-  return std::fabs(sent - held) < 5.0;
+// The record's time moved to the epoch's own time of day `hhmmss`: the
+// library leaves its record alone for a sentence that repeats the last
+// position, time and all. The date stays the record's, a day on when the
+// time of day wrapped past midnight.
+void SetTimeOfDay(GPSLocation& l, const std::string& hhmmss) {
+  if (hhmmss.size() < 6) return;
+  const double sent = (std::atof(hhmmss.substr(0, 2).c_str()) * 3600.0 +
+                       std::atof(hhmmss.substr(2, 2).c_str()) * 60.0 + std::atof(hhmmss.substr(4).c_str())) /
+                      86400.0;
+  if (l.TimeType == GPS_TIME_LOCAL_CLOCK) l.TimeType = GPS_TIME_OF_DAY;
+  double day = std::floor(l.Time);
+  const double held = l.Time - day;
+  if (sent < held - 0.5) day += 1;
+  else if (sent > held + 0.5) day -= 1;
+  l.Time = day + sent;
+}
+
+// ddmm.mmmm and its hemisphere as signed degrees.
+double Angle(const std::string& value, const std::string& hemisphere, size_t degreeDigits) {
+  const double degrees = std::atof(value.substr(0, degreeDigits).c_str()) +
+                         std::atof(value.substr(std::min(degreeDigits, value.size())).c_str()) / 60.0;
+  return hemisphere == "S" || hemisphere == "W" ? -degrees : degrees;
+}
+
+double Held(const GPSLocation& l, uint32_t flag) {
+  switch (flag) {
+    case GPS_VALID_POSITION: return l.Latitude;
+    case 0: return l.Longitude;  // the second half of the position
+    case GPS_VALID_SPEED: return l.Speed;
+    case GPS_VALID_COURSE: return Degrees(l.Course);
+    case GPS_VALID_MAGNETIC_COURSE: return Degrees(l.MagneticCourse);
+    case GPS_VALID_ALTITUDE: return l.Altitude;
+    case GPS_VALID_GEOID_SEPARATION: return l.GeoidSeparation;
+    case GPS_VALID_SATELLITES_IN_USE: return l.SatellitesInUse;
+    case GPS_VALID_PDOP: return l.PDOP;
+    case GPS_VALID_HDOP: return l.HDOP;
+    default: return l.VDOP;
+  }
+}
+
+// The flags whose values in the record differ from what the epoch sent:
+// those sentences reached the library only with the next epoch's.
+uint32_t Differing(const GPSLocation& l, const std::vector<std::pair<uint32_t, double>>& values) {
+  uint32_t differing = 0;
+  for (const auto& [flag, value] : values) {
+    double difference = std::fabs(Held(l, flag) - value);
+    if (flag == GPS_VALID_COURSE || flag == GPS_VALID_MAGNETIC_COURSE) difference = std::fmod(difference, 360.0);
+    // Speeds come in knots or km/h, rounded: a thousandth of the value more.
+    const double tolerance = flag == GPS_VALID_SPEED ? 0.01 + std::fabs(value) / 1000.0 : 0.01;
+    if (difference > tolerance && difference < 360.0 - tolerance) differing |= flag ? flag : GPS_VALID_POSITION;
+  }
+  return differing;
 }
 
 }  // namespace
@@ -71,6 +116,11 @@ SentenceFacts ReadSentenceFacts(const std::string& sentence) {
     flag(*facts.fix && given(11), GPS_VALID_GEOID_SEPARATION);
     flag(given(7), GPS_VALID_SATELLITES_IN_USE);
     flag(given(8), GPS_VALID_HDOP);
+    if (*facts.fix) facts.values = {{GPS_VALID_POSITION, Angle(f[2], f[3], 2)}, {0, Angle(f[4], f[5], 3)}};
+    const std::pair<size_t, uint32_t> numbers[] = {
+        {7, GPS_VALID_SATELLITES_IN_USE}, {8, GPS_VALID_HDOP}, {9, GPS_VALID_ALTITUDE}, {11, GPS_VALID_GEOID_SEPARATION}};
+    for (const auto& [field, number] : numbers)
+      if (given(field) && (*facts.fix || field <= 8)) facts.values.emplace_back(number, std::atof(f[field].c_str()));
   } else if (type == "RMC") {
     facts.time = f[1];
     facts.fix = f[2] == "A" && given(3) && given(5);
@@ -78,6 +128,9 @@ SentenceFacts ReadSentenceFacts(const std::string& sentence) {
     flag(*facts.fix, GPS_VALID_POSITION);
     flag(*facts.fix && given(7), GPS_VALID_SPEED);
     flag(*facts.fix && given(8), GPS_VALID_COURSE);
+    if (*facts.fix) facts.values = {{GPS_VALID_POSITION, Angle(f[3], f[4], 2)}, {0, Angle(f[5], f[6], 3)}};
+    if (*facts.fix && given(7)) facts.values.emplace_back(GPS_VALID_SPEED, std::atof(f[7].c_str()) * kMphPerKnot);
+    if (*facts.fix && given(8)) facts.values.emplace_back(GPS_VALID_COURSE, std::atof(f[8].c_str()));
   } else if (type == "GLL") {
     facts.time = f[5];
     facts.fix = f[6] == "A" && given(1) && given(3);
@@ -89,12 +142,19 @@ SentenceFacts ReadSentenceFacts(const std::string& sentence) {
     flag(valid && given(1), GPS_VALID_COURSE);
     flag(valid && given(3), GPS_VALID_MAGNETIC_COURSE);
     flag(valid && (given(5) || given(7)), GPS_VALID_SPEED);
+    if (valid && given(1)) facts.values.emplace_back(GPS_VALID_COURSE, std::atof(f[1].c_str()));
+    if (valid && given(3)) facts.values.emplace_back(GPS_VALID_MAGNETIC_COURSE, std::atof(f[3].c_str()));
+    if (valid && given(5)) facts.values.emplace_back(GPS_VALID_SPEED, std::atof(f[5].c_str()) * kMphPerKnot);
   } else if (type == "GSA") {
     facts.sky = true;
     facts.said = GPS_VALID_PDOP | GPS_VALID_HDOP | GPS_VALID_VDOP;
     flag(given(15), GPS_VALID_PDOP);
     flag(given(16), GPS_VALID_HDOP);
     flag(given(17), GPS_VALID_VDOP);
+    for (const uint32_t dop : {GPS_VALID_PDOP, GPS_VALID_HDOP, GPS_VALID_VDOP}) {
+      const size_t field = dop == GPS_VALID_PDOP ? 15 : dop == GPS_VALID_HDOP ? 16 : 17;
+      if (given(field)) facts.values.emplace_back(dop, std::atof(f[field].c_str()));
+    }
   } else if (type == "GSV") {
     facts.sky = true;
     facts.key += f[2];  // one key per message of the group
@@ -118,6 +178,11 @@ void EpochAssembler::Sentence(const std::string& sentence, const Reading& before
   sky_ |= facts.sky;
   if (facts.quality) quality_ = facts.quality;
   if (facts.fix) fix_ = fix_.value_or(false) || *facts.fix;
+  for (const auto& value : facts.values) {
+    const auto same = [&](const auto& held) { return held.first == value.first; };
+    values_.erase(std::remove_if(values_.begin(), values_.end(), same), values_.end());
+    values_.push_back(value);
+  }
 }
 
 void EpochAssembler::Latest(const Reading& reading, uint64_t nowMs) {
@@ -129,18 +194,21 @@ void EpochAssembler::Finish(const Reading& reading) {
 }
 
 void EpochAssembler::Close(const Reading& reading) {
-  const bool whole = time_.empty() || HoldsTime(reading.location, time_);
+  const uint32_t differing = Differing(reading.location, values_);
   EpochReport report;
   report.reading = reading;
   GPSLocation& l = report.reading.location;
   // GGA's quality decides; without a GGA, the position sentences' status.
   report.fix = quality_ ? *quality_ > 0 && fix_.value_or(false) : fix_.value_or(false);
+  // A fix whose position the record does not hold cannot be told at all.
+  const bool whole = !(report.fix && (differing & GPS_VALID_POSITION));
   report.timeKnown = !time_.empty();
   // What the epoch's sentences left empty is unknown; satellites and
   // dilutions no sentence of the epoch spoke of are the last ones known.
-  l.ValidFlags &= (known_ | (kSkyFlags & ~said_)) & (report.fix ? ~0u : ~kNeedsFix);
+  l.ValidFlags &= (known_ | (kSkyFlags & ~said_)) & ~differing & (report.fix ? ~0u : ~kNeedsFix);
   l.FixQuality = !report.fix ? 0 : quality_ ? *quality_ : l.FixQuality > 0 ? l.FixQuality : 1;
-  if (!report.timeKnown) l.TimeType = GPS_TIME_LOCAL_CLOCK;
+  if (report.timeKnown) SetTimeOfDay(l, time_);
+  else l.TimeType = GPS_TIME_LOCAL_CLOCK;
   if (whole && sky_ && (!lastSky_ || !SameSky(*lastSky_, report.reading))) {
     report.skyChanged = true;
     lastSky_ = report.reading;
@@ -152,6 +220,7 @@ void EpochAssembler::Close(const Reading& reading) {
   fix_.reset();
   quality_.reset();
   sky_ = false;
+  values_.clear();
   if (whole) onEpoch_(report);
 }
 

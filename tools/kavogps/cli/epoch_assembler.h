@@ -2,10 +2,11 @@
 // the sentences themselves) into one complete report per epoch: the burst
 // of sentences a receiver sends for one fix time. An epoch is complete when
 // the next one starts (a new fix time, or a sentence the epoch already
-// had) or when the receiver has been quiet for a while. An epoch whose
-// state was never readable on its own (its sentences reached the library
-// together with the next epoch's) is left out rather than reported with
-// another epoch's values. Independent of how the reports are shown.
+// had) or when the receiver has been quiet for a while. When some of an
+// epoch's sentences reached the library together with the next epoch's, the
+// record read at its end differs from what they sent: those values are left
+// out rather than reported from another epoch, and a fix whose position is
+// not the record's is left out whole. Independent of how the reports are shown.
 #pragma once
 
 #include <cstdint>
@@ -13,6 +14,8 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "cli/reading.h"
 
@@ -29,6 +32,10 @@ struct SentenceFacts {
   std::optional<bool> fix;     // whether it reports a fix, when it says
   std::optional<int> quality;  // GGA's fix quality
   bool sky = false;            // satellites in view or in use
+  // The values it gave, in the units of the library's record (degrees,
+  // miles per hour), by GPS_VALID_* flag: a record that holds other values
+  // has not taken this sentence in yet.
+  std::vector<std::pair<uint32_t, double>> values;
 };
 SentenceFacts ReadSentenceFacts(const std::string& sentence);
 
@@ -65,6 +72,7 @@ class EpochAssembler {
   bool sky_ = false;
   uint64_t lastSentenceMs_ = 0;
   std::optional<Reading> lastSky_;
+  std::vector<std::pair<uint32_t, double>> values_;  // the epoch's last value of each
 };
 
 }  // namespace kavo::cli
