@@ -4,8 +4,8 @@
 
 #include <filesystem>
 #include <regex>
-#include <sstream>
 
+#include "cli/json_report.h"
 #include "common/temp_dir.h"
 #include "tool_run.h"
 
@@ -56,7 +56,7 @@ TEST(KavogpsPlay, EachEpochIsReportedOnceAndWhole) {
   size_t next = 0, fixes = 0;
   for (const std::string& line : Lines(json.out)) {
     if (line.rfind("{\"class\":\"SKY\"", 0) == 0) continue;
-    const std::string head = "{\"class\":\"TPV\",\"device\":\"" + dir.File("walk.nmea") + "\",";
+    const std::string head = "{\"class\":\"TPV\",\"device\":" + cli::JsonString(dir.File("walk.nmea")) + ",";
     ASSERT_EQ(line.rfind(head, 0), 0u) << line;
     while (next < kTpvs.size() && !Contains(line, kTpvs[next].first)) ++next;
     ASSERT_LT(next, kTpvs.size()) << "not a later epoch's TPV: " << line;
