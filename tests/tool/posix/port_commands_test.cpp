@@ -123,6 +123,7 @@ TEST(KavogpsMonitor, FollowsAReceiverByItsLongNameUntilItIsUnplugged) {
 TEST(KavogpsMonitor, WaitsForAnUnpluggedReceiverAndOpensItAgain) {
   const std::string link = "/tmp/kgps-" + std::to_string(getpid());  // short enough to be a port name
   auto receiver = Receiver(4800);
+  std::filesystem::remove(link);  // left by a run that failed
   std::filesystem::create_symlink(receiver->DevicePath(), link);
   ToolProcess monitor({"monitor", link, "--nmea"});
   ASSERT_TRUE(Has(monitor, "\\$GPGGA")) << monitor.Err();
