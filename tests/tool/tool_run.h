@@ -8,18 +8,15 @@
 
 namespace kavo::test {
 
-struct ToolResult {
+struct ToolRun {
   int code = -1;
   std::string out, err;
 };
 
-inline ToolResult RunInProcess(const cli::Arguments& args) {
+inline ToolRun RunInProcess(const cli::Arguments& args) {
   std::ostringstream out, err;
-  ToolResult result;
-  result.code = cli::RunTool(args, out, err);
-  result.out = out.str();
-  result.err = err.str();
-  return result;
+  const int code = cli::RunTool(args, out, err);
+  return {code, out.str(), err.str()};
 }
 
 inline bool Contains(const std::string& text, const std::string& piece) {

@@ -1,47 +1,22 @@
-// `kavogps ports`, `find` and `monitor` as a user runs them, against
-// simulated receivers on pseudo-terminals, on a machine modelled by a
-// hive file (KAVOGPS_REGISTRY) that maps COM names to the devices.
-#include <fcntl.h>
+// The program as a user runs it: read by a pipe that closes early; ports,
+// find and monitor against receivers on pseudo-terminals, on a machine
+// modelled by a registry file (KAVOGPS_REGISTRY).
 #include <signal.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include <chrono>
+#include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <regex>
-#include <thread>
 
 #include "posix/tool_process.h"
-#include "scratch_dir.h"
 #include "simulator/posix/pty_receiver.h"
 #include "tool_run.h"
 
 namespace kavo::test {
 namespace {
-
-// The serial ports of a machine, as the registry lists them.
-class Machine {
- public:
-  void AddPort(int number, const std::string& device) {
-    const std::string n = std::to_string(number);
-    keys_ += "[HKEY_LOCAL_MACHINE\\Drivers\\Active\\" + n + "]\r\n\"Name\"=\"COM" + n +
-             ":\"\r\n\"Key\"=\"Drivers\\\\Serial" + n + "\"\r\n\r\n[HKEY_LOCAL_MACHINE\\Drivers\\Serial" + n +
-             "]\r\n\"FriendlyName\"=\"USB Serial Port\"\r\n\r\n";
-    map_ += "\"" + device + "\"=\"COM" + n + "\"\r\n";
-  }
-  // The environment that makes the tool see this machine.
-  ToolProcess::Environment Environment() {
-    dir_.Write("machine.reg", "Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\Drivers\\Active]\r\n\r\n" +
-                                  keys_ + "[HKEY_LOCAL_MACHINE\\Hardware\\DeviceMap\\SerialComm]\r\n" + map_);
-    return {{"KAVOGPS_REGISTRY", dir_.File("machine.reg")}};
-  }
-
- private:
-  ScratchDir dir_;
-  std::string keys_, map_;
-};
 
 const char kAbsentDevice[] = "/dev/kavogps-none";  // short: names are at most 18 characters
 
@@ -54,106 +29,116 @@ std::unique_ptr<sim::PtyReceiver> Receiver(uint32_t baud) {
   return receiver;
 }
 
-// Every open of the receiver's port has been closed again.
-bool PortClosed(const sim::PtyReceiver& receiver) {
-  for (int i = 0; i < 200 && receiver.Snapshot().readers != 0; ++i)
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  return receiver.Snapshot().readers == 0;
+// Waits until the program's output or messages match `pattern`.
+bool Has(const ToolProcess& process, const std::string& pattern) {
+  return process.WaitFor([&] { return std::regex_search(process.Out() + process.Err(), std::regex(pattern)); });
 }
 
-TEST(KavogpsPorts, ListsEachPortWithItsBusyFlagAndSettings) {
-  auto receiver = Receiver(4800);
-  {
-    // The port as some program left it: 9600 baud, two stop bits.
-    const int fd = open(receiver->DevicePath().c_str(), O_RDWR | O_NOCTTY);
-    ASSERT_GE(fd, 0);
-    termios settings{};
-    ASSERT_EQ(tcgetattr(fd, &settings), 0);
-    cfsetspeed(&settings, B9600);
-    settings.c_cflag |= CSTOPB;
-    ASSERT_EQ(tcsetattr(fd, TCSANOW, &settings), 0);
-    close(fd);
+TEST(KavogpsProgram, AReaderThatStopsEarlyEndsItQuietly) {
+  for (const char* args : {"play --interval 1 --json", "play --interval 1", "play --interval 1 --nmea", "simulate"}) {
+    // The status of the tool, and anything it said, after the reader left.
+    const std::string command =
+        std::string("bash -c 'set -o pipefail; ") + KAVOGPS_TOOL + " " + args + " | head -2 >/dev/null; echo $?' 2>&1";
+    std::string text(64, '\0');
+    FILE* pipe = popen(command.c_str(), "r");
+    ASSERT_NE(pipe, nullptr);
+    text.resize(fread(text.data(), 1, text.size(), pipe));
+    pclose(pipe);
+    EXPECT_EQ(text, "0\n") << args;
   }
-  Machine machine;
-  machine.AddPort(7, receiver->DevicePath());
-  machine.AddPort(8, kAbsentDevice);
-  const ToolRun run = RunToolProcess({"ports"}, machine.Environment());
-  ASSERT_EQ(run.code, 0) << run.err;
-  EXPECT_TRUE(std::regex_search(run.out, std::regex("PORT +BUSY +BAUD +PARITY +DATA +STOP\n"
-                                                    "COM8: +yes +\\(cannot be opened: in use, or gone\\)\n"
-                                                    "COM7: +no +9600 +none +8 +2\n")))
-      << run.out;
-  EXPECT_TRUE(PortClosed(*receiver));
-
-  Machine empty;
-  const ToolRun none = RunToolProcess({"ports"}, empty.Environment());
-  EXPECT_EQ(none.code, 0);
-  EXPECT_EQ(none.out, "No serial ports found.\n");
 }
 
-TEST(KavogpsFind, ReportsThePortAndTheSpeedTheReceiverTalksAt) {
-  auto receiver = Receiver(9600);  // heard at 4800 as garbage first
-  Machine machine;
-  machine.AddPort(7, receiver->DevicePath());
-  machine.AddPort(8, kAbsentDevice);
-  const ToolRun run = RunToolProcess({"find"}, machine.Environment());
-  ASSERT_EQ(run.code, 0) << run.err;
-  EXPECT_EQ(run.out, "GPS receiver on COM7: at 9600 baud\n");
-  EXPECT_TRUE(Contains(run.err, "Searching for a GPS receiver on 2 ports: COM8:, COM7:")) << run.err;
-  EXPECT_TRUE(PortClosed(*receiver));
+TEST(KavogpsPorts, ListAndSearchTellEachPortsDeviceAndWhyOneCannotBeOpened) {
+  auto receiver = Receiver(9600), other = Receiver(4800);  // heard at 4800 as garbage first
+  TempDir dir;
+  dir.Write("machine.reg", "Windows Registry Editor Version 5.00\r\n\r\n"
+                           "[HKEY_LOCAL_MACHINE\\Drivers\\Active\\7]\r\n\"Name\"=\"COM7:\"\r\n"
+                           "[HKEY_LOCAL_MACHINE\\Drivers\\Active\\8]\r\n\"Name\"=\"COM8:\"\r\n"
+                           "[HKEY_LOCAL_MACHINE\\Drivers\\Active\\9]\r\n\"Name\"=\"COM9:\"\r\n"
+                           "[HKEY_LOCAL_MACHINE\\Hardware\\DeviceMap\\SerialComm]\r\n\"" +
+                               receiver->DevicePath() + "\"=\"COM7\"\r\n\"" + kAbsentDevice + "\"=\"COM8\"\r\n\"" +
+                               other->DevicePath() + "\"=\"COM9\"\r\n");
+  const ToolProcess::Environment machine = {{"KAVOGPS_REGISTRY", dir.File("machine.reg")}};
+  ToolProcess holder({"monitor", other->DevicePath()}, machine);
+  ASSERT_TRUE(Has(holder, "GPS fix")) << holder.Err();
+
+  const ToolRun ports = RunToolProcess({"ports"}, machine);
+  ASSERT_EQ(ports.code, 0) << ports.err;
+  EXPECT_TRUE(std::regex_search(ports.out, std::regex("PORT +BUSY +BAUD +PARITY +DATA +STOP\n"
+                                                      "COM9: +yes +\\(cannot be opened: it is busy: another.*\n"
+                                                      "  " + other->DevicePath() + "\n"
+                                                      "COM8: +yes +\\(cannot be opened: there is no such device.*\n"
+                                                      "  /dev/kavogps-none\n"
+                                                      "COM7: +no +[0-9]+ +[a-z]+ +[5-8] +[12]\n"
+                                                      "  " + receiver->DevicePath() + "\n")))
+      << ports.out;
+
+  const ToolRun find = RunToolProcess({"find"}, machine);
+  ASSERT_EQ(find.code, 0) << find.err;
+  EXPECT_EQ(find.out, "GPS receiver on COM7: (" + receiver->DevicePath() + ") at 9600 baud\n");
+  EXPECT_TRUE(Contains(find.err, "on 3 ports: COM9: (" + other->DevicePath() + "), COM8: (/dev/kavogps-none), COM7:"))
+      << find.err;
+  EXPECT_TRUE(Contains(find.err, "Skipped COM9: it is busy: another program is using it\n"
+                                 "Skipped COM8: there is no such device"))
+      << find.err;
+
+  // A machine description that cannot be used is told, not taken for a
+  // machine without ports.
+  dir.Write("bad.reg", "[HKEY_LOCAL_MACHINE\\Drivers]\r\n");
+  for (const auto& [command, file] : {std::make_pair("ports", "absent.reg"), std::make_pair("find", "bad.reg")}) {
+    const ToolRun bad = RunToolProcess({command}, {{"KAVOGPS_REGISTRY", dir.File(file)}});
+    EXPECT_EQ(bad.code, cli::kExitFile) << bad.err;
+    EXPECT_TRUE(Contains(bad.err, std::string("kavogps ") + command + ": KAVOGPS_REGISTRY names '" +
+                                      dir.File(file) + (file[0] == 'a' ? "', which does not exist" : "', which is not")))
+        << bad.err;
+  }
 }
 
-TEST(KavogpsFind, WithoutAReceiverSaysSoWithItsOwnExitCode) {
-  Machine machine;
-  machine.AddPort(8, kAbsentDevice);
-  ToolRun run = RunToolProcess({"find"}, machine.Environment());
-  EXPECT_EQ(run.code, 5) << run.err;
-  EXPECT_TRUE(Contains(run.err, "kavogps find: no GPS receiver found")) << run.err;
-  EXPECT_EQ(run.out, "");
-
-  Machine empty;
-  run = RunToolProcess({"find"}, empty.Environment());
-  EXPECT_EQ(run.code, 5) << run.err;
-  EXPECT_TRUE(Contains(run.err, "there are no serial ports")) << run.err;
-}
-
-TEST(KavogpsMonitor, ShowsTheReceiverUntilInterruptedAndLeavesThePortClosed) {
+TEST(KavogpsMonitor, FollowsAReceiverByItsLongNameUntilItIsUnplugged) {
   auto receiver = Receiver(4800);
-  Machine machine;
-  machine.AddPort(7, receiver->DevicePath());
-  ScratchDir dir;
-  const std::string gpx = dir.File("track.gpx");
-  ToolProcess monitor({"monitor", "COM7", "--json", "--gpx", gpx}, machine.Environment());
-  ASSERT_TRUE(monitor.Started());
-  ASSERT_TRUE(monitor.WaitForOutput(
-      [](const std::string& out) {
-        return std::regex_search(out, std::regex("\\{\"class\":\"TPV\",\"device\":\"COM7:\",\"mode\":3,.*\"time\":"
-                                                 "\"2024-05-14T10:00:0[0-9]\\.[0-9]{3}Z\",\"lat\":48\\.117"));
-      },
-      20000))
+  TempDir dir;
+  // As udev names receivers under /dev/serial/by-id: longer than a port name.
+  const std::string link = dir.File("usb-u-blox_AG_GNSS_receiver-if00");
+  std::filesystem::create_symlink(receiver->DevicePath(), link);
+  ToolProcess monitor({"monitor", link, "--json", "--once", "--gpx", dir.File("track.gpx")});
+  ASSERT_TRUE(Has(monitor, "\\{\"class\":\"TPV\",\"device\":\"" + link + "\",\"mode\":3,.*\"lat\":48\\.117"))
       << monitor.Out() << monitor.Err();
 
-  // A second program cannot have the port meanwhile.
-  const ToolRun busy = RunToolProcess({"monitor", "COM7", "--gpx", dir.File("second.gpx")}, machine.Environment());
-  EXPECT_EQ(busy.code, 4) << busy.err;
-  EXPECT_TRUE(Contains(busy.err, "cannot open COM7: another program is using it")) << busy.err;
+  // A second program cannot have the port meanwhile, and says why.
+  const ToolRun busy = RunToolProcess({"monitor", receiver->DevicePath(), "--gpx", dir.File("second.gpx")});
+  EXPECT_EQ(busy.code, cli::kExitPortUnavailable) << busy.err;
+  EXPECT_TRUE(Contains(busy.err, "cannot open " + receiver->DevicePath() + ": it is busy")) << busy.err;
 
-  monitor.Signal(SIGINT);
-  EXPECT_EQ(monitor.Finish(10000), 0) << monitor.Err();
-  EXPECT_TRUE(std::regex_search(monitor.Err(), std::regex("Stopped\\.\nFixes: +[1-9]"))) << monitor.Err();
-  const std::string track = ReadFile(gpx);
+  receiver->Stop();  // unplugged
+  EXPECT_EQ(monitor.Finish(), cli::kExitFailure) << monitor.Err();
+  EXPECT_TRUE(std::regex_search(monitor.Err(), std::regex("the receiver on " + link + " is gone\nReceiver gone\\.\n"
+                                                          "Fixes: +[1-9]")))
+      << monitor.Err();
+  const std::string track = dir.Read("track.gpx");
   EXPECT_TRUE(Contains(track, "<trkpt lat=\"48.117")) << track;
   EXPECT_EQ(track.substr(track.size() - 7), "</gpx>\n");
-  EXPECT_EQ(dir.Listing(), "track.gpx;") << "the refused monitor left its track file";
-  EXPECT_TRUE(PortClosed(*receiver));
+  EXPECT_FALSE(std::filesystem::exists(dir.File("second.gpx"))) << "the refused monitor left its track file";
 }
 
-TEST(KavogpsMonitor, APortThatIsNotThereIsItsOwnFailure) {
-  ScratchDir dir;
-  const ToolRun run = RunToolProcess({"monitor", kAbsentDevice, "--gpx", dir.File("track.gpx")});
-  EXPECT_EQ(run.code, 4) << run.err;
-  EXPECT_TRUE(Contains(run.err, "cannot open")) << run.err;
-  EXPECT_EQ(dir.Listing(), "");
+TEST(KavogpsMonitor, WaitsForAnUnpluggedReceiverAndOpensItAgain) {
+  const std::string link = "/tmp/kgps-" + std::to_string(getpid());  // short enough to be a port name
+  auto receiver = Receiver(4800);
+  std::filesystem::remove(link);  // left by a run that failed
+  std::filesystem::create_symlink(receiver->DevicePath(), link);
+  ToolProcess monitor({"monitor", link, "--nmea"});
+  ASSERT_TRUE(Has(monitor, "\\$GPGGA")) << monitor.Err();
+  receiver->Stop();
+  ASSERT_TRUE(Has(monitor, "the receiver on " + link + " is gone; waiting for it")) << monitor.Err();
+
+  auto again = Receiver(4800);
+  std::filesystem::remove(link);
+  std::filesystem::create_symlink(again->DevicePath(), link);
+  ASSERT_TRUE(Has(monitor, link + " is back\n")) << monitor.Err();
+  const size_t seen = monitor.Out().size();
+  ASSERT_TRUE(monitor.WaitFor([&] { return Contains(monitor.Out().substr(seen), "$GPGGA"); }));
+  monitor.Signal(SIGINT);
+  EXPECT_EQ(monitor.Finish(), 0) << monitor.Err();
+  std::filesystem::remove(link);
 }
 
 }  // namespace

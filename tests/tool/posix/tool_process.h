@@ -1,5 +1,5 @@
-// The kavogps program run as a user runs it: arguments, environment,
-// standard output and error read as they come, signals, exit status.
+// The kavogps program run as a user runs it: arguments, environment, its
+// output and messages (in files, read as they grow), signals, exit status.
 #pragma once
 
 #include <sys/types.h>
@@ -9,40 +9,31 @@
 #include <utility>
 #include <vector>
 
+#include "common/temp_dir.h"
+#include "tool_run.h"
+
 namespace kavo::test {
 
 class ToolProcess {
  public:
   using Environment = std::vector<std::pair<std::string, std::string>>;
-  ToolProcess(const std::vector<std::string>& args, const Environment& environment = {});
+  explicit ToolProcess(const std::vector<std::string>& args, const Environment& environment = {});
   ~ToolProcess();  // kills a program still running
-  ToolProcess(const ToolProcess&) = delete;
-  ToolProcess& operator=(const ToolProcess&) = delete;
 
-  bool Started() const { return pid_ > 0; }
-  // Reads until `done` holds for standard output or `ms` pass; whether it held.
-  bool WaitForOutput(const std::function<bool(const std::string& out)>& done, int ms);
+  // Waits up to `ms` for `done` to hold; whether it did.
+  bool WaitFor(const std::function<bool()>& done, int ms = 20000) const;
   void Signal(int signal) const;
-  // Waits up to `ms` for the end, reading both streams; the exit code, or
-  // -1 when it had to be killed or died of a signal.
-  int Finish(int ms);
+  // Waits up to `ms` for the end: the exit code, or -1 (killed, or a signal).
+  int Finish(int ms = 20000);
 
-  const std::string& Out() const { return out_; }
-  const std::string& Err() const { return err_; }
+  std::string Out() const { return files_.Read("out"); }
+  std::string Err() const { return files_.Read("err"); }
 
  private:
-  bool ReadSome(int ms);  // false once both streams are closed
+  TempDir files_;
   pid_t pid_ = -1;
-  int outFd_ = -1, errFd_ = -1;
-  std::string out_, err_;
 };
 
-struct ToolRun {
-  int code = -1;
-  std::string out, err;
-};
-
-ToolRun RunToolProcess(const std::vector<std::string>& args, const ToolProcess::Environment& environment = {},
-                       int ms = 60000);
+ToolRun RunToolProcess(const std::vector<std::string>& args, const ToolProcess::Environment& environment = {});
 
 }  // namespace kavo::test

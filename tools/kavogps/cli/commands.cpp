@@ -1,5 +1,9 @@
 #include "cli/commands.h"
 
+#include <algorithm>
+#include <iostream>
+
+#include "cli/console.h"
 #include "cli/play_command.h"
 #include "cli/port_commands.h"
 #include "cli/simulate_command.h"
@@ -16,7 +20,9 @@ void PrintUsage(std::ostream& out) {
     name.resize(12, ' ');
     out << "  " << name << command.summary << '\n';
   }
-  out << "\nRun 'kavogps COMMAND --help' for the options of a command.\n\n" << kExitCodeHelp;
+  out << "\nRun 'kavogps COMMAND --help' for the options of a command; every command\n"
+         "also takes --version.\n\n"
+      << kExitCodeHelp;
 }
 
 }  // namespace
@@ -41,6 +47,8 @@ const std::vector<Command>& Commands() {
   return commands;
 }
 
+bool OutputClosed(std::ostream& out) { return &out == &std::cout && StandardOutputClosed(); }
+
 int RunTool(const Arguments& args, std::ostream& out, std::ostream& err) {
   if (args.empty()) {
     PrintUsage(err);
@@ -51,7 +59,10 @@ int RunTool(const Arguments& args, std::ostream& out, std::ostream& err) {
     PrintUsage(out);
     return kExitOk;
   }
-  if (first == "--version" || first == "-V") {
+  const auto isVersion = [](const std::string& arg) { return arg == "--version" || arg == "-V"; };
+  const bool known = std::any_of(Commands().begin(), Commands().end(),
+                                 [&](const Command& command) { return first == command.name; });
+  if (isVersion(first) || (known && std::any_of(args.begin() + 1, args.end(), isVersion))) {
     out << "kavogps " << KAVOGPS_VERSION << '\n';
     return kExitOk;
   }

@@ -31,6 +31,10 @@ struct Command {
 
 const std::vector<Command>& Commands();
 
+// Whether `out` is the program's standard output and its reader has gone:
+// then a command stops quietly, with status 0.
+bool OutputClosed(std::ostream& out);
+
 // The whole tool: `args` without the program name. Output goes to `out`,
 // messages to `err`; returns the exit code.
 int RunTool(const Arguments& args, std::ostream& out, std::ostream& err);

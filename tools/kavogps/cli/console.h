@@ -14,6 +14,13 @@ bool StandardErrorIsTerminal();
 // The rows of the terminal standard output shows, or 0 when unknown.
 int StandardOutputRows();
 
+// Writing to a closed pipe fails instead of ending the program, which then
+// stops quietly (see StandardOutputClosed).
+void SurviveClosedOutput();
+// Whether standard output is a pipe or socket whose reader has gone: a
+// normal way to stop reading (`kavogps play --json | head`).
+bool StandardOutputClosed();
+
 // The running program's own file.
 std::filesystem::path ExecutablePath();
 

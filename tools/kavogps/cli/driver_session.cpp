@@ -4,16 +4,31 @@
 #include <mutex>
 #include <ostream>
 
+#include "cli/gps_library.h"
+
 namespace kavo::cli {
 namespace {
 
 constexpr uint32_t kPollMs = 50;
 
+// A sentence with the state before it, or a reading of the newest state.
+struct Event {
+  std::string sentence;  // empty for a reading
+  Reading reading;
+  uint64_t ms = 0;
+};
+
+uint64_t NowMs() {
+  return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                   std::chrono::steady_clock::now().time_since_epoch())
+                                   .count());
+}
+
 // What the callbacks share with the session's thread.
 struct Shared {
   std::mutex mutex;
   GPSDriverHandle driver = nullptr;  // set while a session runs
-  std::vector<Reading> readings;
+  std::vector<Event> events;
   uint64_t sentences = 0;
 };
 
@@ -22,25 +37,33 @@ Shared& Active() {
   return shared;
 }
 
-void Record(bool sentence) {
+void Record(const KavoChar* sentence) {
   Shared& shared = Active();
   std::lock_guard<std::mutex> lock(shared.mutex);
   if (!shared.driver) return;
-  if (sentence) ++shared.sentences;
-  Reading reading;
-  if (TakeReading(shared.driver, &reading)) shared.readings.push_back(std::move(reading));
+  Event event;
+  if (sentence) {
+    ++shared.sentences;
+    event.sentence = FromLibraryText(sentence);
+    while (!event.sentence.empty() && (event.sentence.back() == '\n' || event.sentence.back() == '\r'))
+      event.sentence.pop_back();
+    if (event.sentence.empty()) return;
+  }
+  if (!TakeReading(shared.driver, &event.reading)) return;
+  event.ms = NowMs();
+  shared.events.push_back(std::move(event));
 }
 
-void OnStatus() { Record(false); }
-void OnData(uint32_t) { Record(false); }
-void OnSentence(const KavoChar*) { Record(true); }
+void OnStatus() { Record(nullptr); }
+void OnData(uint32_t) { Record(nullptr); }
+void OnSentence(const KavoChar* sentence) { Record(sentence); }
 
-std::vector<Reading> TakeQueued() {
+std::vector<Event> TakeQueued() {
   Shared& shared = Active();
   std::lock_guard<std::mutex> lock(shared.mutex);
-  std::vector<Reading> readings;
-  readings.swap(shared.readings);
-  return readings;
+  std::vector<Event> events;
+  events.swap(shared.events);
+  return events;
 }
 
 }  // namespace
@@ -50,7 +73,7 @@ GPSDataCallback SessionDataCallback() { return OnData; }
 GPSSentenceCallback SessionSentenceCallback() { return OnSentence; }
 
 DriverSession::DriverSession(GPSDriverHandle driver, SessionOptions options)
-    : driver_(driver), options_(options) {}
+    : driver_(driver), options_(options), epochs_(options.quietMs, [this](const EpochReport& r) { Deliver(r); }) {}
 
 DriverSession::~DriverSession() { Stop(); }
 
@@ -58,7 +81,7 @@ bool DriverSession::Start(uint32_t* lastError) {
   {
     std::lock_guard<std::mutex> lock(Active().mutex);
     Active().driver = driver_;
-    Active().readings.clear();
+    Active().events.clear();
     Active().sentences = 0;
   }
   running_ = true;
@@ -73,23 +96,31 @@ uint64_t DriverSession::SentencesSeen() const {
   return Active().sentences;
 }
 
-void DriverSession::Deliver(const std::vector<Reading>& readings) {
-  for (const Reading& reading : readings) {
-    if (track_) track_->Add(reading.location);
-    for (ReadingView* view : views_) view->Show(reading);
-  }
+void DriverSession::Deliver(const EpochReport& report) {
+  if (track_) track_->Add(report);
+  for (ReadingView* view : views_) view->Show(report);
 }
 
 SessionEnd DriverSession::Run(InterruptWatch& interrupt) {
   using Clock = std::chrono::steady_clock;
   const Clock::time_point start = Clock::now();
   bool delivering = false;  // the status has left "stopped" at least once
+  Reading latest;
   SessionEnd end = SessionEnd::kInterrupted;
   for (;;) {
     const bool interrupted = interrupt.Wait(kPollMs);
-    Record(false);
-    const std::vector<Reading> readings = TakeQueued();
-    Deliver(readings);
+    Record(nullptr);
+    const std::vector<Event> events = TakeQueued();
+    for (const Event& event : events) {
+      if (event.sentence.empty()) {
+        epochs_.Latest(event.reading, event.ms);
+      } else {
+        for (ReadingView* view : views_) view->Sentence(event.sentence);
+        epochs_.Sentence(event.sentence, event.reading, event.ms);
+      }
+      latest = event.reading;
+      for (ReadingView* view : views_) view->Status(event.reading.status);
+    }
     for (ReadingView* view : views_) view->Tick();
     bool outputFailed = false;
     for (std::ostream* out : outputs_) outputFailed |= !out->good();
@@ -97,9 +128,9 @@ SessionEnd DriverSession::Run(InterruptWatch& interrupt) {
       end = interrupted ? SessionEnd::kInterrupted : SessionEnd::kOutputFailed;
       break;
     }
-    if (readings.empty() || !options_.endsWithRecording) continue;
-    const int32_t status = readings.back().status;
-    if (status == GPS_STATUS_TIMEOUT) {
+    if (events.empty()) continue;
+    const int32_t status = latest.status;
+    if (status == GPS_STATUS_TIMEOUT && options_.endsWithRecording) {
       end = SessionEnd::kRecordingEnded;
       break;
     }
@@ -108,12 +139,13 @@ SessionEnd DriverSession::Run(InterruptWatch& interrupt) {
     } else if (delivering) {
       end = SessionEnd::kSourceFailed;
       break;
-    } else if (Clock::now() - start > std::chrono::milliseconds(options_.noTextMs)) {
+    } else if (options_.endsWithRecording && Clock::now() - start > std::chrono::milliseconds(options_.noTextMs)) {
       end = SessionEnd::kNoText;
       break;
     }
   }
   Stop();
+  epochs_.Finish(latest);
   if (track_) track_->Finish();
   for (ReadingView* view : views_) view->Close();
   return end;
@@ -125,7 +157,7 @@ void DriverSession::Stop() {
   GPSDriver_Stop(driver_);  // joins the reading thread: no callback runs after this
   std::lock_guard<std::mutex> lock(Active().mutex);
   Active().driver = nullptr;
-  Active().readings.clear();
+  Active().events.clear();
 }
 
 }  // namespace kavo::cli

@@ -1,14 +1,13 @@
 // Runs a started driver until its recording ends, its source fails or the
-// user interrupts, showing every change of what it decoded.
+// user interrupts, showing one complete report per epoch.
 //
 // The library's callbacks carry no context, so one session at a time is
-// active. Readings are taken on the library's reading thread from the
-// sentence callback, which runs for each recognised sentence before the
-// records are updated with that sentence's chunk of text: so every chunk's
-// outcome is read, even when the library's data notifications (at most one
-// per 100 ms) would fold several together. The data and status callbacks
-// and a poll every 50 ms add readings of the newest state; the session's
-// own thread drains them in order and hands each to the views.
+// active. The sentence callback, which runs for each recognised sentence
+// before the records are updated with that sentence's chunk of text, queues
+// the sentence with a reading of the state before it: so an epoch ending as
+// the next one starts is read whole. The data and status callbacks and a
+// poll every 50 ms queue readings of the newest state; the session's own
+// thread drains the queue in order into an EpochAssembler.
 #pragma once
 
 #include <cstdint>
@@ -16,6 +15,7 @@
 
 #include "KavoMobileGPS.h"
 #include "cli/console.h"
+#include "cli/epoch_assembler.h"
 #include "cli/fix_track.h"
 #include "cli/live_view.h"
 #include "cli/reading.h"
@@ -26,7 +26,8 @@ enum class SessionEnd {
   kRecordingEnded,  // a recording was played to its end
   kInterrupted,     // Ctrl+C, SIGTERM
   kNoText,          // a recording gave no text the library could read
-  kSourceFailed,    // the source failed after it had delivered text
+  kSourceFailed,    // the source failed after it had delivered text (a
+                    // receiver unplugged)
   kOutputFailed,    // standard output (or the GPX file) could not be written
 };
 
@@ -40,6 +41,9 @@ struct SessionOptions {
   bool endsWithRecording = false;
   uint32_t endTimeoutMs = 3000;
   uint32_t noTextMs = 0;
+  // An epoch is complete after this long without a sentence, when the next
+  // epoch has not begun before.
+  uint32_t quietMs = 300;
 };
 
 // The callbacks to create the session's driver with.
@@ -55,7 +59,7 @@ class DriverSession {
   DriverSession& operator=(const DriverSession&) = delete;
 
   void AddView(ReadingView* view) { views_.push_back(view); }
-  // Fixes go to `track` as readings arrive.
+  // Fixes go to `track` epoch by epoch.
   void SetTrack(FixTrack* track) { track_ = track; }
   // Checked after each batch of readings; a failed output ends the session.
   void WatchOutput(std::ostream* out) { outputs_.push_back(out); }
@@ -67,7 +71,7 @@ class DriverSession {
   uint64_t SentencesSeen() const;
 
  private:
-  void Deliver(const std::vector<Reading>& readings);
+  void Deliver(const EpochReport& report);
   void Stop();
 
   GPSDriverHandle driver_;
@@ -76,6 +80,7 @@ class DriverSession {
   std::vector<std::ostream*> outputs_;
   FixTrack* track_ = nullptr;
   bool running_ = false;
+  EpochAssembler epochs_;
 };
 
 }  // namespace kavo::cli

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "cli/epoch_assembler.h"
 #include "cli/reading.h"
 
 namespace kavo::cli {
@@ -46,6 +47,17 @@ std::string Duration(double seconds) {
   return text;
 }
 
+// Seconds from `from` to `to`; times of day alone step forward across midnight.
+double StepSeconds(const Fix& from, const Fix& to) {
+  double step = (to.oleTime - from.oleTime) * 86400.0;
+  if (to.timeType != GPS_TIME_FULL || from.timeType != GPS_TIME_FULL) {
+    step = std::fmod(step, 86400.0);
+    if (step < -43200.0) step += 86400.0;
+    else if (step > 43200.0) step -= 86400.0;
+  }
+  return step;
+}
+
 }  // namespace
 
 double GreatCircleMetres(double lat1, double lon1, double lat2, double lon2) {
@@ -57,8 +69,14 @@ double GreatCircleMetres(double lat1, double lon1, double lat2, double lon2) {
   return 2.0 * kEarthMeanRadius * std::asin(std::sqrt(std::fmin(1.0, a)));
 }
 
+void FixTrack::Add(const EpochReport& report) { Add(report.reading.location); }
+
 void FixTrack::Add(const GPSLocation& location) {
-  if (!HasFix(location)) return;
+  if (!HasFix(location)) {
+    Finish();
+    lost_ = true;
+    return;
+  }
   const int64_t timeMs = TimeOfDayMs(location);
   if (current_ && current_->latitude == location.Latitude && current_->longitude == location.Longitude &&
       currentTimeMs_ == timeMs) {
@@ -72,8 +90,11 @@ void FixTrack::Add(const GPSLocation& location) {
 
 void FixTrack::Finish() {
   if (!current_) return;
-  const Fix fix = *current_;
+  Fix fix = *current_;
   current_.reset();
+  fix.startsSegment =
+      !last_ || lost_ || (!fix.timeOfDay.empty() && !last_->timeOfDay.empty() && StepSeconds(*last_, fix) < 0);
+  lost_ = false;
   if (last_) distance_ += GreatCircleMetres(last_->latitude, last_->longitude, fix.latitude, fix.longitude);
   if (!first_) first_ = fix;
   last_ = fix;
@@ -94,13 +115,7 @@ void FixTrack::ExtendSpan(const Fix& fix) {
     return;
   }
   if (!dated && span_->first.timeType != GPS_TIME_FULL) ++span_->undatedBefore;
-  double step = (fix.oleTime - span_->last.oleTime) * 86400.0;
-  if (!dated || span_->last.timeType != GPS_TIME_FULL) {
-    // Times of day alone: a step across midnight is forward.
-    step = std::fmod(step, 86400.0);
-    if (step < -43200.0) step += 86400.0;
-    else if (step > 43200.0) step -= 86400.0;
-  }
+  const double step = StepSeconds(span_->last, fix);
   if (step >= 0) span_->seconds += step;
   else ++span_->stepsBack;
   span_->last = fix;

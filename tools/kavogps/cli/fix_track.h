@@ -19,6 +19,9 @@ struct Fix {
   std::string timeOfDay;           // empty when the receiver sent no time
   double oleTime = 0;              // as the location record holds it
   int32_t timeType = GPS_TIME_LOCAL_CLOCK;
+  // The first fix of a stretch: the first of all, the first after the fix
+  // was lost, or one whose time is before the last fix's (a repeat, a jump).
+  bool startsSegment = false;
 };
 
 // Great-circle distance in metres on a sphere of the Earth's mean radius.
@@ -30,9 +33,11 @@ class FixTrack {
   // `onFix` receives each fix once it is complete.
   explicit FixTrack(Listener onFix = nullptr) : onFix_(std::move(onFix)) {}
 
-  // A location read from the driver. A sentence that repeats the position
-  // and time of the fix (RMC after GGA) completes it instead of adding one.
+  // A location read from the driver; one without a fix ends the stretch of
+  // fixes. A location that repeats the position and time of the fix
+  // completes it instead of adding one.
   void Add(const GPSLocation& location);
+  void Add(const struct EpochReport& report);
   // The last fix is complete: no more locations come.
   void Finish();
 
@@ -58,6 +63,7 @@ class FixTrack {
   uint64_t count_ = 0;
   double distance_ = 0;
   std::optional<Span> span_;
+  bool lost_ = false;
 
   void ExtendSpan(const Fix& fix);
 };

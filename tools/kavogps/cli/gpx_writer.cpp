@@ -37,13 +37,15 @@ bool GpxWriter::Open(const std::string& path, const std::string& trackName, std:
            "  <trk>\n"
            "    <name>"
         << XmlEscape(trackName)
-        << "</name>\n"
-           "    <trkseg>\n";
+        << "</name>\n";
   return true;
 }
 
 void GpxWriter::Add(const Fix& fix) {
   if (!file_.is_open()) return;
+  if (segmentOpen_ && fix.startsSegment) file_ << "    </trkseg>\n";
+  if (!segmentOpen_ || fix.startsSegment) file_ << "    <trkseg>\n";
+  segmentOpen_ = true;
   file_ << "      <trkpt lat=\"" << JsonNumber(fix.latitude, 9) << "\" lon=\"" << JsonNumber(fix.longitude, 9)
         << "\">";
   if (fix.altitude) file_ << "<ele>" << JsonNumber(*fix.altitude, 3) << "</ele>";
@@ -58,7 +60,7 @@ void GpxWriter::Add(const Fix& fix) {
 
 bool GpxWriter::Finish(std::string* error) {
   if (!file_.is_open()) return true;
-  file_ << "    </trkseg>\n  </trk>\n</gpx>\n";
+  file_ << (segmentOpen_ ? "    </trkseg>\n" : "") << "  </trk>\n</gpx>\n";
   file_.close();
   if (!file_.fail()) {
     path_.clear();

@@ -1,5 +1,6 @@
-// A GPX 1.1 track written as the fixes come: one <trk> with one <trkseg>,
-// a <trkpt> per fix with its elevation and time when known. A file that
+// A GPX 1.1 track written as the fixes come: one <trk>, a <trkseg> per
+// stretch of fixes (see Fix::startsSegment), a <trkpt> per fix with its
+// elevation and time when known. A file that
 // could not be completed is removed.
 #pragma once
 
@@ -30,6 +31,7 @@ class GpxWriter {
  private:
   std::string path_;
   std::ofstream file_;
+  bool segmentOpen_ = false;
 };
 
 std::string XmlEscape(const std::string& text);

@@ -1,5 +1,6 @@
 #include "cli/live_view.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -41,7 +42,7 @@ std::string SignalBar(int32_t snr) {
   return "[" + std::string(static_cast<size_t>(marks), '#') + std::string(static_cast<size_t>(kWidth - marks), ' ') + "]";
 }
 
-std::string RenderScreen(const Reading& r, const std::string& title) {
+std::string RenderScreen(const Reading& r, const std::string& title, int rows) {
   const GPSLocation& l = r.location;
   std::string s = title + "\n\n";
   s += "Status      " + std::string(StatusWords(r.status)) + "\n";
@@ -58,12 +59,18 @@ std::string RenderScreen(const Reading& r, const std::string& title) {
   s += "Precision   " + Dops(l) + "\n\n";
   s += "Satellites in view: " + std::to_string(r.satellites.size()) + "\n";
   if (!r.satellites.empty()) s += "  PRN  Elev  Azim  SNR\n";
-  for (const GPSSatellite& sat : r.satellites) {
+  // What fits: the lines so far, and one for "... n more" when not all do.
+  const int used = static_cast<int>(std::count(s.begin(), s.end(), '\n'));
+  const int total = static_cast<int>(r.satellites.size());
+  const int shown = rows <= 0 || used + total <= rows ? total : std::max(0, rows - used - 1);
+  for (int i = 0; i < shown; ++i) {
+    const GPSSatellite& sat = r.satellites[static_cast<size_t>(i)];
     char line[96];
     std::snprintf(line, sizeof line, "  %3d  %4.0f  %4.0f  %3d  ", sat.PRN, Degrees(sat.Elevation),
                   Degrees(sat.Azimuth), sat.SNR);
     s += line + SignalBar(sat.SNR) + "\n";
   }
+  if (shown < total) s += "  ... " + std::to_string(total - shown) + " more\n";
   return s;
 }
 
@@ -82,10 +89,16 @@ std::string RenderLine(const Reading& r) {
   return s;
 }
 
-void TerminalView::Show(const Reading& reading) {
-  latest_ = reading;
+void TerminalView::Show(const EpochReport& report) {
+  latest_ = report.reading;
   pending_ = true;
   Tick();
+}
+
+void TerminalView::Status(int32_t status) {
+  if (status == latest_.status) return;
+  latest_.status = status;
+  pending_ = true;
 }
 
 void TerminalView::Tick() {
@@ -103,9 +116,9 @@ void TerminalView::Draw() {
   // Home, each line cleared to its end, then everything below cleared: the
   // screen changes in place without flicker.
   std::string frame = started_ ? "\x1b[H" : "\x1b[2J\x1b[H";
-  const std::string screen = RenderScreen(latest_, title_);
   // One row is left free for the cursor after the last line.
   int rowsLeft = rows_ && rows_() > 1 ? rows_() - 1 : -1;
+  const std::string screen = RenderScreen(latest_, title_, rowsLeft);
   size_t start = 0;
   for (size_t end; rowsLeft != 0 && (end = screen.find('\n', start)) != std::string::npos; start = end + 1, --rowsLeft)
     frame += screen.substr(start, end - start) + "\x1b[K\n";
@@ -114,20 +127,12 @@ void TerminalView::Draw() {
   pending_ = false;
 }
 
-void LineView::Show(const Reading& reading) {
-  std::string line = RenderLine(reading);
-  if (line == last_) return;
-  out_ << line << '\n' << std::flush;
-  last_ = std::move(line);
-}
+void LineView::Show(const EpochReport& report) { out_ << RenderLine(report.reading) << '\n' << std::flush; }
 
-void JsonView::Show(const Reading& reading) {
-  std::string tpv = TpvJson(reading, device_), sky = SkyJson(reading, device_);
-  if (tpv != lastTpv_) out_ << tpv << '\n';
-  if (sky != lastSky_) out_ << sky << '\n';
-  if (tpv != lastTpv_ || sky != lastSky_) out_ << std::flush;
-  lastTpv_ = std::move(tpv);
-  lastSky_ = std::move(sky);
+void JsonView::Show(const EpochReport& report) {
+  out_ << TpvJson(report.reading, device_) << '\n';
+  if (report.skyChanged) out_ << SkyJson(report.reading, device_) << '\n';
+  out_ << std::flush;
 }
 
 }  // namespace kavo::cli

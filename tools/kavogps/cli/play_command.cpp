@@ -1,9 +1,12 @@
 #include "cli/play_command.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <vector>
 
 #include "cli/bundled_data.h"
 #include "cli/gps_library.h"
@@ -19,17 +22,21 @@ void PrintHelp(std::ostream& out) {
   out << "Usage: kavogps play [FILE] [OPTIONS]\n\n"
          "Plays a recorded NMEA file through the library, one line per interval, as if\n"
          "a receiver were attached, and shows what it decodes: on a terminal a screen\n"
-         "updated in place, otherwise one line per change. Without FILE it plays the\n"
+         "updated in place, otherwise one line per epoch. Without FILE it plays the\n"
          "bundled recording "
       << kDefaultRecording
-      << ". At the end of the recording it stops and prints the number of\n"
-         "fixes, the distance travelled and the time they span.\n\n"
+      << ".\nAt the end of the recording it stops and prints the number of fixes, the\n"
+         "distance travelled and the time they span.\n\n"
          "Options:\n"
          "  --interval MS   milliseconds per line, 1 to 60000 (default 100: a receiver\n"
-         "                  sending 7 lines a second plays a little faster than real time)\n"
+         "                  sending 7 lines a second plays a little faster than real\n"
+         "                  time)\n"
          "  --repeat        start again at the end, until interrupted (Ctrl+C)\n"
-         "  --json          write JSON lines instead: TPV and SKY objects as a GPS\n"
-         "                  daemon's clients read them (the summary goes to standard error)\n"
+         "  --json          write JSON lines instead: a TPV object per epoch and a SKY\n"
+         "                  object when the sky changes, as a GPS daemon's clients read\n"
+         "                  them (the summary goes to standard error)\n"
+         "  --nmea          write the sentences as received instead (the summary goes to\n"
+         "                  standard error)\n"
          "  --gpx FILE      also write the track of fixes to FILE as GPX 1.1\n"
          "  -h, --help      show this help\n\n"
       << kExitCodeHelp;
@@ -63,12 +70,37 @@ bool ParsePlayArguments(const Arguments& args, PlaySettings* s, std::string* err
     else if (name == "--interval") ok = reader.Number(1, kMaxIntervalMs, "milliseconds per line from 1 to 60000", &s->intervalMs);
     else if (name == "--repeat") ok = reader.Flag(&s->repeat);
     else if (name == "--json") ok = reader.Flag(&s->json);
+    else if (name == "--nmea") ok = reader.Flag(&s->nmea);
     else if (name == "--gpx") ok = reader.Value(&s->gpx);
     else if (!reader.IsOption() && s->file.empty()) s->file = name;
     else ok = reader.Unknown();
   }
   if (!ok) *error = reader.Error();
+  if (ok && s->json && s->nmea) {
+    *error = "--json and --nmea are two kinds of output: choose one";
+    return false;
+  }
   return ok;
+}
+
+bool LooksLikeNmea(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::string text;
+  std::vector<char> buffer(1 << 16);
+  // Zero bytes dropped, UTF-16 text reads as its single-byte twin; the tail
+  // of each block is kept so a sentence across blocks is still seen.
+  while (in.read(buffer.data(), static_cast<std::streamsize>(buffer.size())) || in.gcount() > 0) {
+    for (std::streamsize i = 0; i < in.gcount(); ++i)
+      if (buffer[static_cast<size_t>(i)] != '\0') text += buffer[static_cast<size_t>(i)];
+    for (size_t at = text.find_first_of("$!"); at != std::string::npos; at = text.find_first_of("$!", at + 1)) {
+      if (at + 6 >= text.size()) break;
+      const bool address = std::all_of(text.begin() + at + 1, text.begin() + at + 6,
+                                       [](char c) { return std::isupper(static_cast<unsigned char>(c)) || std::isdigit(static_cast<unsigned char>(c)); });
+      if (address && text[at + 6] == ',') return true;
+    }
+    text.erase(0, text.size() > 6 ? text.size() - 6 : 0);
+  }
+  return false;
 }
 
 uint32_t EndTimeoutMs(int64_t intervalMs) { return static_cast<uint32_t>(2 * intervalMs + 1000); }
@@ -100,9 +132,13 @@ int RunPlay(const Arguments& args, std::ostream& out, std::ostream& err) {
     err << "kavogps play: '" << shown << "': " << problem << '\n';
     return kExitFile;
   }
+  if (!LooksLikeNmea(file.string())) {
+    err << "kavogps play: '" << shown << "' holds no NMEA sentence\n";
+    return kExitFile;
+  }
 
   SessionOutput output(out, err,
-                       {settings.json, settings.gpx, shown,
+                       {settings.json, settings.nmea, settings.gpx, shown,
                         "kavogps play " + shown + "  (" + std::to_string(settings.intervalMs) + " ms per line" +
                             (settings.repeat ? ", repeating" : "") + "; Ctrl+C stops)"});
   if (!output.OpenTrackFile(&error)) {
@@ -138,6 +174,10 @@ int RunPlay(const Arguments& args, std::ostream& out, std::ostream& err) {
   }
   const SessionEnd end = session.Run(interrupt);
 
+  if (end == SessionEnd::kOutputFailed && OutputClosed(out)) {
+    output.Finish("", &error);  // the track so far is kept
+    return kExitOk;
+  }
   if (end == SessionEnd::kOutputFailed) {
     output.Abandon();
     err << "kavogps play: writing the output failed\n";

@@ -14,6 +14,7 @@ struct PlaySettings {
   int64_t intervalMs = 100;
   bool repeat = false;
   bool json = false;
+  bool nmea = false;
   std::string gpx;  // empty: no track file
   bool help = false;
 };
@@ -27,6 +28,11 @@ bool ParsePlayArguments(const Arguments& args, PlaySettings* settings, std::stri
 // between lines is one interval (a little more when the machine is busy),
 // so twice that and a second more never cuts a recording short.
 uint32_t EndTimeoutMs(int64_t intervalMs);
+
+// Whether the file at `path` holds something shaped like an NMEA sentence
+// ("$" or "!", a five-character address, a comma), in a single-byte or
+// UTF-16 encoding; reading it through the library takes seconds to tell.
+bool LooksLikeNmea(const std::string& path);
 
 int RunPlay(const Arguments& args, std::ostream& out, std::ostream& err);
 

@@ -2,12 +2,14 @@
 
 #include <chrono>
 #include <cstdio>
+#include <functional>
 #include <future>
 #include <iostream>
 #include <vector>
 
 #include "cli/console.h"
 #include "cli/option_reader.h"
+#include "cli/port_device.h"
 #include "cli/session_output.h"
 
 namespace kavo::cli {
@@ -30,17 +32,6 @@ bool HelpOnly(const Arguments& args, const char* command, bool* help, std::ostre
   return true;
 }
 
-std::vector<std::string> PortNames(COMPortCollectionHandle ports) {
-  std::vector<std::string> names;
-  const int32_t count = COMPortCollection_GetCount(ports);
-  for (int32_t i = 0; i < count; ++i) {
-    uint8_t busy = 0;
-    const PortInfoPtr port(COMPortCollection_GetPort(ports, i, &busy));
-    if (port) names.push_back(FromLibraryText(COMPortInfo_GetName(port.get())));
-  }
-  return names;
-}
-
 constexpr size_t kMaxPortName = 18;  // without the colon the library adds
 
 size_t PortNameLength(const std::string& name) {
@@ -51,6 +42,38 @@ size_t PortNameLength(const std::string& name) {
 std::string Padded(std::string text, size_t width) {
   if (text.size() < width) text.resize(width, ' ');
   return text + ' ';
+}
+
+// "/dev/ttyUSB0: u-blox AG u-blox 7 (cdc_acm)", or empty when unknown.
+std::string DeviceText(const std::string& portName) {
+  const PortDevice device = DescribePort(portName);
+  if (device.path.empty()) return device.description;
+  return device.description.empty() ? device.path : device.path + ": " + device.description;
+}
+
+// Why `portName` cannot be opened, after "cannot open PORT: ".
+std::string TroubleText(const std::string& portName) {
+  const PortDiagnosis diagnosis = DiagnosePort(portName);
+  switch (diagnosis.trouble) {
+    case PortTrouble::kMissing: return "there is no such device";
+    case PortTrouble::kNoPermission:
+      return "permission denied" +
+             (diagnosis.group.empty() ? std::string()
+                                      : "; members of the group '" + diagnosis.group +
+                                            "' may use it (sudo usermod -aG " + diagnosis.group +
+                                            " $USER, then log in again)");
+    case PortTrouble::kBusy: break;
+  }
+  return "it is busy: another program is using it";
+}
+
+// A machine description that cannot be used is told, not taken for a
+// machine without ports.
+bool MachineUsable(const char* command, std::ostream& err) {
+  const std::string problem = MachineDescriptionProblem();
+  if (problem.empty()) return true;
+  err << "kavogps " << command << ": " << problem << '\n';
+  return false;
 }
 
 }  // namespace
@@ -75,11 +98,13 @@ int RunPorts(const Arguments& args, std::ostream& out, std::ostream& err) {
     out << "Usage: kavogps ports\n\n"
            "Lists the serial ports the library finds, in the order a search probes\n"
            "them, with whether each is busy (it cannot be opened: another program has\n"
-           "it, or the device is gone) and its current settings (speed, parity, data\n"
-           "bits, stop bits). Each port is opened briefly to read them.\n\n"
+           "it, the device is gone, or access is denied) and its current settings\n"
+           "(speed, parity, data bits, stop bits). Each port is opened briefly to read\n"
+           "them. Under each port: its device and what the system knows of it.\n\n"
         << kExitCodeHelp;
     return kExitOk;
   }
+  if (!MachineUsable("ports", err)) return kExitFile;
   const PortCollectionPtr ports(COMPortCollection_Create(1));
   const int32_t count = ports ? COMPortCollection_GetCount(ports.get()) : 0;
   if (count == 0) {
@@ -98,16 +123,19 @@ int RunPorts(const Arguments& args, std::ostream& out, std::ostream& err) {
       ++failures;
       continue;
     }
-    out << Padded(FromLibraryText(COMPortInfo_GetName(port.get())), 21) << Padded(busy ? "yes" : "no", 4);
+    const std::string name = FromLibraryText(COMPortInfo_GetName(port.get()));
+    out << Padded(name, 21) << Padded(busy ? "yes" : "no", 4);
     COMPortParams params{};
     if (busy) {
-      out << "(cannot be opened: in use, or gone)\n";
+      out << "(cannot be opened: " << TroubleText(name) << ")\n";
     } else if (!COMPortInfo_GetParams(port.get(), &params)) {
       out << "(set to a speed or parity outside the library's tables)\n";
     } else {
       out << Padded(std::to_string(params.BaudRate), 7) << Padded(ParityName(params.Parity), 6)
           << Padded(std::to_string(params.ByteSize), 4) << StopBitsName(params.StopBits) << '\n';
     }
+    const std::string device = DeviceText(name);
+    if (!device.empty()) out << "  " << device << '\n';
   }
   return failures == 0 ? kExitOk : kExitFailure;
 }
@@ -121,18 +149,31 @@ int RunFind(const Arguments& args, std::ostream& out, std::ostream& err) {
            "intermediate driver first, when there is one, then each port of the list\n"
            "'kavogps ports' shows, in that order, listening at 4800 baud and, when it\n"
            "hears text that is not NMEA, at 9600 and 2400. Each port takes a few\n"
-           "seconds (at most 15). Prints the port and speed of the receiver found.\n"
-           "The library writes each probe to its diagnostic log (standard error on\n"
-           "Linux, unless libKavoMobileGPS.ini beside the library names a log file).\n\n"
+           "seconds (at most 15). Prints the port and speed of the receiver found, and\n"
+           "says which ports were skipped because they could not be opened.\n"
+           "The library logs each probe to its diagnostic output (on Linux standard\n"
+           "error, only when KAVOGPS_DEBUG_OUTPUT is set) and to the log file that\n"
+           "libKavoMobileGPS.ini beside the library may name.\n\n"
         << kExitCodeHelp;
     return kExitOk;
   }
-  std::vector<std::string> names;
+  if (!MachineUsable("find", err)) return kExitFile;
+  std::vector<std::string> names, busy;
   {
     const PortCollectionPtr ports(COMPortCollection_Create(1));
-    if (ports) names = PortNames(ports.get());
+    const int32_t count = ports ? COMPortCollection_GetCount(ports.get()) : 0;
+    for (int32_t i = 0; i < count; ++i) {
+      uint8_t inUse = 0;
+      const PortInfoPtr port(COMPortCollection_GetPort(ports.get(), i, &inUse));
+      if (!port) continue;
+      names.push_back(FromLibraryText(COMPortInfo_GetName(port.get())));
+      if (inUse) busy.push_back(names.back());
+    }
     std::string list;
-    for (const std::string& name : names) list += (list.empty() ? "" : ", ") + name;
+    for (const std::string& name : names) {
+      const std::string path = DescribePort(name).path;
+      list += (list.empty() ? "" : ", ") + name + (path.empty() ? "" : " (" + path + ")");
+    }
     err << "Searching for a GPS receiver on "
         << (names.empty() ? std::string("the GPS intermediate driver's port, if there is one")
                           : std::to_string(names.size()) + (names.size() == 1 ? " port: " : " ports: ") + list)
@@ -152,6 +193,7 @@ int RunFind(const Arguments& args, std::ostream& out, std::ostream& err) {
   }
   if (terminal) err << "\r\x1b[K";
   const auto [port, lastError] = search.get();
+  for (const std::string& name : busy) err << "Skipped " << name << " " << TroubleText(name) << '\n';
   if (!port) {
     // Where there are no ports the library cannot even list them.
     if (names.empty() && (lastError == kErrorFileNotFound || lastError == kErrorNotSupported)) {
@@ -159,7 +201,8 @@ int RunFind(const Arguments& args, std::ostream& out, std::ostream& err) {
       return kExitNoReceiver;
     }
     if (lastError == kErrorFileNotFound) {
-      err << "kavogps find: no GPS receiver found on any port\n";
+      err << "kavogps find: no GPS receiver found on "
+          << (busy.empty() ? "any port\n" : "the ports that could be opened\n");
       return kExitNoReceiver;
     }
     err << "kavogps find: the search failed (error " << lastError << ")\n";
@@ -167,73 +210,118 @@ int RunFind(const Arguments& args, std::ostream& out, std::ostream& err) {
   }
   COMPortParams params{};
   COMPortInfo_GetParams(port.get(), &params);
-  out << "GPS receiver on " << FromLibraryText(COMPortInfo_GetName(port.get())) << " at " << params.BaudRate
+  const std::string name = FromLibraryText(COMPortInfo_GetName(port.get()));
+  const std::string device = DeviceText(name);
+  out << "GPS receiver on " << name << (device.empty() ? "" : " (" + device + ")") << " at " << params.BaudRate
       << " baud\n";
   return kExitOk;
 }
 
-int RunMonitor(const Arguments& args, std::ostream& out, std::ostream& err) {
-  OptionReader reader(args);
-  std::string portName, gpx;
+namespace {
+
+struct MonitorSettings {
+  std::string port, gpx;
   int64_t baud = 4800;
-  bool help = false, json = false, ok = true;
+  bool help = false, json = false, nmea = false, once = false;
+};
+
+bool ParseMonitorArguments(const Arguments& args, MonitorSettings* s, std::ostream& err) {
+  OptionReader reader(args);
+  bool ok = true;
   while (ok && reader.Next()) {
     const std::string& name = reader.Name();
-    if (name == "-h" || name == "--help") ok = reader.Flag(&help);
-    else if (name == "--baud") ok = reader.Number(1, INT32_MAX, kBaudRates, &baud);
-    else if (name == "--json") ok = reader.Flag(&json);
-    else if (name == "--gpx") ok = reader.Value(&gpx);
-    else if (!reader.IsOption() && portName.empty()) portName = name;
+    if (name == "-h" || name == "--help") ok = reader.Flag(&s->help);
+    else if (name == "--baud") ok = reader.Number(1, INT32_MAX, kBaudRates, &s->baud);
+    else if (name == "--json") ok = reader.Flag(&s->json);
+    else if (name == "--nmea") ok = reader.Flag(&s->nmea);
+    else if (name == "--once") ok = reader.Flag(&s->once);
+    else if (name == "--gpx") ok = reader.Value(&s->gpx);
+    else if (!reader.IsOption() && s->port.empty()) s->port = name;
     else ok = reader.Unknown();
   }
-  if (ok && !help && portName.empty()) {
-    ok = false;
-    err << "kavogps monitor: name the port to monitor, e.g. COM3 or /dev/ttyUSB0\n";
-  } else if (ok && !help && PortNameLength(portName) > kMaxPortName) {
+  if (!ok) err << "kavogps monitor: " << reader.Error() << '\n';
+  else if (s->help) return true;
+  else if (s->port.empty()) err << "kavogps monitor: name the port to monitor, e.g. COM3 or /dev/ttyUSB0\n";
+  else if (s->json && s->nmea) err << "kavogps monitor: --json and --nmea are two kinds of output: choose one\n";
+  else if (PortNameLength(ResolveDevicePath(s->port)) > kMaxPortName)
     // The library opens a port by its name with a colon, in 19 characters.
-    ok = false;
-    err << "kavogps monitor: the port name '" << portName << "' is too long: the library takes at most "
-        << kMaxPortName << " characters (a shorter name, such as a symbolic link, will do)\n";
-  } else if (!ok) {
-    err << "kavogps monitor: " << reader.Error() << '\n';
+    err << "kavogps monitor: the port name '" << s->port << "' is too long, even as the device it names: the "
+        << "library takes at most " << kMaxPortName << " characters\n";
+  else return true;
+  err << "Run 'kavogps monitor --help' for the options.\n";
+  return false;
+}
+
+void PrintMonitorHelp(std::ostream& out) {
+  out << "Usage: kavogps monitor PORT [OPTIONS]\n\n"
+         "Shows what a GPS receiver on PORT sends, decoded by the library, until\n"
+         "interrupted (Ctrl+C): on a terminal a screen updated in place, otherwise one\n"
+         "line per epoch. PORT is a name such as COM3 or, on Linux, a device such as\n"
+         "/dev/ttyUSB0 or a link under /dev/serial/by-id; 'kavogps find' tells where a\n"
+         "receiver is. When the receiver is unplugged, it waits for it to come back\n"
+         "and opens it again.\n\n"
+         "Options:\n"
+         "  --baud N      the port's speed (default 4800): 110, 1200, 2400, 4800, 9600,\n"
+         "                14400, 19200, 38400, 56000, 57600, 115200, 128000 or 256000\n"
+         "  --json        write JSON lines instead: a TPV object per epoch and a SKY\n"
+         "                object when the sky changes, as a GPS daemon's clients read\n"
+         "                them (the summary goes to standard error)\n"
+         "  --nmea        write the sentences as received instead (the summary goes to\n"
+         "                standard error)\n"
+         "  --gpx FILE    also write the track of fixes to FILE as GPX 1.1\n"
+         "  --once        end with status 1 when the receiver goes, instead of waiting\n"
+         "  -h, --help    show this help\n\n"
+      << kExitCodeHelp;
+}
+
+// Opens the port and runs a session on it until it ends; the driver could
+// not be created when `code` is set.
+SessionEnd MonitorOnce(const PortInfoPtr& port, SessionOutput& output, InterruptWatch& interrupt,
+                       uint32_t* code, const std::function<void()>& started) {
+  const DriverPtr driver(GPSDriver_CreateFromCOMPort(port.get(), SessionStatusCallback(), SessionDataCallback(),
+                                                     SessionSentenceCallback()));
+  if (!driver) {
+    *code = KavoMobileGPS_GetLastError();
+    return SessionEnd::kSourceFailed;
   }
-  if (!ok) {
-    err << "Run 'kavogps monitor --help' for the options.\n";
-    return kExitUsage;
-  }
-  if (help) {
-    out << "Usage: kavogps monitor PORT [OPTIONS]\n\n"
-           "Shows what a GPS receiver on PORT sends, decoded by the library, until\n"
-           "interrupted (Ctrl+C): on a terminal a screen updated in place, otherwise one\n"
-           "line per change. PORT is a name such as COM3 or, on Linux, a device such as\n"
-           "/dev/ttyUSB0; 'kavogps find' tells where a receiver is.\n\n"
-           "Options:\n"
-           "  --baud N      the port's speed (default 4800): "
-        << kBaudRates
-        << "\n"
-           "  --json        write JSON lines instead: TPV and SKY objects as a GPS\n"
-           "                daemon's clients read them (the summary goes to standard error)\n"
-           "  --gpx FILE    also write the track of fixes to FILE as GPX 1.1\n"
-           "  -h, --help    show this help\n\n"
-        << kExitCodeHelp;
+  DriverSession session(driver.get(), SessionOptions{});
+  output.Attach(session);
+  if (!session.Start(code)) return SessionEnd::kSourceFailed;
+  started();
+  return session.Run(interrupt);
+}
+
+}  // namespace
+
+int RunMonitor(const Arguments& args, std::ostream& out, std::ostream& err) {
+  MonitorSettings settings;
+  if (!ParseMonitorArguments(args, &settings, err)) return kExitUsage;
+  if (settings.help) {
+    PrintMonitorHelp(out);
     return kExitOk;
   }
-
-  const COMPortParams params{static_cast<int32_t>(baud), 0, 0, 8};
-  const PortInfoPtr port(COMPortInfo_Create(ToLibraryText(portName).c_str(), &params));
+  if (!MachineUsable("monitor", err)) return kExitFile;
+  const std::string& portName = settings.port;
+  const std::string libraryName =
+      PortNameLength(portName) > kMaxPortName ? ResolveDevicePath(portName) : portName;
+  const COMPortParams params{static_cast<int32_t>(settings.baud), 0, 0, 8};
+  const PortInfoPtr port(COMPortInfo_Create(ToLibraryText(libraryName).c_str(), &params));
   if (!port) {
     if (KavoMobileGPS_GetLastError() == kErrorInvalidParameter) {
-      err << "kavogps monitor: invalid value '" << baud << "' for --baud: expected " << kBaudRates << '\n';
+      err << "kavogps monitor: invalid value '" << settings.baud << "' for --baud: expected " << kBaudRates << '\n';
       return kExitUsage;
     }
     err << "kavogps monitor: the port '" << portName << "' cannot be described (error "
         << KavoMobileGPS_GetLastError() << ")\n";
     return kExitFailure;
   }
-  const std::string shown = FromLibraryText(COMPortInfo_GetName(port.get()));
+  // The colon the library adds belongs to COM names, not to paths.
+  const bool path = !portName.empty() && portName[0] == '/';
+  const std::string shown = path ? portName : FromLibraryText(COMPortInfo_GetName(port.get()));
   SessionOutput output(out, err,
-                       {json, gpx, shown,
-                        "kavogps monitor " + shown + "  (" + std::to_string(baud) + " baud; Ctrl+C stops)"});
+                       {settings.json, settings.nmea, settings.gpx, shown,
+                        "kavogps monitor " + shown + "  (" + std::to_string(settings.baud) +
+                            " baud; Ctrl+C stops)"});
   std::string error;
   if (!output.OpenTrackFile(&error)) {
     err << "kavogps monitor: " << error << '\n';
@@ -241,37 +329,49 @@ int RunMonitor(const Arguments& args, std::ostream& out, std::ostream& err) {
   }
 
   InterruptWatch interrupt;  // before the library starts any thread
-  const DriverPtr driver(GPSDriver_CreateFromCOMPort(port.get(), SessionStatusCallback(), SessionDataCallback(),
-                                                     SessionSentenceCallback()));
-  if (!driver) {
-    const uint32_t code = KavoMobileGPS_GetLastError();
+  uint32_t code = 0;
+  SessionEnd end = MonitorOnce(port, output, interrupt, &code, [] {});
+  if (code != 0) {
     output.Abandon();
     if (code == kErrorFileNotFound) {
-      err << "kavogps monitor: cannot open " << portName
-          << ": another program is using it, or there is no such port ('kavogps ports' lists them)\n";
+      err << "kavogps monitor: cannot open " << portName << ": " << TroubleText(libraryName) << '\n';
       return kExitPortUnavailable;
     }
-    err << "kavogps monitor: cannot set up " << portName << " at " << baud << " baud (error " << code << ")\n";
+    err << "kavogps monitor: cannot set up " << portName << " at " << settings.baud << " baud (error " << code
+        << ")\n";
     return kExitFailure;
   }
-  DriverSession session(driver.get(), SessionOptions{});
-  output.Attach(session);
-  uint32_t code = 0;
-  if (!session.Start(&code)) {
-    output.Abandon();
-    err << "kavogps monitor: the library could not start reading " << portName << " (error " << code << ")\n";
-    return kExitFailure;
+  // An unplugged receiver is waited for and opened again once a second.
+  bool gone = false;
+  while (end == SessionEnd::kSourceFailed && !settings.once) {
+    if (!gone) err << "kavogps monitor: the receiver on " << shown << " is gone; waiting for it (Ctrl+C stops)\n";
+    gone = true;
+    if (interrupt.Wait(1000)) {
+      end = SessionEnd::kInterrupted;
+      break;
+    }
+    code = 0;
+    end = MonitorOnce(port, output, interrupt, &code, [&] {
+      err << "kavogps monitor: " << shown << " is back\n" << std::flush;
+      gone = false;
+    });
   }
-  if (session.Run(interrupt) == SessionEnd::kOutputFailed) {
+  if (end == SessionEnd::kOutputFailed && OutputClosed(out)) {
+    output.Finish("", &error);
+    return kExitOk;
+  }
+  if (end == SessionEnd::kOutputFailed) {
     output.Abandon();
     err << "kavogps monitor: writing the output failed\n";
     return kExitFailure;
   }
-  if (!output.Finish("Stopped.", &error)) {
+  if (end == SessionEnd::kSourceFailed)
+    err << "kavogps monitor: the receiver on " << shown << " is gone\n";
+  if (!output.Finish(end == SessionEnd::kSourceFailed ? "Receiver gone." : "Stopped.", &error)) {
     err << "kavogps monitor: " << error << '\n';
     return kExitFile;
   }
-  return kExitOk;
+  return end == SessionEnd::kSourceFailed ? kExitFailure : kExitOk;
 }
 
 }  // namespace kavo::cli

@@ -8,7 +8,9 @@ namespace kavo::cli {
 
 SessionOutput::SessionOutput(std::ostream& out, std::ostream& err, OutputChoice choice)
     : out_(out), err_(err), choice_(std::move(choice)), track_([this](const Fix& fix) { gpx_.Add(fix); }) {
-  if (choice_.json)
+  if (choice_.nmea)
+    view_ = std::make_unique<SentenceView>(out_);
+  else if (choice_.json)
     view_ = std::make_unique<JsonView>(out_, choice_.device);
   else if (&out_ == &std::cout && StandardOutputIsAnsiTerminal())
     view_ = std::make_unique<TerminalView>(out_, choice_.title, StandardOutputRows);
@@ -29,9 +31,10 @@ void SessionOutput::Attach(DriverSession& session) {
 
 bool SessionOutput::Finish(const std::string& heading, std::string* error) {
   const bool written = gpx_.Finish(error);
-  // With JSON on standard output the summary goes with the messages, so
-  // the output stays one object per line.
-  std::ostream& summary = choice_.json ? err_ : out_;
+  if (heading.empty()) return written;
+  // With JSON or sentences on standard output the summary goes with the
+  // messages, so the output stays what programs read.
+  std::ostream& summary = choice_.json || choice_.nmea ? err_ : out_;
   summary << heading << '\n' << Summary(track_);
   if (written && !choice_.gpxPath.empty())
     summary << "Track:      " << choice_.gpxPath << " (" << track_.Count() << " points)\n";

@@ -15,6 +15,7 @@ namespace kavo::cli {
 
 struct OutputChoice {
   bool json = false;
+  bool nmea = false;    // the sentences as received instead of decoded
   std::string gpxPath;  // empty: none
   std::string device;   // names the source in JSON
   std::string title;    // heads the live screen
@@ -30,8 +31,9 @@ class SessionOutput {
   bool OpenTrackFile(std::string* error);
   // Connects the views and the track to `session`.
   void Attach(DriverSession& session);
-  // Completes the track file and prints the summary under `heading`;
-  // false with a message when the track file could not be written.
+  // Completes the track file and prints the summary under `heading` (none
+  // when `heading` is empty); false with a message when the track file
+  // could not be written.
   bool Finish(const std::string& heading, std::string* error);
   // Removes a track file that will not be completed.
   void Abandon() { gpx_.Abandon(); }

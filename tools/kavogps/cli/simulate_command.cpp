@@ -35,8 +35,7 @@ void PrintHelp(std::ostream& out) {
            "                     port is at another speed it sends garbage\n"
            "  --silent           the live receiver sends nothing\n";
   }
-  out << "  -h, --help         show this help\n\n"
-         "Exit status: 0 done, 1 failed while working, 2 bad command line.\n";
+  out << "  -h, --help         show this help\n\n" << kExitCodeHelp;
 }
 
 bool ParseUnsigned(const std::string& text, uint64_t* value) {
@@ -213,6 +212,7 @@ int RunSimulate(const Arguments& args, std::ostream& out, std::ostream& err) {
     UseBinaryStandardOutput();
     WriteSimulation(settings, out, &lines, &damaged);
     out.flush();
+    if (!out.good() && OutputClosed(out)) return kExitOk;  // the reader stopped reading
     if (!out.good()) {
       err << "kavogps simulate: writing to standard output failed\n";
       return kExitFailure;
@@ -223,7 +223,7 @@ int RunSimulate(const Arguments& args, std::ostream& out, std::ostream& err) {
   std::ofstream file(settings.output, std::ios::binary | std::ios::trunc);
   if (!file) {
     err << "kavogps simulate: cannot create '" << settings.output << "': " << std::strerror(errno) << '\n';
-    return kExitFailure;
+    return kExitFile;
   }
   const uint64_t epochs = WriteSimulation(settings, file, &lines, &damaged);
   file.close();
@@ -235,7 +235,7 @@ int RunSimulate(const Arguments& args, std::ostream& out, std::ostream& err) {
     if (regular) std::filesystem::remove(settings.output, ignored);
     err << "kavogps simulate: writing '" << settings.output << "' failed"
         << (regular ? "; the incomplete file was removed\n" : "\n");
-    return kExitFailure;
+    return kExitFile;
   }
   out << "Wrote " << epochs << " epochs, " << lines << " lines (" << damaged << " damaged) to "
       << settings.output << " (" << sim::EncodingName(settings.encoding) << ")\n";

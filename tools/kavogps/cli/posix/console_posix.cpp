@@ -1,3 +1,4 @@
+#include <poll.h>
 #include <signal.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -21,6 +22,13 @@ int StandardOutputRows() {
 }
 
 bool StandardErrorIsTerminal() { return isatty(STDERR_FILENO) == 1; }
+
+void SurviveClosedOutput() { signal(SIGPIPE, SIG_IGN); }
+
+bool StandardOutputClosed() {
+  pollfd out{STDOUT_FILENO, POLLOUT, 0};
+  return poll(&out, 1, 0) == 1 && (out.revents & (POLLERR | POLLHUP)) != 0;
+}
 
 std::filesystem::path ExecutablePath() {
   std::error_code error;

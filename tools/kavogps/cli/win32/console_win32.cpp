@@ -32,6 +32,18 @@ bool StandardOutputIsAnsiTerminal() {
   return SetConsoleMode(console, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
 }
 
+// Windows has no SIGPIPE: a write to a closed pipe already fails.
+void SurviveClosedOutput() {}
+
+bool StandardOutputClosed() {
+  const HANDLE out = GetStdHandle(STD_OUTPUT_HANDLE);
+  if (GetFileType(out) != FILE_TYPE_PIPE) return false;
+  DWORD written = 0;
+  if (WriteFile(out, "", 0, &written, nullptr)) return false;
+  const DWORD error = GetLastError();
+  return error == ERROR_NO_DATA || error == ERROR_BROKEN_PIPE;
+}
+
 int StandardOutputRows() {
   CONSOLE_SCREEN_BUFFER_INFO info{};
   if (!GetConsoleScreenBufferInfo(GetStdHandle(STD_OUTPUT_HANDLE), &info)) return 0;

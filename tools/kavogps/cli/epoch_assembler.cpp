@@ -1,0 +1,227 @@
+#include "cli/epoch_assembler.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <sstream>
+#include <vector>
+
+namespace kavo::cli {
+namespace {
+
+constexpr double kMphPerKnot = 1852.0 / 1609.344;
+constexpr uint32_t kSkyFlags = GPS_VALID_PDOP | GPS_VALID_HDOP | GPS_VALID_VDOP | GPS_VALID_SATELLITES_IN_USE;
+constexpr uint32_t kNeedsFix = GPS_VALID_POSITION | GPS_VALID_ALTITUDE | GPS_VALID_GEOID_SEPARATION |
+                               GPS_VALID_SPEED | GPS_VALID_COURSE | GPS_VALID_MAGNETIC_COURSE;
+
+std::vector<std::string> Fields(const std::string& sentence) {
+  size_t start = sentence.find_first_of("$!");
+  start = start == std::string::npos ? 0 : start + 1;
+  const std::string body = sentence.substr(start, sentence.find_first_of("*\r\n", start) - start);
+  std::vector<std::string> fields;
+  std::istringstream stream(body);
+  for (std::string field; std::getline(stream, field, ',');) fields.push_back(field);
+  if (!body.empty() && body.back() == ',') fields.emplace_back();
+  return fields;
+}
+
+bool SameSky(const Reading& a, const Reading& b) {
+  const GPSLocation &x = a.location, &y = b.location;
+  if ((x.ValidFlags & kSkyFlags) != (y.ValidFlags & kSkyFlags)) return false;
+  if (Has(x, GPS_VALID_PDOP) && x.PDOP != y.PDOP) return false;
+  if (Has(x, GPS_VALID_HDOP) && x.HDOP != y.HDOP) return false;
+  if (Has(x, GPS_VALID_VDOP) && x.VDOP != y.VDOP) return false;
+  if (Has(x, GPS_VALID_SATELLITES_IN_USE) && x.SatellitesInUse != y.SatellitesInUse) return false;
+  if (a.satellites.size() != b.satellites.size()) return false;
+  for (size_t i = 0; i < a.satellites.size(); ++i) {
+    const GPSSatellite &s = a.satellites[i], &t = b.satellites[i];
+    if (s.PRN != t.PRN || s.SNR != t.SNR || s.Elevation != t.Elevation || s.Azimuth != t.Azimuth) return false;
+  }
+  return true;
+}
+
+// The record's time moved to the epoch's own time of day `hhmmss`: the
+// library leaves its record alone for a sentence that repeats the last
+// position, time and all. The date stays the record's, a day on when the
+// time of day wrapped past midnight.
+void SetTimeOfDay(GPSLocation& l, const std::string& hhmmss) {
+  if (hhmmss.size() < 6) return;
+  const double sent = (std::atof(hhmmss.substr(0, 2).c_str()) * 3600.0 +
+                       std::atof(hhmmss.substr(2, 2).c_str()) * 60.0 + std::atof(hhmmss.substr(4).c_str())) /
+                      86400.0;
+  if (l.TimeType == GPS_TIME_LOCAL_CLOCK) l.TimeType = GPS_TIME_OF_DAY;
+  double day = std::floor(l.Time);
+  const double held = l.Time - day;
+  if (sent < held - 0.5) day += 1;
+  else if (sent > held + 0.5) day -= 1;
+  l.Time = day + sent;
+}
+
+// ddmm.mmmm and its hemisphere as signed degrees.
+double Angle(const std::string& value, const std::string& hemisphere, size_t degreeDigits) {
+  const double degrees = std::atof(value.substr(0, degreeDigits).c_str()) +
+                         std::atof(value.substr(std::min(degreeDigits, value.size())).c_str()) / 60.0;
+  return hemisphere == "S" || hemisphere == "W" ? -degrees : degrees;
+}
+
+double Held(const GPSLocation& l, uint32_t flag) {
+  switch (flag) {
+    case GPS_VALID_POSITION: return l.Latitude;
+    case 0: return l.Longitude;  // the second half of the position
+    case GPS_VALID_SPEED: return l.Speed;
+    case GPS_VALID_COURSE: return Degrees(l.Course);
+    case GPS_VALID_MAGNETIC_COURSE: return Degrees(l.MagneticCourse);
+    case GPS_VALID_ALTITUDE: return l.Altitude;
+    case GPS_VALID_GEOID_SEPARATION: return l.GeoidSeparation;
+    case GPS_VALID_SATELLITES_IN_USE: return l.SatellitesInUse;
+    case GPS_VALID_PDOP: return l.PDOP;
+    case GPS_VALID_HDOP: return l.HDOP;
+    default: return l.VDOP;
+  }
+}
+
+// The flags whose values in the record differ from what the epoch sent:
+// those sentences reached the library only with the next epoch's.
+uint32_t Differing(const GPSLocation& l, const std::vector<std::pair<uint32_t, double>>& values) {
+  uint32_t differing = 0;
+  for (const auto& [flag, value] : values) {
+    double difference = std::fabs(Held(l, flag) - value);
+    if (flag == GPS_VALID_COURSE || flag == GPS_VALID_MAGNETIC_COURSE) difference = std::fmod(difference, 360.0);
+    // Speeds come in knots or km/h, rounded: a thousandth of the value more.
+    const double tolerance = flag == GPS_VALID_SPEED ? 0.01 + std::fabs(value) / 1000.0 : 0.01;
+    if (difference > tolerance && difference < 360.0 - tolerance) differing |= flag ? flag : GPS_VALID_POSITION;
+  }
+  return differing;
+}
+
+}  // namespace
+
+SentenceFacts ReadSentenceFacts(const std::string& sentence) {
+  SentenceFacts facts;
+  std::vector<std::string> f = Fields(sentence);
+  if (f.empty() || f[0].size() < 3) return facts;
+  f.resize(std::max<size_t>(f.size(), 20));
+  const auto given = [&](size_t i) { return !f[i].empty(); };
+  const auto flag = [&](bool value, uint32_t bit) { facts.known |= value ? bit : 0; };
+  const std::string type = f[0].substr(f[0].size() - 3);
+  facts.key = f[0];
+  if (type == "GGA") {
+    facts.time = f[1];
+    facts.quality = given(6) ? std::atoi(f[6].c_str()) : 0;
+    facts.fix = *facts.quality > 0 && given(2) && given(4);
+    facts.said = GPS_VALID_POSITION | GPS_VALID_ALTITUDE | GPS_VALID_GEOID_SEPARATION |
+                 GPS_VALID_SATELLITES_IN_USE | GPS_VALID_HDOP;
+    flag(*facts.fix, GPS_VALID_POSITION);
+    flag(*facts.fix && given(9), GPS_VALID_ALTITUDE);
+    flag(*facts.fix && given(11), GPS_VALID_GEOID_SEPARATION);
+    flag(given(7), GPS_VALID_SATELLITES_IN_USE);
+    flag(given(8), GPS_VALID_HDOP);
+    if (*facts.fix) facts.values = {{GPS_VALID_POSITION, Angle(f[2], f[3], 2)}, {0, Angle(f[4], f[5], 3)}};
+    const std::pair<size_t, uint32_t> numbers[] = {
+        {7, GPS_VALID_SATELLITES_IN_USE}, {8, GPS_VALID_HDOP}, {9, GPS_VALID_ALTITUDE}, {11, GPS_VALID_GEOID_SEPARATION}};
+    for (const auto& [field, number] : numbers)
+      if (given(field) && (*facts.fix || field <= 8)) facts.values.emplace_back(number, std::atof(f[field].c_str()));
+  } else if (type == "RMC") {
+    facts.time = f[1];
+    facts.fix = f[2] == "A" && given(3) && given(5);
+    facts.said = GPS_VALID_POSITION | GPS_VALID_SPEED | GPS_VALID_COURSE;
+    flag(*facts.fix, GPS_VALID_POSITION);
+    flag(*facts.fix && given(7), GPS_VALID_SPEED);
+    flag(*facts.fix && given(8), GPS_VALID_COURSE);
+    if (*facts.fix) facts.values = {{GPS_VALID_POSITION, Angle(f[3], f[4], 2)}, {0, Angle(f[5], f[6], 3)}};
+    if (*facts.fix && given(7)) facts.values.emplace_back(GPS_VALID_SPEED, std::atof(f[7].c_str()) * kMphPerKnot);
+    if (*facts.fix && given(8)) facts.values.emplace_back(GPS_VALID_COURSE, std::atof(f[8].c_str()));
+  } else if (type == "GLL") {
+    facts.time = f[5];
+    facts.fix = f[6] == "A" && given(1) && given(3);
+    facts.said = GPS_VALID_POSITION;
+    flag(*facts.fix, GPS_VALID_POSITION);
+  } else if (type == "VTG") {
+    const bool valid = f[9] != "N";  // the mode field of newer receivers: N is no fix
+    facts.said = GPS_VALID_COURSE | GPS_VALID_MAGNETIC_COURSE | GPS_VALID_SPEED;
+    flag(valid && given(1), GPS_VALID_COURSE);
+    flag(valid && given(3), GPS_VALID_MAGNETIC_COURSE);
+    flag(valid && (given(5) || given(7)), GPS_VALID_SPEED);
+    if (valid && given(1)) facts.values.emplace_back(GPS_VALID_COURSE, std::atof(f[1].c_str()));
+    if (valid && given(3)) facts.values.emplace_back(GPS_VALID_MAGNETIC_COURSE, std::atof(f[3].c_str()));
+    if (valid && given(5)) facts.values.emplace_back(GPS_VALID_SPEED, std::atof(f[5].c_str()) * kMphPerKnot);
+  } else if (type == "GSA") {
+    facts.sky = true;
+    facts.said = GPS_VALID_PDOP | GPS_VALID_HDOP | GPS_VALID_VDOP;
+    flag(given(15), GPS_VALID_PDOP);
+    flag(given(16), GPS_VALID_HDOP);
+    flag(given(17), GPS_VALID_VDOP);
+    for (const uint32_t dop : {GPS_VALID_PDOP, GPS_VALID_HDOP, GPS_VALID_VDOP}) {
+      const size_t field = dop == GPS_VALID_PDOP ? 15 : dop == GPS_VALID_HDOP ? 16 : 17;
+      if (given(field)) facts.values.emplace_back(dop, std::atof(f[field].c_str()));
+    }
+  } else if (type == "GSV") {
+    facts.sky = true;
+    facts.key += f[2];  // one key per message of the group
+  } else if (type == "ZDA") {
+    facts.time = f[1];
+  }
+  return facts;
+}
+
+void EpochAssembler::Sentence(const std::string& sentence, const Reading& before, uint64_t nowMs) {
+  const SentenceFacts facts = ReadSentenceFacts(sentence);
+  if (open_ && (keys_.count(facts.key) || nowMs - lastSentenceMs_ >= quietMs_ ||
+                (!facts.time.empty() && !time_.empty() && facts.time != time_)))
+    Close(before);
+  open_ = true;
+  lastSentenceMs_ = nowMs;
+  keys_.insert(facts.key);
+  if (time_.empty()) time_ = facts.time;
+  said_ |= facts.said;
+  known_ |= facts.known;
+  sky_ |= facts.sky;
+  if (facts.quality) quality_ = facts.quality;
+  if (facts.fix) fix_ = fix_.value_or(false) || *facts.fix;
+  for (const auto& value : facts.values) {
+    const auto same = [&](const auto& held) { return held.first == value.first; };
+    values_.erase(std::remove_if(values_.begin(), values_.end(), same), values_.end());
+    values_.push_back(value);
+  }
+}
+
+void EpochAssembler::Latest(const Reading& reading, uint64_t nowMs) {
+  if (open_ && nowMs - lastSentenceMs_ >= quietMs_) Close(reading);
+}
+
+void EpochAssembler::Finish(const Reading& reading) {
+  if (open_) Close(reading);
+}
+
+void EpochAssembler::Close(const Reading& reading) {
+  const uint32_t differing = Differing(reading.location, values_);
+  EpochReport report;
+  report.reading = reading;
+  GPSLocation& l = report.reading.location;
+  // GGA's quality decides; without a GGA, the position sentences' status.
+  report.fix = quality_ ? *quality_ > 0 && fix_.value_or(false) : fix_.value_or(false);
+  // A fix whose position the record does not hold cannot be told at all.
+  const bool whole = !(report.fix && (differing & GPS_VALID_POSITION));
+  report.timeKnown = !time_.empty();
+  // What the epoch's sentences left empty is unknown; satellites and
+  // dilutions no sentence of the epoch spoke of are the last ones known.
+  l.ValidFlags &= (known_ | (kSkyFlags & ~said_)) & ~differing & (report.fix ? ~0u : ~kNeedsFix);
+  l.FixQuality = !report.fix ? 0 : quality_ ? *quality_ : l.FixQuality > 0 ? l.FixQuality : 1;
+  if (report.timeKnown) SetTimeOfDay(l, time_);
+  else l.TimeType = GPS_TIME_LOCAL_CLOCK;
+  if (whole && sky_ && (!lastSky_ || !SameSky(*lastSky_, report.reading))) {
+    report.skyChanged = true;
+    lastSky_ = report.reading;
+  }
+  open_ = false;
+  time_.clear();
+  keys_.clear();
+  said_ = known_ = 0;
+  fix_.reset();
+  quality_.reset();
+  sky_ = false;
+  values_.clear();
+  if (whole) onEpoch_(report);
+}
+
+}  // namespace kavo::cli
