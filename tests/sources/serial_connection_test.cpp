@@ -1,5 +1,5 @@
 // What a serial connection does before any port answers; the behaviour
-// with a port at the other end is tested in sources_serial.
+// with a port at the other end is tested in serial/.
 #include "sources/serial_connection.h"
 
 #include <gtest/gtest.h>

@@ -9,7 +9,7 @@
 #include <future>
 #include <thread>
 
-#include "../tools/pty_peer/pty_receiver.h"
+#include "common/pty_peer/pty_receiver.h"
 #include "common/log_capture.h"
 #include "common/registry_model.h"
 #include "common/temp_dir.h"

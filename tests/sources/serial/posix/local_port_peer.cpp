@@ -1,7 +1,7 @@
 // The receiver's side held in the test process.
 #include <gtest/gtest.h>
 
-#include "../../tools/pty_peer/pty_receiver.h"
+#include "common/pty_peer/pty_receiver.h"
 #include "platform/platform.h"
 #include "port_peer.h"
 

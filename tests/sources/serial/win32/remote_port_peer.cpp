@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "../../tools/pty_peer/hex.h"
+#include "common/pty_peer/hex.h"
 #include "platform/platform.h"
 #include "port_peer.h"
 
