@@ -6,20 +6,6 @@
 namespace kavo::cli {
 namespace {
 
-class JsonObject {
- public:
-  explicit JsonObject(const char* cls) { text_ = "{\"class\":\"" + std::string(cls) + "\""; }
-  void Raw(const char* name, const std::string& value) { text_ += ",\"" + std::string(name) + "\":" + value; }
-  void Number(const char* name, double value, int decimals) {
-    if (std::isfinite(value)) Raw(name, JsonNumber(value, decimals));
-  }
-  void Integer(const char* name, long long value) { Raw(name, std::to_string(value)); }
-  void String(const char* name, const std::string& value) { Raw(name, JsonString(value)); }
-  std::string Close() { return text_ + "}"; }
-
- private:
-  std::string text_;
-};
 
 // The TPV status for receivers' fix qualities beyond a plain fix.
 int TpvStatus(int32_t quality) {
