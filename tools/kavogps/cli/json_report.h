@@ -6,6 +6,8 @@
 #pragma once
 
 #include <cmath>
+#include <cstdint>
+#include <set>
 #include <string>
 
 #include "cli/reading.h"
@@ -36,6 +38,7 @@ class JsonObject {
 };
 
 std::string TpvJson(const Reading& reading, const std::string& device);
-std::string SkyJson(const Reading& reading, const std::string& device);
+// `used`, when given, names the satellites the fix uses ("used" of each).
+std::string SkyJson(const Reading& reading, const std::string& device, const std::set<int32_t>* used = nullptr);
 
 }  // namespace kavo::cli

@@ -20,7 +20,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 constexpr auto kReopenEvery = std::chrono::seconds(1);
 constexpr auto kLoopWait = std::chrono::milliseconds(20);
-constexpr int kCopyWaitMs = 50;
+constexpr int kCopyWaitMs = 20;
 constexpr uint32_t kErrorFileNotFound = 2;
 
 // What the library's callbacks, which carry no context, share with the
@@ -34,6 +34,7 @@ struct Context {
   EpochCutter cutter;
   std::string lastSky;
   bool endPending = false;  // reported once the library applied the last sentence
+  double endTime = 0;       // of the epoch that sentence ended
   GPSLocation beforeEnd{};  // the location before it did
 };
 
@@ -42,12 +43,17 @@ Context& Active() {
   return context;
 }
 
-// The records as they stand, as one TPV and, when it changed, a SKY.
-void ReportLocked(Context& c) {
+// The records as they stand, as one TPV and, when it changed, a SKY; the
+// epoch's time is the one its sentences gave, when they gave a date too.
+void ReportLocked(Context& c, double time) {
   cli::Reading reading;
   if (!cli::TakeReading(c.driver, &reading)) return;
+  if (time > 0) {
+    reading.location.Time = time;
+    reading.location.TimeType = GPS_TIME_FULL;
+  }
   c.sink->Tpv(cli::TpvJson(reading, c.device));
-  std::string sky = cli::SkyJson(reading, c.device);
+  std::string sky = cli::SkyJson(reading, c.device, &c.cutter.UsedSatellites());
   if (sky == c.lastSky) return;
   c.lastSky = sky;
   c.sink->Sky(std::move(sky));
@@ -63,13 +69,14 @@ void OnSentence(const KavoChar* text) {
   // here the records hold everything before this sentence.
   if (c.endPending) {
     c.endPending = false;
-    ReportLocked(c);
+    ReportLocked(c, c.endTime);
   }
   c.sink->Nmea(sentence);
   const EpochCutter::Cut cut = c.cutter.Next(sentence);
-  if (cut.before) ReportLocked(c);
+  if (cut.before) ReportLocked(c, cut.beforeTime);
   if (cut.after) {
     GPSDriver_GetLocation(c.driver, &c.beforeEnd);
+    c.endTime = cut.afterTime;
     c.endPending = true;
     c.ended.notify_one();
   }
@@ -90,7 +97,7 @@ void ReportEndedEpoch(std::unique_lock<std::mutex>& lock) {
   }
   if (!c.endPending || !c.driver) return;
   c.endPending = false;
-  ReportLocked(c);
+  ReportLocked(c, c.endTime);
 }
 
 class Source {
@@ -186,7 +193,7 @@ class Source {
       ended_ = true;
       {
         std::lock_guard<std::mutex> lock(Active().mutex);
-        if (Active().cutter.Unreported()) ReportLocked(Active());
+        if (Active().cutter.Unreported()) ReportLocked(Active(), Active().cutter.Time());
         Active().cutter.MarkReported();
       }
       err_ << "kavogps serve: end of recording; serving its last fix until interrupted\n";
