@@ -45,7 +45,9 @@ class Client : public std::enable_shared_from_this<Client> {
   void Send(const std::string& json) { Queue(std::make_shared<const std::string>(json + "\r\n")); }
 
   void Queue(const OutLine& line) {
+    const uint64_t dropped = queue_.Dropped();
     queue_.Push(line);
+    server_.CountDropped(queue_.Dropped() - dropped);
     Write();
   }
 
@@ -129,6 +131,7 @@ void Server::Accept(tcp::acceptor& acceptor) {
     if (!error) {
       auto client = std::make_shared<Client>(std::move(socket), *this);
       clients_.emplace(client.get(), client);
+      clientCount_ = clients_.size();
       client->Start();
       return Accept(acceptor);
     }
@@ -153,7 +156,10 @@ void Server::Close() {
   });
 }
 
-void Server::Forget(Client* client) { clients_.erase(client); }
+void Server::Forget(Client* client) {
+  clients_.erase(client);
+  clientCount_ = clients_.size();
+}
 
 ServerState Server::State() const { return {device_, tpv_, sky_, IsoNow()}; }
 

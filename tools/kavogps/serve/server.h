@@ -5,6 +5,7 @@
 // receiver's reading thread never waits on a socket.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -48,10 +49,15 @@ class Server : public FeedSink {
   void Nmea(std::string sentence) override;
   void Device(DeviceState state) override;
 
+  // Connections open, and lines dropped for clients too slow for them.
+  size_t ClientCount() const { return clientCount_; }
+  uint64_t DroppedLines() const { return dropped_; }
+
   // For the clients, on the io_context's thread.
   ServerState State() const;
   const ServerOptions& Options() const { return options_; }
   void Forget(Client* client);
+  void CountDropped(uint64_t lines) { dropped_ += lines; }
 
  private:
   enum class Kind { kJson, kNmea };
@@ -65,6 +71,8 @@ class Server : public FeedSink {
   DeviceState device_;
   std::string tpv_, sky_;
   bool closed_ = false;
+  std::atomic<size_t> clientCount_{0};
+  std::atomic<uint64_t> dropped_{0};
 };
 
 }  // namespace kavo::serve
