@@ -20,7 +20,10 @@ namespace {
 using Clock = std::chrono::steady_clock;
 constexpr auto kReopenEvery = std::chrono::seconds(1);
 constexpr auto kLoopWait = std::chrono::milliseconds(20);
-constexpr int kCopyWaitMs = 20;
+// How long an epoch's end waits for the library to apply its last
+// sentence, when nothing it carried changes the records (a receiver
+// standing still): applying it takes microseconds after the announcement.
+constexpr auto kCopyWait = std::chrono::milliseconds(3);
 constexpr uint32_t kErrorFileNotFound = 2;
 
 // What the library's callbacks, which carry no context, share with the
@@ -59,6 +62,16 @@ void ReportLocked(Context& c, double time) {
   c.sink->Sky(std::move(sky));
 }
 
+// Runs after the library applied a chunk (when its notifications are not
+// held back), so an epoch whose last sentence came is complete now.
+void OnData(uint32_t) {
+  Context& c = Active();
+  std::lock_guard<std::mutex> lock(c.mutex);
+  if (!c.driver || !c.endPending) return;
+  c.endPending = false;
+  ReportLocked(c, c.endTime);
+}
+
 void OnSentence(const KavoChar* text) {
   std::string sentence = cli::FromLibraryText(text);
   while (!sentence.empty() && (sentence.back() == '\r' || sentence.back() == '\n')) sentence.pop_back();
@@ -87,12 +100,12 @@ void OnSentence(const KavoChar* text) {
 // does not within a moment, nothing of the sentence changed it.
 void ReportEndedEpoch(std::unique_lock<std::mutex>& lock) {
   Context& c = Active();
-  for (int waited = 0; c.endPending && c.driver && waited < kCopyWaitMs; ++waited) {
+  for (const auto until = Clock::now() + kCopyWait; c.endPending && c.driver && Clock::now() < until;) {
     GPSLocation now{};
     GPSDriver_GetLocation(c.driver, &now);
     if (std::memcmp(&now, &c.beforeEnd, sizeof now) != 0) break;
     lock.unlock();
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    std::this_thread::sleep_for(std::chrono::microseconds(200));
     lock.lock();
   }
   if (!c.endPending || !c.driver) return;
@@ -139,10 +152,10 @@ class Source {
     if (spec_.file.empty()) {
       const COMPortParams params{static_cast<int32_t>(spec_.baud), 0, 0, 8};
       const cli::PortInfoPtr port(COMPortInfo_Create(name.c_str(), &params));
-      if (port) driver_.reset(GPSDriver_CreateFromCOMPort(port.get(), nullptr, nullptr, OnSentence));
+      if (port) driver_.reset(GPSDriver_CreateFromCOMPort(port.get(), nullptr, OnData, OnSentence));
     } else {
       driver_.reset(GPSDriver_CreateFromFile(name.c_str(), static_cast<int32_t>(spec_.intervalMs),
-                                             spec_.repeat ? 1 : 0, nullptr, nullptr, OnSentence));
+                                             spec_.repeat ? 1 : 0, nullptr, OnData, OnSentence));
       if (driver_) GPSDriver_SetTimeoutInterval(driver_.get(), static_cast<int32_t>(cli::EndTimeoutMs(spec_.intervalMs)));
     }
     if (!driver_) {
