@@ -90,7 +90,10 @@ def run(kavogps, clients, rate, seconds, blocks):
                     except OSError:
                         pass
                     continue
-                data = event.fileobj.recv(65536)
+                try:
+                    data = event.fileobj.recv(65536)
+                except ConnectionResetError:  # a server that refuses more clients
+                    data = b""
                 now = time.monotonic()
                 if not data:
                     sel.unregister(event.fileobj)

@@ -19,7 +19,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 constexpr auto kReopenEvery = std::chrono::seconds(1);
-constexpr auto kLoopWait = std::chrono::milliseconds(20);
+constexpr auto kLoopWait = std::chrono::milliseconds(100);
 // How long an epoch's end waits for the library to apply its last
 // sentence, when nothing it carried changes the records (a receiver
 // standing still): applying it takes microseconds after the announcement.

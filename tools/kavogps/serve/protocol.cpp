@@ -183,7 +183,7 @@ bool ClientProtocol::Watch(const std::string* argument, const ServerState& state
       if (key == "enable") enable = value.get<bool>();
       else if (key == "json") json = value.get<bool>();
       else if (key == "nmea") nmea = value.get<bool>();
-      else if (key == "raw") nmea = value.get<int>() > 0;  // raw sentences are what raw mode shows
+      else if (key == "raw") nmea = value > 0;  // raw sentences are what raw mode shows
     }
     // A watcher that asks for no kind of report wants the reports.
     if (enable && !json && !nmea) json = !policy.contains("json");

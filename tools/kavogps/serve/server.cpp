@@ -114,16 +114,12 @@ void Server::Open() {
     if (!error) acceptor->listen(asio::socket_base::max_listen_connections, error);
     if (error) throw std::system_error(error, "cannot listen on " + endpoint.address().to_string() + " port " +
                                                  std::to_string(endpoint.port()));
+    endpoints_.push_back(acceptor->local_endpoint());
     acceptors_.push_back(std::move(acceptor));
   }
   for (auto& acceptor : acceptors_) Accept(*acceptor);
 }
 
-std::vector<tcp::endpoint> Server::Endpoints() const {
-  std::vector<tcp::endpoint> endpoints;
-  for (const auto& acceptor : acceptors_) endpoints.push_back(acceptor->local_endpoint());
-  return endpoints;
-}
 
 void Server::Accept(tcp::acceptor& acceptor) {
   acceptor.async_accept([this, &acceptor](std::error_code error, tcp::socket socket) {

@@ -39,7 +39,7 @@ class Server : public FeedSink {
   // the address that failed.
   void Open();
   // Where it listens (with the ports the system chose for port 0).
-  std::vector<asio::ip::tcp::endpoint> Endpoints() const;
+  const std::vector<asio::ip::tcp::endpoint>& Endpoints() const { return endpoints_; }
   // Stops listening and closes every connection (from any thread); the
   // io_context's run returns once they are gone.
   void Close();
@@ -67,6 +67,7 @@ class Server : public FeedSink {
   asio::io_context& io_;
   ServerOptions options_;
   std::vector<std::unique_ptr<asio::ip::tcp::acceptor>> acceptors_;
+  std::vector<asio::ip::tcp::endpoint> endpoints_;
   std::unordered_map<Client*, std::shared_ptr<Client>> clients_;
   DeviceState device_;
   std::string tpv_, sky_;
