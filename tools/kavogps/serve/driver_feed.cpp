@@ -153,15 +153,14 @@ class Source {
       const COMPortParams params{static_cast<int32_t>(spec_.baud), 0, 0, 8};
       const cli::PortInfoPtr port(COMPortInfo_Create(name.c_str(), &params));
       if (port) driver_.reset(GPSDriver_CreateFromCOMPort(port.get(), nullptr, OnData, OnSentence));
+      *error = KavoMobileGPS_GetLastError();  // before the port's release resets it
     } else {
       driver_.reset(GPSDriver_CreateFromFile(name.c_str(), static_cast<int32_t>(spec_.intervalMs),
                                              spec_.repeat ? 1 : 0, nullptr, OnData, OnSentence));
+      *error = KavoMobileGPS_GetLastError();
       if (driver_) GPSDriver_SetTimeoutInterval(driver_.get(), static_cast<int32_t>(cli::EndTimeoutMs(spec_.intervalMs)));
     }
-    if (!driver_) {
-      *error = KavoMobileGPS_GetLastError();
-      return false;
-    }
+    if (!driver_) return false;
     {
       Context& c = Active();
       std::lock_guard<std::mutex> lock(c.mutex);
