@@ -56,6 +56,16 @@ def connect(port, deadline):
 
 def run(kavogps, clients, rate, seconds, blocks):
     servers = {}
+    try:
+        return measure(kavogps, clients, rate, seconds, blocks, servers)
+    finally:  # no server outlives its run, whatever happened
+        for s in servers.values():
+            if s["process"].poll() is None:
+                s["process"].terminate()
+                s["process"].wait(30)
+
+
+def measure(kavogps, clients, rate, seconds, blocks, servers):
     for name in ("gpsd", "serve"):
         master, slave = os.openpty()
         tty.setraw(slave)
