@@ -14,7 +14,7 @@ set -euo pipefail
 ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 TOOL=$ROOT/build/release/tools/kavogps/kavogps
 
-"$ROOT/scripts/install-packages.sh" cmake ninja-build g++
+"$ROOT/scripts/install-packages.sh" cmake ninja-build g++ libasio-dev nlohmann-json3-dev
 
 # Build messages go to standard error, so `scripts/play.sh --json` gives
 # only the tool's output on standard output.

@@ -7,6 +7,7 @@
 #include "cli/play_command.h"
 #include "cli/port_commands.h"
 #include "cli/simulate_command.h"
+#include "serve/serve_command.h"
 
 namespace kavo::cli {
 namespace {
@@ -43,6 +44,7 @@ const std::vector<Command>& Commands() {
       {"find", "search the serial ports for a GPS receiver", RunFind},
       {"monitor", "show what a GPS receiver on a port sends", RunMonitor},
       {"simulate", "simulate a GPS receiver: NMEA recordings or a live port", RunSimulate},
+      {"serve", "share a receiver with GPS clients over the GPS daemon protocol", serve::RunServe},
   };
   return commands;
 }

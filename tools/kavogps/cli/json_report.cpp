@@ -6,20 +6,6 @@
 namespace kavo::cli {
 namespace {
 
-class JsonObject {
- public:
-  explicit JsonObject(const char* cls) { text_ = "{\"class\":\"" + std::string(cls) + "\""; }
-  void Raw(const char* name, const std::string& value) { text_ += ",\"" + std::string(name) + "\":" + value; }
-  void Number(const char* name, double value, int decimals) {
-    if (std::isfinite(value)) Raw(name, JsonNumber(value, decimals));
-  }
-  void Integer(const char* name, long long value) { Raw(name, std::to_string(value)); }
-  void String(const char* name, const std::string& value) { Raw(name, JsonString(value)); }
-  std::string Close() { return text_ + "}"; }
-
- private:
-  std::string text_;
-};
 
 // The TPV status for receivers' fix qualities beyond a plain fix.
 int TpvStatus(int32_t quality) {
@@ -88,7 +74,7 @@ std::string TpvJson(const Reading& reading, const std::string& device) {
   return tpv.Close();
 }
 
-std::string SkyJson(const Reading& reading, const std::string& device) {
+std::string SkyJson(const Reading& reading, const std::string& device, const std::set<int32_t>* used) {
   const GPSLocation& l = reading.location;
   JsonObject sky("SKY");
   if (!device.empty()) sky.String("device", device);
@@ -100,7 +86,9 @@ std::string SkyJson(const Reading& reading, const std::string& device) {
   std::string list = "[";
   for (const GPSSatellite& s : reading.satellites) {
     std::string text = "{\"PRN\":" + std::to_string(s.PRN) + ",\"el\":" + JsonNumber(Degrees(s.Elevation), 1) +
-                       ",\"az\":" + JsonNumber(Degrees(s.Azimuth), 1) + ",\"ss\":" + std::to_string(s.SNR) + "}";
+                       ",\"az\":" + JsonNumber(Degrees(s.Azimuth), 1) + ",\"ss\":" + std::to_string(s.SNR);
+    if (used) text += std::string(",\"used\":") + (used->count(s.PRN) ? "true" : "false");
+    text += "}";
     list += (list.size() > 1 ? "," : "") + text;
   }
   sky.Raw("satellites", list + "]");

@@ -1,0 +1,177 @@
+#!/usr/bin/python3
+"""`kavogps serve` beside the Debian gpsd daemon, side by side.
+
+  bench/serve_vs_gpsd.py KAVOGPS [--rate HZ] [--seconds S] [--clients 1,10,200]
+
+Each server reads its own pseudo-terminal; one simulated receiver writes
+the same epochs (data/walk.nmea) to both at the same rate. N clients per
+server watch the JSON stream. Latency runs from the last byte of an epoch
+written to its pty to the TPV of that epoch received by a client; CPU is
+the server's user+system time over the run, memory its peak resident set.
+Loopback only. A benchmark, never a test: the figures depend on the machine.
+"""
+import argparse, json, os, selectors, socket, subprocess, sys, time, tty
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+
+
+def epochs(path):
+    blocks, date = [], "2024-05-14"
+    for line in open(path, "rb").read().decode().splitlines(keepends=True):
+        if line.startswith("$GPGGA"):
+            t = line.split(",")[1]
+            blocks.append(["%sT%s:%s:%s" % (date, t[0:2], t[2:4], t[4:6]), ""])
+        if blocks:
+            blocks[-1][1] += line
+    return blocks
+
+
+def free_port():
+    with socket.socket() as s:
+        s.bind(("127.0.0.1", 0))
+        return s.getsockname()[1]
+
+
+def cpu_seconds(pid):
+    fields = open("/proc/%d/stat" % pid).read().rsplit(")", 1)[1].split()
+    return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+
+
+def peak_rss_mib(pid):
+    for line in open("/proc/%d/status" % pid):
+        if line.startswith("VmHWM:"):
+            return int(line.split()[1]) / 1024
+    return 0.0
+
+
+def connect(port, deadline):
+    while True:
+        try:
+            return socket.create_connection(("127.0.0.1", port))
+        except OSError:
+            if time.monotonic() > deadline:
+                raise
+            time.sleep(0.05)
+
+
+def run(kavogps, clients, rate, seconds, blocks):
+    servers = {}
+    try:
+        return measure(kavogps, clients, rate, seconds, blocks, servers)
+    finally:  # no server outlives its run, whatever happened
+        for s in servers.values():
+            if s["process"].poll() is None:
+                s["process"].terminate()
+                s["process"].wait(30)
+
+
+def measure(kavogps, clients, rate, seconds, blocks, servers):
+    for name in ("gpsd", "serve"):
+        master, slave = os.openpty()
+        tty.setraw(slave)
+        os.set_blocking(master, False)
+        port, device = free_port(), os.ttyname(slave)
+        command = (["gpsd", "-N", "-n", "-b", "-S", str(port), device] if name == "gpsd" else
+                   [kavogps, "serve", "--port", device, "--listen", "127.0.0.1:%d" % port])
+        process = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        servers[name] = {"master": master, "slave": slave, "port": port, "process": process,
+                         "written": {}, "latency": [], "heard": set()}
+    sel = selectors.DefaultSelector()
+    for name, s in servers.items():
+        sel.register(s["master"], selectors.EVENT_READ, (name, None))  # whatever a server writes to its port
+    period, index = 1.0 / rate, 0
+
+    def write_epoch():
+        nonlocal index
+        key, text = blocks[index % len(blocks)]
+        order = ("gpsd", "serve") if index % 2 else ("serve", "gpsd")
+        for name in order:
+            os.write(servers[name]["master"], text.encode())
+            servers[name]["written"][key] = time.monotonic()
+        index += 1
+
+    def pump(until):
+        while time.monotonic() < until:
+            for event, _ in sel.select(max(0.0, min(until - time.monotonic(), period))):
+                name, peer = event.data
+                if peer is None:
+                    try:
+                        os.read(event.fd, 65536)
+                    except OSError:
+                        pass
+                    continue
+                try:
+                    data = event.fileobj.recv(65536)
+                except ConnectionResetError:  # a server that refuses more clients
+                    data = b""
+                now = time.monotonic()
+                if not data:
+                    sel.unregister(event.fileobj)
+                    continue
+                peer["buffer"] += data
+                *lines, peer["buffer"] = peer["buffer"].split(b"\n")
+                s = servers[name]
+                for line in lines:
+                    if b'"TPV"' not in line:
+                        continue
+                    key = json.loads(line).get("time", "")[:19]
+                    if key in s["written"] and peer["measure"]:
+                        s["latency"].append(now - s["written"][key])
+                        s["heard"].add(peer["id"])
+
+    # The receivers start talking; then the clients come and watch.
+    start = time.monotonic()
+    for _ in range(int(rate * 3)):
+        write_epoch()
+        pump(time.monotonic() + period)
+    peers = []
+    for name, s in servers.items():
+        for i in range(clients):
+            sock = connect(s["port"], start + 30)
+            sock.sendall(b'?WATCH={"enable":true,"json":true}\n')
+            sock.setblocking(False)
+            peer = {"buffer": b"", "measure": False, "id": i}
+            peers.append(peer)
+            sel.register(sock, selectors.EVENT_READ, (name, peer))
+    for _ in range(int(rate * 2)):
+        write_epoch()
+        pump(time.monotonic() + period)
+    for peer in peers:
+        peer["measure"] = True
+    cpu0 = {n: cpu_seconds(s["process"].pid) for n, s in servers.items()}
+    next_due = time.monotonic()
+    for _ in range(int(rate * seconds)):
+        write_epoch()
+        next_due += period
+        pump(next_due)
+    pump(time.monotonic() + 1.0)
+    rows = []
+    for name, s in servers.items():
+        pid = s["process"].pid
+        cpu, rss = cpu_seconds(pid) - cpu0[name], peak_rss_mib(pid)
+        s["process"].terminate()
+        s["process"].wait(30)
+        lat = sorted(s["latency"]) or [float("nan")]
+        pick = lambda q: lat[min(len(lat) - 1, int(q * len(lat)))] * 1000
+        rows.append((clients, name, len(s["heard"]), pick(0.5), pick(0.99), lat[-1] * 1000, cpu, rss))
+        os.close(s["master"])
+        os.close(s["slave"])
+    return rows
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("kavogps")
+    parser.add_argument("--rate", type=float, default=5)
+    parser.add_argument("--seconds", type=float, default=20)
+    parser.add_argument("--clients", default="1,10,200")
+    options = parser.parse_args()
+    blocks = epochs(os.path.join(HERE, "..", "data", "walk.nmea"))
+    print("%7s %-6s %6s %8s %8s %8s %7s %8s" % ("clients", "server", "heard", "p50 ms", "p99 ms", "max ms",
+                                              "CPU s", "RSS MiB"))
+    for n in [int(c) for c in options.clients.split(",")]:
+        for row in run(options.kavogps, n, options.rate, options.seconds, blocks):
+            print("%7d %-6s %6d %8.2f %8.2f %8.2f %7.2f %8.1f" % row, flush=True)
+
+
+main()

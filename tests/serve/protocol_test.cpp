@@ -1,0 +1,103 @@
+#include "serve/protocol.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+namespace kavo::serve {
+namespace {
+
+using nlohmann::json;
+
+std::vector<json> Answer(ClientProtocol& protocol, const std::string& line, const ServerState& state = {}) {
+  std::vector<json> objects;
+  for (const std::string& text : protocol.Answer(line, state)) objects.push_back(json::parse(text));
+  return objects;
+}
+
+std::vector<std::string> Classes(const std::vector<json>& objects) {
+  std::vector<std::string> classes;
+  for (const json& object : objects) classes.push_back(object.at("class"));
+  return classes;
+}
+
+TEST(Protocol, EachRequestLineIsAnsweredOnItsOwn) {
+  const struct {
+    const char* line;
+    std::vector<std::string> classes;
+  } cases[] = {
+      {"?VERSION;", {"VERSION"}},
+      {"?DEVICES;\r", {"DEVICES"}},
+      {"?VERSION;?DEVICES;", {"VERSION", "DEVICES"}},
+      {"?VERSION", {"VERSION"}},
+      {"", {}},
+      {"?POLL;", {"POLL"}},
+      {"?FOO;?VERSION;", {"ERROR"}},
+      {"?WATCH={\"json\":tru", {"ERROR"}},
+      {"?WATCH={\"json\":1};", {"ERROR"}},
+      {"?WATCH=[true];", {"ERROR"}},
+      {"?WATCH={\"raw\":\"x\"};", {"ERROR"}},
+      {"?DEVICE={\"bps\":9600};", {"ERROR"}},
+      {"hello \x01\xff\"\\", {"ERROR"}},
+      {"?VERSIONX;", {"ERROR"}},
+      {"?DEVICE;", {"DEVICE"}},
+      {"?WATCH;", {"WATCH"}},
+      {"?WATCH={\"enable\":true,\"json\":true};?POLL;", {"DEVICES", "WATCH", "POLL"}},
+  };
+  ClientProtocol protocol;  // one client: an error on a line leaves the next lines answered
+  for (const auto& c : cases) EXPECT_EQ(Classes(Answer(protocol, c.line)), c.classes) << c.line;
+  EXPECT_EQ(Answer(protocol, "?FOO;")[0]["message"], "Unrecognized request '?FOO'");
+}
+
+TEST(Protocol, WatchPolicyFollowsTheRequests) {
+  const struct {
+    const char* request;
+    bool json, nmea;
+  } steps[] = {
+      {"?WATCH={\"enable\":true};", true, false},  // a watcher asking for nothing gets the reports
+      {"?WATCH={\"enable\":true,\"json\":false,\"nmea\":true};", false, true},
+      {"?WATCH={\"enable\":false};", false, false},
+      {"?WATCH={\"enable\":true,\"raw\":1};", false, true},
+      {"?WATCH={\"enable\":true,\"json\":true,\"nmea\":false,\"scaled\":true};", true, false},
+      {"?WATCH={\"json\":tru", true, false},  // a broken request changes nothing
+  };
+  ClientProtocol protocol;
+  EXPECT_FALSE(protocol.WantsJson() || protocol.WantsNmea());
+  for (const auto& step : steps) {
+    const std::vector<json> answers = Answer(protocol, step.request);
+    EXPECT_EQ(protocol.WantsJson(), step.json) << step.request;
+    EXPECT_EQ(protocol.WantsNmea(), step.nmea) << step.request;
+    if (answers.back()["class"] == "WATCH") {
+      EXPECT_EQ(answers.back()["json"], step.json) << step.request;
+    }
+  }
+}
+
+TEST(Protocol, PollAndDevicesShowWhatTheServerKnows) {
+  ClientProtocol protocol;
+  ServerState state;
+  state.device.path = "/dev/ttyUSB0";
+  state.now = "2026-01-01T00:00:00.000Z";
+  json poll = Answer(protocol, "?POLL;", state)[0];
+  EXPECT_EQ(poll["active"], 0);
+  EXPECT_EQ(poll["tpv"][0]["mode"], 0);
+  EXPECT_EQ(poll["sky"].size(), 0u);
+  EXPECT_EQ(Answer(protocol, "?DEVICE;", state)[0]["activated"], 0);
+
+  state.device.activated = "2026-01-01T00:00:00.000Z";
+  state.device.bps = 4800;
+  state.tpv = R"({"class":"TPV","mode":3,"lat":48.1})";
+  state.sky = R"({"class":"SKY","satellites":[]})";
+  poll = Answer(protocol, "?POLL;", state)[0];
+  EXPECT_EQ(poll["active"], 1);
+  EXPECT_EQ(poll["time"], state.now);
+  EXPECT_EQ(poll["tpv"][0], json::parse(state.tpv));
+  EXPECT_EQ(poll["sky"][0], json::parse(state.sky));
+  const json device = Answer(protocol, "?DEVICES;", state)[0]["devices"][0];
+  EXPECT_EQ(device["path"], "/dev/ttyUSB0");
+  EXPECT_EQ(device["bps"], 4800);
+  EXPECT_EQ(device["activated"], state.device.activated);
+}
+
+}  // namespace
+}  // namespace kavo::serve

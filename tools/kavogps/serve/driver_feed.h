@@ -1,0 +1,38 @@
+// The data side of `kavogps serve`: runs the library's driver on a
+// recording or a serial port and gives the feed one TPV per epoch, a SKY
+// when the sky changed, every sentence as it arrived, and the device
+// coming and going. A port that fails is reopened once a second; a
+// recording that ends leaves its last fix to be served.
+#pragma once
+
+#include <cstdint>
+#include <ostream>
+#include <string>
+
+#include "cli/console.h"
+#include "serve/feed.h"
+
+namespace kavo::serve {
+
+struct SourceSpec {
+  std::string file;  // a recording to play; or
+  int64_t intervalMs = 100;
+  bool repeat = false;
+  std::string port;  // a serial port; or
+  int64_t baud = 4800;
+  bool find = false;  // the port where a search finds a receiver
+};
+
+class DriverFeed {
+ public:
+  DriverFeed(FeedSink& sink, std::ostream& err) : sink_(sink), err_(err) {}
+
+  // Feeds the sink until interrupted; the tool's exit code.
+  int Run(const SourceSpec& source, cli::InterruptWatch& interrupt);
+
+ private:
+  FeedSink& sink_;
+  std::ostream& err_;
+};
+
+}  // namespace kavo::serve

@@ -1,0 +1,49 @@
+// The request/response protocol GPS clients speak to a GPS daemon: request
+// lines such as "?WATCH={...};" in, JSON objects out, one per line. Pure
+// text in and out, so it runs without a network.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "serve/feed.h"
+
+namespace kavo::serve {
+
+// What the server knows that answers depend on.
+struct ServerState {
+  DeviceState device;
+  std::string tpv;  // the last TPV, empty before the first
+  std::string sky;  // the last SKY, likewise
+  std::string now;  // the time of the answer, ISO 8601
+};
+
+std::string VersionJson();
+std::string DeviceJson(const DeviceState& device);
+std::string DevicesJson(const DeviceState& device);
+std::string ErrorJson(const std::string& message);
+// The time of the system clock as the objects carry it.
+std::string IsoNow();
+
+// One client's side: what it watches and the answers to its requests.
+class ClientProtocol {
+ public:
+  // The answers to one request line (without its line end), in order. A
+  // line may hold several requests; one that cannot be understood gets an
+  // ERROR object and ends the line, never the connection.
+  std::vector<std::string> Answer(const std::string& line, const ServerState& state);
+
+  bool WantsJson() const { return watching_ && json_; }
+  bool WantsNmea() const { return watching_ && nmea_; }
+
+ private:
+  // False when `argument` cannot be taken (an ERROR is added).
+  bool Watch(const std::string* argument, const ServerState& state, std::vector<std::string>* answers);
+  std::string WatchJson() const;
+
+  bool watching_ = false;
+  bool json_ = false;
+  bool nmea_ = false;
+};
+
+}  // namespace kavo::serve
