@@ -6,8 +6,9 @@
 
 namespace kavo {
 
-GpsReceiver::GpsReceiver(Ref<DataSource> source, Ref<GpsReadingThread> readingThread)
-    : source_(std::move(source)), readingThread_(std::move(readingThread)) {
+GpsReceiver::GpsReceiver(Ref<DataSource> source, Ref<GpsReadingThread> readingThread,
+                         const nmea::ReceiverOptions& options)
+    : store_(options), source_(std::move(source)), readingThread_(std::move(readingThread)) {
   // Before any data the records read all zero, with no receiver time.
   location_.TimeType = GPS_TIME_LOCAL_CLOCK;
   satellites_.TimeType = GPS_TIME_LOCAL_CLOCK;

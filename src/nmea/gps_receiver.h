@@ -19,8 +19,10 @@ class GpsReceiver : public Receiver, public TextSink {
  public:
   static constexpr uint32_t kNoSentenceMs = 3000;
 
-  // The receiver keeps the source and drives it through `readingThread`.
-  GpsReceiver(Ref<DataSource> source, Ref<GpsReadingThread> readingThread);
+  // The receiver keeps the source and drives it through `readingThread`,
+  // reading the text as `options` say.
+  GpsReceiver(Ref<DataSource> source, Ref<GpsReadingThread> readingThread,
+              const nmea::ReceiverOptions& options = nmea::ReceiverOptions());
 
   int Start(CIMExceptionImpl* error) override;
   void Stop() override;
