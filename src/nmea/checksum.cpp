@@ -19,10 +19,9 @@ ChecksumState CheckChecksum(WideView sentence) {
   if (star == WideView::npos) return ChecksumState::kMissing;
   if (sentence.size() < star + 3) return ChecksumState::kWrong;
   unsigned sum = 0;
-  for (size_t i = 1; i < star; ++i) {
-    if (sentence[i] > 0x7F) return ChecksumState::kWrong;
-    sum ^= sentence[i];
-  }
+  // Whole 16-bit units: a character beyond one byte cannot pass for the
+  // byte it ends in.
+  for (size_t i = 1; i < star; ++i) sum ^= sentence[i];
   const int high = HexValue(sentence[star + 1]), low = HexValue(sentence[star + 2]);
   if (high < 0 || low < 0 || static_cast<unsigned>(high * 16 + low) != sum) return ChecksumState::kWrong;
   for (size_t i = star + 3; i < sentence.size(); ++i)

@@ -1,7 +1,6 @@
 // The checksum at the end of a sentence: "*" and two hex digits, the XOR of
 // every character between "$" and "*". Line ends and spaces after it are
-// allowed; anything else there, or a character outside ASCII in the
-// sentence, makes it wrong.
+// allowed; anything else there makes it wrong.
 #pragma once
 
 #include "support/wide_string.h"
