@@ -1,5 +1,4 @@
-// Sets an environment variable of this process for the life of the object,
-// and clears it afterwards.
+// Sets an environment variable for the life of the object, then clears it.
 #pragma once
 
 #include <string>
@@ -10,8 +9,6 @@ class ScopedEnvironment {
  public:
   ScopedEnvironment(const std::string& name, const std::string& value);
   ~ScopedEnvironment();
-  ScopedEnvironment(const ScopedEnvironment&) = delete;
-  ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
 
  private:
   std::string name_;

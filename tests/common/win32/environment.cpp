@@ -4,7 +4,6 @@
 
 namespace kavo::test {
 
-// The C runtime's copy of the environment is the one getenv reads.
 ScopedEnvironment::ScopedEnvironment(const std::string& name, const std::string& value) : name_(name) {
   _putenv_s(name.c_str(), value.c_str());
 }
