@@ -15,7 +15,9 @@ bool IsTrailingSpace(char16_t c) { return c == u'\r' || c == u' ' || c == u'\t';
 }  // namespace
 
 ChecksumState CheckChecksum(WideView sentence) {
-  const size_t star = sentence.find(u'*');
+  // The checksum is at the end: looking from there is quicker, and a "*"
+  // inside the sentence then spoils the sum, as it should.
+  const size_t star = sentence.rfind(u'*');
   if (star == WideView::npos) return ChecksumState::kMissing;
   if (sentence.size() < star + 3) return ChecksumState::kWrong;
   unsigned sum = 0;

@@ -13,14 +13,16 @@ constexpr size_t kMaxFields = 24;  // a GSV of four blocks and a signal id fits
 // The sentence's comma-separated fields before its checksum, at most `max`
 // of them kept; returns how many there are.
 size_t SplitFields(WideView sentence, WideView* fields, size_t max) {
-  sentence = sentence.substr(0, sentence.find(u'*'));
-  size_t count = 0;
-  for (size_t start = 0;; ++count) {
-    const size_t comma = sentence.find(u',', start);
-    if (count < max) fields[count] = sentence.substr(start, comma == WideView::npos ? WideView::npos : comma - start);
-    if (comma == WideView::npos) return count + 1;
-    start = comma + 1;
+  size_t count = 0, start = 0;
+  for (size_t i = 0; i <= sentence.size(); ++i) {
+    const bool end = i == sentence.size() || sentence[i] == u'*';
+    if (!end && sentence[i] != u',') continue;
+    if (count < max) fields[count] = sentence.substr(start, i - start);
+    ++count;
+    start = i + 1;
+    if (end) break;
   }
+  return count;
 }
 
 }  // namespace
@@ -121,32 +123,32 @@ void SkyMerger::Publish(ReceiverState& state) {
   for (size_t i = 0; i < cycleCount_; ++i) {
     if (!(doneThisEpoch_ & (1u << i))) continue;
     const Cycle& cycle = cycles_[i];
-    for (size_t e = 0; e < cycle.complete; ++e) {
-      const GPSSatellite& satellite = cycle.entries[e];
-      Merged* end = merged_ + count;
-      Merged* same = std::find_if(merged_, end, [&](const Merged& m) { return m.satellite.PRN == satellite.PRN; });
-      if (same != end) {  // one satellite on several signals: the strongest
-        if (satellite.SNR > same->satellite.SNR) same->satellite = satellite;
-      } else if (count < kMaxMerged) {
-        merged_[count++] = {satellite, IsUsed(satellite.PRN)};
-      }
-    }
+    for (size_t e = 0; e < cycle.complete && count < kMaxMerged; ++e) merged_[count++] = {cycle.entries[e], false};
   }
+  // One satellite on several signals: its strongest comes first, and stays.
+  std::sort(merged_, merged_ + count, [](const Merged& a, const Merged& b) {
+    return a.satellite.PRN != b.satellite.PRN ? a.satellite.PRN < b.satellite.PRN : a.satellite.SNR > b.satellite.SNR;
+  });
+  count = static_cast<size_t>(
+      std::unique(merged_, merged_ + count,
+                  [](const Merged& a, const Merged& b) { return a.satellite.PRN == b.satellite.PRN; }) -
+      merged_);
   const int32_t inView = static_cast<int32_t>(count);
   if (count > GPS_MAX_SATELLITES) {
     // Those the solution uses first, then the strongest.
-    std::sort(merged_, merged_ + count, [](const Merged& a, const Merged& b) {
+    for (size_t i = 0; i < count; ++i) merged_[i].used = IsUsed(merged_[i].satellite.PRN);
+    std::partial_sort(merged_, merged_ + GPS_MAX_SATELLITES, merged_ + count, [](const Merged& a, const Merged& b) {
       if (a.used != b.used) return a.used;
       if (a.satellite.SNR != b.satellite.SNR) return a.satellite.SNR > b.satellite.SNR;
       return a.satellite.PRN < b.satellite.PRN;
     });
     count = GPS_MAX_SATELLITES;
+    std::sort(merged_, merged_ + count,
+              [](const Merged& a, const Merged& b) { return a.satellite.PRN < b.satellite.PRN; });
     if (inView != loggedInView_)
       Logger::Instance().Format(u"Satellites in view: %d, %d kept\n", inView, GPS_MAX_SATELLITES);
   }
   loggedInView_ = inView;
-  std::sort(merged_, merged_ + count,
-            [](const Merged& a, const Merged& b) { return a.satellite.PRN < b.satellite.PRN; });
   state.StartSatelliteCycle();
   for (size_t i = 0; i < count; ++i) state.AddSatellite(merged_[i].satellite);
   state.CompleteSatelliteCycle();
