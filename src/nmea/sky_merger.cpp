@@ -123,11 +123,13 @@ void SkyMerger::Publish(ReceiverState& state) {
   for (size_t i = 0; i < cycleCount_; ++i) {
     if (!(doneThisEpoch_ & (1u << i))) continue;
     const Cycle& cycle = cycles_[i];
-    for (size_t e = 0; e < cycle.complete && count < kMaxMerged; ++e) merged_[count++] = {cycle.entries[e], false};
+    for (size_t e = 0; e < cycle.complete && count < kMaxMerged; ++e)
+      merged_[count++] = {cycle.entries[e], false};
   }
   // One satellite on several signals: its strongest comes first, and stays.
   std::sort(merged_, merged_ + count, [](const Merged& a, const Merged& b) {
-    return a.satellite.PRN != b.satellite.PRN ? a.satellite.PRN < b.satellite.PRN : a.satellite.SNR > b.satellite.SNR;
+    if (a.satellite.PRN != b.satellite.PRN) return a.satellite.PRN < b.satellite.PRN;
+    return a.satellite.SNR > b.satellite.SNR;
   });
   count = static_cast<size_t>(
       std::unique(merged_, merged_ + count,
@@ -137,11 +139,12 @@ void SkyMerger::Publish(ReceiverState& state) {
   if (count > GPS_MAX_SATELLITES) {
     // Those the solution uses first, then the strongest.
     for (size_t i = 0; i < count; ++i) merged_[i].used = IsUsed(merged_[i].satellite.PRN);
-    std::partial_sort(merged_, merged_ + GPS_MAX_SATELLITES, merged_ + count, [](const Merged& a, const Merged& b) {
+    const auto better = [](const Merged& a, const Merged& b) {
       if (a.used != b.used) return a.used;
       if (a.satellite.SNR != b.satellite.SNR) return a.satellite.SNR > b.satellite.SNR;
       return a.satellite.PRN < b.satellite.PRN;
-    });
+    };
+    std::partial_sort(merged_, merged_ + GPS_MAX_SATELLITES, merged_ + count, better);
     count = GPS_MAX_SATELLITES;
     std::sort(merged_, merged_ + count,
               [](const Merged& a, const Merged& b) { return a.satellite.PRN < b.satellite.PRN; });

@@ -72,7 +72,8 @@ TEST_F(StoreTest, ChecksumsAreCheckedOnlyWhenAskedAndAMissingOneOnlyWhenRequired
   const std::string body = "GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,";
   const std::string good = "$" + body + "*47";
   const std::vector<std::string> wrong = {
-      "$" + body + "*00", good + "x", "$" + body + "*4", "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,\xC5\x8D,46.9,M,,*47"};
+      "$" + body + "*00", good + "x", "$" + body + "*4",
+      "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,\xC5\x8D,46.9,M,,*47"};  // U+014D is not "M"
   const struct { const char* mode; bool wrongRead, missingRead; } modes[] = {
       {"ignore", true, true}, {"verify", false, true}, {"require", false, false}};
   for (const auto& m : modes) {
@@ -81,7 +82,9 @@ TEST_F(StoreTest, ChecksumsAreCheckedOnlyWhenAskedAndAMissingOneOnlyWhenRequired
     options.SetChecksums(m.mode);
     nmea::ReceiverStateStore store(options);
     store.Reset();
-    auto read = [&](const std::string& line) { return store.ProcessChunk(W(line + "\r\n")) && store.RecognisedSentences().Count() == 1; };
+    auto read = [&](const std::string& line) {
+      return store.ProcessChunk(W(line + "\r\n")) && store.RecognisedSentences().Count() == 1;
+    };
     EXPECT_TRUE(read(good));
     for (const std::string& line : wrong) EXPECT_EQ(read(line), m.wrongRead) << line;
     EXPECT_EQ(read("$" + body), m.missingRead);
