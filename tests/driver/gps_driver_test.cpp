@@ -2,17 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <functional>
 #include <string>
 #include <vector>
-
-#include "common/eventually.h"
-#include "common/log_capture.h"
-#include "common/temp_dir.h"
-#include "driver/driver_clock.h"
-#include "driver/driver_factory.h"
-#include "sources/nmea_file_playback.h"
 
 namespace kavo {
 namespace {
@@ -176,35 +168,6 @@ TEST(ListenerList, WalkReachesEntriesAddedDuringItAndSkipsRemovedOnes) {
   walk({1, 3});
   list.Append(&ea);  // appending again moves it to the tail, once
   walk({3, 1});
-}
-
-std::atomic<int> g_sentences{0};
-void CountSentence(const KavoChar*) { ++g_sentences; }
-
-// A second Start on a running file driver fails; the driver still stops,
-// starts again, delivers again and, released, lets go of its recording.
-TEST(FileDriver, SurvivesASecondStartAndGivesTheRecordingBack) {
-  test::DriverClock clock;
-  test::TempDir dir;
-  dir.Write("r.nmea", "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*47\r\n");
-  Ref<NmeaFilePlayback> playback(new NmeaFilePlayback);
-  playback->Open(dir.WideFile("r.nmea"), 1000, true);
-  test::LogCapture log;
-  Ref<GpsDriver> driver = BuildDriver(Ref<DataSource>(playback.get()), Ref<PlaybackControl>(playback.get()),
-                                      {nullptr, nullptr, CountSentence});
-  ASSERT_EQ(driver->Start(nullptr), 1);
-  ASSERT_TRUE(test::Eventually([] { return g_sentences > 0; }));
-  CIMExceptionImpl error;
-  EXPECT_EQ(driver->Start(&error), 0);
-  EXPECT_EQ(error.Code(), kErrNotSupported);
-  EXPECT_EQ(driver->Stop(), 1);
-  g_sentences = 0;
-  ASSERT_EQ(driver->Start(nullptr), 1);
-  EXPECT_TRUE(test::Eventually([] { return g_sentences > 0; }));
-  EXPECT_EQ(driver->Stop(), 1);
-  EXPECT_FALSE(log.Contains(u"Terminating")) << log.Utf8();
-  driver.reset();
-  EXPECT_EQ(playback->RefCount(), 1);
 }
 
 }  // namespace

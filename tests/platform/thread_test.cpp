@@ -6,8 +6,6 @@
 #include <memory>
 #include <thread>
 
-#include "common/eventually.h"
-#include "common/forced_thread_end.h"
 #include "common/test_clock.h"
 #include "platform/platform.h"
 
@@ -44,21 +42,6 @@ TEST(Thread, JoinsWithinItsTimeOutGivesTheExitCodeAndDropsTheBodyAtItsEnd) {
   ASSERT_TRUE(thread->GetExitCode(&code));
   EXPECT_EQ(code, 42u);
   EXPECT_TRUE(work.held.expired());
-}
-
-// A forced end never waits; the body is given back by the end itself where
-// the thread is killed, or when it returns where it is only abandoned.
-TEST(Thread, ForcedEndGivesTheBodyBackOnce) {
-  Work work;
-  auto thread = work.Start(0);
-  ASSERT_TRUE(thread);
-  thread->Terminate();
-  thread.reset();
-  if (test::ForcedEndLetsThreadsFinish()) {
-    EXPECT_FALSE(work.held.expired());
-    work.go->Set();
-  }
-  EXPECT_TRUE(test::Eventually([&] { return work.held.expired(); }));
 }
 
 TEST(Event, AutoResetWakesOneWaitManualResetStaysSetAndEitherEndsAThreadOrEventWait) {

@@ -68,19 +68,6 @@ TEST(PortCollection, ListsPlainPortsFirstThenSpecialThenBluetoothSerialPorts) {
     EXPECT_TRUE(log.Contains(line)) << log.Utf8();
 }
 
-TEST(PortCollection, WithoutActiveDriversThereIsNoCollection) {
-  test::RegistryModel model(BluetoothPort("0", "COM8:"));
-  ASSERT_TRUE(model.Ok());
-  test::LogCapture log;
-  try {
-    COMPortCollection::Create(1);
-    ADD_FAILURE() << "a collection without active drivers";
-  } catch (const CIMExceptionEx& error) {
-    EXPECT_EQ(error.Code(), kErrPortCollection);
-  }
-  EXPECT_TRUE(log.Contains(u" COM ports collection failed to initialize\n")) << log.Utf8();
-}
-
 TEST(PortCollection, APortThatCannotBeOpenedIsBusyWithItsListedNameAndDefaults) {
   test::RegistryModel model(Active("01", "COM97:"));
   const Ref<COMPortCollection> ports = COMPortCollection::Create(1);

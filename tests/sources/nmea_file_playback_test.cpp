@@ -129,26 +129,5 @@ TEST_F(Playback, WhilePausedAReadReturnsAtOnceAndResumeRestartsThePace) {
   EXPECT_THAT(clock_.Sleeps(), ElementsAre(kInterval));
 }
 
-TEST(PlaybackFailures, ReadingAMissingOrUnopenedFileFailsWithTheGeneralFailure) {
-  ManualClock clock;
-  TempDir dir;
-  Ref<NmeaFilePlayback> playback(new NmeaFilePlayback);
-  char16_t buffer[8];
-  uint32_t count = 3;
-  CIMExceptionImpl error;
-  EXPECT_EQ(playback->Read(buffer, 8, &count, &error), 0);
-  EXPECT_EQ(error.Code(), kErrNone);
-  EXPECT_EQ(count, 3u);
-  try {
-    playback->Open(dir.WideFile("none.nmea"), kInterval, true);
-    FAIL() << "opened a missing file";
-  } catch (const CIMExceptionEx& raised) {
-    EXPECT_EQ(raised.Code(), 2);
-  }
-  error.SetCode(0);
-  std::thread([&] { EXPECT_EQ(playback->Read(buffer, 8, &count, &error), 0); }).join();
-  EXPECT_EQ(error.Code(), kErrNone);
-}
-
 }  // namespace
 }  // namespace kavo

@@ -8,7 +8,7 @@
 // runs the command with KAVOGPS_PTY_PEER set to a loopback TCP port on which
 // it answers one-line commands, each with "OK[ value]" or "ERR reason":
 //   NEW              a fresh pseudo-terminal behind the COM name -> OK COMN
-//   SETTINGS         the line settings Wine set -> OK <speed> <N|O|E|M|S> <bits> <stop bits>
+//   SETTINGS         the line settings Wine set -> OK <speed> <stop bits>
 //   SEND <hex>       writes the bytes to the program
 //   RECV <max> <ms>  what the program wrote -> OK <hex>
 //   HANGUP           closes the receiver's side
@@ -24,6 +24,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <sstream>
 
 #include "hex.h"
 #include "pty_receiver.h"

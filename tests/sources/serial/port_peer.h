@@ -16,7 +16,7 @@ class PortPeer {
   virtual bool HangUpFailsReads() const = 0;
   // The name to give the library for this port.
   virtual std::u16string PortName() const = 0;
-  // The line as the receiver sees it: "<speed> <N|O|E|M|S> <data bits> <stop bits>".
+  // The line as the receiver sees it: "<speed> <stop bits>".
   virtual std::string Settings() = 0;
   virtual void Send(const std::string& bytes) = 0;
   // What the library wrote, up to `max` bytes, waiting at most `waitMs` for each part.
