@@ -36,13 +36,6 @@ TEST(ComPortApi, TheCollectionListsPortsAndRefusesIndexesOutsideIt) {
   COMPortInfo_Release(port);
 }
 
-TEST(ComPortApi, WithoutActiveDriversCreatingACollectionFailsWith50) {
-  test::RegistryModel model("[HKEY_LOCAL_MACHINE\\Drivers]\r\n");
-  ASSERT_TRUE(model.Ok());
-  EXPECT_EQ(COMPortCollection_Create(1), nullptr);
-  EXPECT_EQ(KavoMobileGPS_GetLastError(), 50u);
-}
-
 TEST(ComPortApi, SettingsOutsideTheTablesAreNotReadOut) {
   const COMPortParams accepted{110, 1, 1, 0};
   const KavoChar name[] = {'C', 'O', 'M', '1', 0};

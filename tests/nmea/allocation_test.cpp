@@ -1,6 +1,5 @@
-// Allocations on the chunk path: counted, and made to fail on request,
-// through a replacement of the global allocation functions for this test
-// program. Only large ones fail, so the log's small ones still succeed.
+// Allocations on the chunk path, counted and failed on request. Only large
+// ones fail, so the log's small ones still succeed.
 #include <atomic>
 #include <cstdlib>
 #include <new>

@@ -44,11 +44,8 @@ TEST_F(FramingTest, GarbageWithoutLineFeedsKeepsOnlyTheNewest512Units) {
   EXPECT_EQ(Location().Speed, 0.0);
 }
 
-// Recordings of three receiver styles (CR LF and LF endings, fractional and
-// whole seconds, empty fields while there is no fix, other talkers,
-// proprietary sentences, noise), fed as one chunk, as the reading thread
-// delivers them (1024 units), a unit at a time, and split at every place:
-// every way gives the same sentences and the same records, to the bit.
+// Three receiver styles read whole, in reading-thread chunks, a unit at a
+// time and split anywhere: the same sentences and records, to the bit.
 struct Result {
   GPSLocation location;
   GPSSatellites satellites;

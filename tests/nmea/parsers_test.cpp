@@ -105,7 +105,7 @@ TEST_F(ParsersTest, GsvCyclesArePublishedOnTheirLastMessage) {
   const std::string second = Gsv(3, 2, ",15,61,102,,18,35,190,48,21,03,010,,24,50,275,43");
   Feed({first, second});
   EXPECT_EQ(Satellites().Count, 0);
-  clock_.SetLocalTime({2026, 11, 0, 22, 9, 30, 15, 0});
+  clock_.SetLocalTime({2026, 11, 0, 22, 9, 30, 15, 999});  // stamped to the whole second
   Feed(Gsv(3, 3, ",25,28,045,36"));  // short last message
   ASSERT_EQ(Satellites().Count, 9);
   EXPECT_EQ(store_.UpdateMask(), GPS_CHANGED_SATELLITES);

@@ -1,5 +1,5 @@
 // The library's use of the shared calendar: whole seconds, the years 100 to
-// 9999, and the local clock.
+// 9999.
 #include "support/ole_date.h"
 
 #include <gtest/gtest.h>
@@ -20,12 +20,6 @@ TEST(OleDate, KeepsWholeSecondsOfTheYears100To9999) {
   EXPECT_EQ(parts.second, 2);
   EXPECT_EQ(parts.millisecond, 0);
   EXPECT_FALSE(OleDateToParts(-657435.0, &parts));
-}
-
-TEST(OleDate, LocalTimeDropsTheMilliseconds) {
-  platform::LocalTime t;
-  t.year = 2026, t.month = 11, t.day = 22, t.hour = 9, t.minute = 5, t.second = 7, t.milliseconds = 999;
-  EXPECT_NEAR(OleDateFromLocalTime(t), 46348.0 + (9 * 3600 + 5 * 60 + 7) / 86400.0, 1e-9);
 }
 
 }  // namespace

@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "KavoMobileGPS.h"
 #include "common/temp_dir.h"
 #include "platform/platform.h"
 #include "platform/posix/registry_loader.h"
@@ -73,17 +72,6 @@ TEST(ModelledSysfs, EachSerialDeviceIsAnActiveDriverWithAFriendlyNameAndAPortMap
     EXPECT_EQ(platform::posix::DeviceForPortName(u"com" + number + u":"), u"/dev/" + expected[i].first);
   }
   EXPECT_EQ(platform::posix::DeviceForPortName(u"com7:"), u"");
-
-  // The collection lists them, the Bluetooth port last.
-  COMPortCollectionHandle ports = COMPortCollection_Create(1);
-  ASSERT_NE(ports, nullptr);
-  EXPECT_EQ(COMPortCollection_GetCount(ports), 6);
-  uint8_t busy = 0;
-  COMPortInfoHandle last = COMPortCollection_GetPort(ports, 5, &busy);
-  ASSERT_NE(last, nullptr);
-  EXPECT_EQ(std::u16string(reinterpret_cast<const char16_t*>(COMPortInfo_GetName(last))), u"COM1:");
-  COMPortInfo_Release(last);
-  COMPortCollection_Release(ports);
   unsetenv("KAVOGPS_SYSFS_ROOT");
   platform::posix::ReloadRegistry();
 }

@@ -2,7 +2,6 @@
 // listed port at 4800, 9600 and 2400 baud, as an application asks for it.
 #include <fcntl.h>
 #include <pty.h>
-#include <sys/file.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -12,7 +11,6 @@
 #include <chrono>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "KavoMobileGPS.h"
@@ -25,7 +23,6 @@
 namespace kavo {
 namespace {
 
-using std::chrono::milliseconds;
 using test::Eventually;
 
 std::string Narrow(const KavoChar* text) {
@@ -233,34 +230,6 @@ TEST(ScriptedProbe, ProbeThatOutlivesTheWaitCountsAsNotFoundAndEndsByItself) {
   // the port.
   EXPECT_TRUE(Eventually([&] { return Count(log.Text(), u"Data from port: $GPGGA") == 1; }));
   EXPECT_TRUE(Eventually([&] { return Count(log.Text(), u"Handle was closed successfuly") >= 1; }));
-}
-
-// The receivers the search is tested against must keep sending to whoever
-// opens them, however the port was opened and closed before.
-TEST(SimulatedReceiver, KeepsSendingAfterManyOpensFromThreadsAndLocks) {
-  auto gps = Receiver(4800);
-  const std::string path = gps->DevicePath();
-  for (int round = 0; round < 5; ++round) {
-    std::vector<int> fds(16, -1);
-    std::vector<std::thread> openers;
-    for (int& fd : fds) openers.emplace_back([&] { fd = open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK); });
-    for (auto& opener : openers) opener.join();
-    flock(fds[0], LOCK_EX | LOCK_NB);
-    for (int fd : fds) {
-      close(fd);
-      std::this_thread::sleep_for(milliseconds(2));  // closes one by one, opens all at once
-    }
-  }
-  const int reader = open(path.c_str(), O_RDONLY | O_NOCTTY | O_NONBLOCK);
-  ASSERT_GE(reader, 0);
-  std::string heard;
-  EXPECT_TRUE(Eventually([&] {
-    char buffer[256];
-    const ssize_t n = read(reader, buffer, sizeof buffer);
-    if (n > 0) heard.append(buffer, static_cast<size_t>(n));
-    return heard.find("$GP") != std::string::npos;
-  }));
-  close(reader);
 }
 
 }  // namespace
