@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <new>
 
 #include "platform/platform.h"
 #include "support/error.h"
@@ -13,9 +12,6 @@ namespace kavo::api {
 // Internal code to the Win32 code an exported function reports.
 uint32_t MapToWin32(int32_t internalCode);
 inline uint32_t MapToWin32(const CIMExceptionImpl& record) { return MapToWin32(record.Code()); }
-
-// Last error for an error escaping an inner operation.
-uint32_t MapCaughtError();  // call only inside a catch block
 
 // Plain accessor: bad arguments give `failure` and 160, else the value and 0.
 template <class R, class Work>
@@ -38,14 +34,9 @@ int32_t OperationFrame(bool argumentsOk, Work&& work) {
     return 0;
   }
   CIMExceptionImpl record;
-  uint32_t lastError;
-  try {
-    lastError = work(&record) ? platform::kErrorSuccess : MapToWin32(record);
-  } catch (...) {
-    lastError = MapCaughtError();
-  }
-  platform::SetLastError(lastError);
-  return lastError == platform::kErrorSuccess ? 1 : 0;
+  const int ok = CatchInto(&record, [&] { CheckOrRaise(work(&record), &record); });
+  platform::SetLastError(ok ? platform::kErrorSuccess : MapToWin32(record));
+  return ok;
 }
 
 // Creating function: `create(record)` runs the creation steps through
@@ -59,15 +50,9 @@ Handle CreatingFrame(bool argumentsOk, Create&& create) {
   }
   CIMExceptionImpl record;
   Handle result = nullptr;
-  uint32_t lastError = platform::kErrorSuccess;
-  try {
-    result = create(record);
-  } catch (...) {
-    lastError = MapCaughtError();
-    result = nullptr;
-  }
-  platform::SetLastError(lastError);
-  return result;
+  const int ok = CatchInto(&record, [&] { result = create(record); });
+  platform::SetLastError(ok ? platform::kErrorSuccess : MapToWin32(record));
+  return ok ? result : nullptr;
 }
 
 }  // namespace kavo::api

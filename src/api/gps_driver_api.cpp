@@ -60,14 +60,9 @@ KAVOGPS_API int32_t GPSDriver_Start(GPSDriverHandle driver) {
 }
 
 KAVOGPS_API int32_t GPSDriver_Stop(GPSDriverHandle driver) {
-  // Stop reports no code of its own: a failure is simply "not supported".
-  if (!driver) {
-    kavo::platform::SetLastError(kavo::platform::kErrorBadArguments);
-    return 0;
-  }
-  const bool stopped = Driver(driver)->Stop() != 0;
-  kavo::platform::SetLastError(stopped ? kavo::platform::kErrorSuccess : kavo::platform::kErrorNotSupported);
-  return stopped ? 1 : 0;
+  // Stop reports no code of its own: a failure is the general one, which
+  // reads as "not supported".
+  return OperationFrame(driver != nullptr, [&](kavo::CIMExceptionImpl*) { return Driver(driver)->Stop(); });
 }
 
 KAVOGPS_API int32_t GPSDriver_GetLocation(GPSDriverHandle driver, GPSLocation* location) {

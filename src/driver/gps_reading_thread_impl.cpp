@@ -54,16 +54,9 @@ class ReadingRun : public RefCounted {
   void ReadingStep(char16_t* buffer) {
     uint32_t count = 0;
     CIMExceptionImpl error;
-    bool failed = false;
-    try {
-      if (!source_->Read(buffer, GpsReadingThreadImpl::kChunkCapacity, &count, &error)) Raise(&error);
-    } catch (const CIMExceptionEx& raised) {
-      error = raised;
-      failed = true;
-    } catch (...) {
-      SetError(&error, kErrNone);
-      failed = true;
-    }
+    const bool failed = !CatchInto(&error, [&] {
+      CheckOrRaise(source_->Read(buffer, GpsReadingThreadImpl::kChunkCapacity, &count, &error), &error);
+    });
     heartbeat_->Set();
 
     bool delivered;
@@ -134,10 +127,10 @@ int GpsReadingThreadImpl::Start(TextSink* sink, CIMExceptionImpl* error) {
     return 0;
   }
   Ref<ReadingRun> run;
-  try {
-    run = new ReadingRun(source_, sink);
-  } catch (...) {  // no events, or no memory: nothing was started
-    SetError(error, kErrNone, u"", u"");
+  // No events, or no memory: nothing was started, and the caller sees the
+  // general failure either way.
+  if (!CatchInto(error, [&] { run = new ReadingRun(source_, sink); })) {
+    SetError(error, kErrNone);
     return 0;
   }
   reading_ = starter_([run] {

@@ -1,4 +1,5 @@
 #include "log/logger.h"
+#include "support/error.h"
 #include "support/ini_reader.h"
 
 namespace kavo {
@@ -22,16 +23,16 @@ void ConfigureLoggerAtLoad(Logger& logger, const WideString& modulePath) {
     const uint32_t saved = platform::GetLastError();
     ~KeepLastError() { platform::SetLastError(saved); }
   } keep;
-  try {
+  // Loading never fails over the log: whatever goes wrong, the debug sink
+  // stays.
+  CatchInto(nullptr, [&] {
     logger.SetSink(Ref<LogSink>(new DebugLogSink));
     const WideString iniPath = LibraryIniPath(modulePath);
     if (iniPath.empty() || !platform::FileExists(iniPath)) return;
     char16_t fileName[kMaxPath] = {};
     if (ReadIniString(iniPath, u"Logger", u"FileName", u"", fileName, kMaxPath) == 0) return;
     logger.SetSink(Ref<LogSink>(new FileLogSink(fileName)));
-  } catch (...) {
-    // Loading never fails over the log: the debug sink stays.
-  }
+  });
 }
 
 }  // namespace kavo

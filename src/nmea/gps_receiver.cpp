@@ -32,7 +32,7 @@ GpsReceiver::~GpsReceiver() {
 int GpsReceiver::Start(CIMExceptionImpl* error) {
   CriticalSectionLock::Guard guard(startStopLock_);
   bool reset = false;
-  try {
+  const int started = CatchInto(error, [&] {
     if (started_) throw CNotSupportedException(u"the receiver is already started");
     CIMExceptionImpl record;
     CheckOrRaise(store_.Reset(), &record);
@@ -55,14 +55,8 @@ int GpsReceiver::Start(CIMExceptionImpl* error) {
       satellites_ = store_.Satellites();
     }
     started_ = 1;
-    return 1;
-  } catch (const CIMExceptionEx& raised) {
-    CopyError(raised, error);
-  } catch (const CException&) {
-    SetError(error, kErrNotSupported);
-  } catch (const std::bad_alloc&) {
-    SetError(error, kErrOutOfMemory);
-  }
+  });
+  if (started) return 1;
   status_ = GPS_STATUS_STOPPED;
   if (reset) store_.Clear();
   return 0;

@@ -38,7 +38,7 @@ uint32_t PortProbe::ThreadProcedure(void* self) {
 void PortProbe::Run() {
   // A port that cannot be opened or read ends its probe; nothing leaves the
   // thread, and the found flag stays clear.
-  try {
+  const auto probe = [this] {
     int result = ProbeAt(kFirstBaudRate);
     // Silence at 4800 ends the probe: only a port that talks is worth
     // hearing at other speeds.
@@ -48,9 +48,8 @@ void PortProbe::Run() {
       found_ = 1;
       dataFound_->Get().Set();
     }
-  } catch (...) {
-    found_ = 0;
-  }
+  };
+  if (!CatchInto(nullptr, probe)) found_ = 0;
 }
 
 int PortProbe::ProbeAt(uint32_t baudRate) {

@@ -33,12 +33,6 @@ reg::Key RootByName(WideView name) {
   return 0;
 }
 
-// A registry failure: the registry's code becomes the thread's last error.
-int Fail(uint32_t error) {
-  platform::SetLastError(error);
-  return 0;
-}
-
 bool IsStringType(uint32_t type) {
   return type == reg::kTypeString || type == reg::kTypeExpandString || type == reg::kTypeMultiString;
 }
@@ -74,11 +68,11 @@ int RegistryKey::Open(const char16_t* path, uint32_t access) {
   const size_t slash = full.find(u'\\');
   if (slash == WideView::npos) Raise(kErrNone, u"Registry path without a backslash", path);
   const reg::Key root = RootByName(full.substr(0, slash));
-  if (!root) return Fail(platform::kErrorFileNotFound);
+  if (!root) return 0;
   const WideString subPath(full.substr(slash + 1));
   reg::Key opened = 0;
   const uint32_t error = reg::OpenKey(root, subPath.c_str(), access, &opened);
-  if (error != platform::kErrorSuccess) return Fail(error);
+  if (error != platform::kErrorSuccess) return 0;
   Close();
   key_ = opened;
   return 1;
@@ -98,25 +92,25 @@ Ref<RegistryKey> RegistryKey::OpenPath(const char16_t* path, uint32_t access) {
 int RegistryKey::SetBinary(const char16_t* name, const void* data, uint32_t length) {
   if (!key_) return 0;
   const uint32_t error = reg::SetValue(key_, name, reg::kTypeBinary, data, length);
-  return error == platform::kErrorSuccess ? 1 : Fail(error);
+  return error == platform::kErrorSuccess ? 1 : 0;
 }
 
 int RegistryKey::SetString(const char16_t* text, const char16_t* name, bool multi, int32_t length) {
   if (!key_) return 0;
   if (!text) Raise(kFailCode, u"No text to write to the registry", name);
-  if (multi && length == -1) return Fail(platform::kErrorInvalidParameter);
-  if (length < -1) return Fail(platform::kErrorInvalidParameter);
+  if (multi && length == -1) return 0;
+  if (length < -1) return 0;
   const uint32_t characters = length == -1 ? static_cast<uint32_t>(WideLength(text) + 1)
                                            : static_cast<uint32_t>(length);
   const uint32_t type = multi ? reg::kTypeMultiString : reg::kTypeString;
   const uint32_t error = reg::SetValue(key_, name, type, text, characters * sizeof(char16_t));
-  return error == platform::kErrorSuccess ? 1 : Fail(error);
+  return error == platform::kErrorSuccess ? 1 : 0;
 }
 
 int RegistryKey::SetNumber(const char16_t* name, uint32_t value) {
   if (!key_) return 0;
   const uint32_t error = reg::SetValue(key_, name, reg::kTypeDword, &value, sizeof value);
-  return error == platform::kErrorSuccess ? 1 : Fail(error);
+  return error == platform::kErrorSuccess ? 1 : 0;
 }
 
 int RegistryKey::QueryBinary(const char16_t* name, void* buffer, uint32_t* length) {
@@ -124,7 +118,7 @@ int RegistryKey::QueryBinary(const char16_t* name, void* buffer, uint32_t* lengt
   uint32_t type = 0;
   uint32_t bytes = *length;
   const uint32_t error = reg::QueryValue(key_, name, &type, buffer, &bytes);
-  if (error != platform::kErrorSuccess) return Fail(error);
+  if (error != platform::kErrorSuccess) return 0;
   if (type != reg::kTypeBinary) return 0;
   *length = bytes;
   return 1;
@@ -135,7 +129,7 @@ int RegistryKey::QueryString(const char16_t* name, char16_t* buffer, uint32_t* l
   uint32_t type = 0;
   uint32_t bytes = *length * sizeof(char16_t);
   const uint32_t error = reg::QueryValue(key_, name, &type, buffer, &bytes);
-  if (error != platform::kErrorSuccess) return Fail(error);
+  if (error != platform::kErrorSuccess) return 0;
   if (!IsStringType(type) || bytes % 2 != 0) return 0;
   const uint32_t characters = bytes / 2;
   // A value stored without its terminator is terminated here when there is
@@ -143,7 +137,7 @@ int RegistryKey::QueryString(const char16_t* name, char16_t* buffer, uint32_t* l
   if (characters < *length) {
     buffer[characters] = 0;
   } else if (buffer[characters - 1] != 0) {
-    return Fail(platform::kErrorMoreData);
+    return 0;
   }
   *length = characters;
   return 1;
@@ -155,7 +149,7 @@ int RegistryKey::QueryNumber(const char16_t* name, uint32_t* value) {
   uint32_t number = 0;
   uint32_t bytes = sizeof number;
   const uint32_t error = reg::QueryValue(key_, name, &type, &number, &bytes);
-  if (error != platform::kErrorSuccess) return Fail(error);
+  if (error != platform::kErrorSuccess) return 0;
   if (type != reg::kTypeDword || bytes != sizeof number) return 0;
   *value = number;
   return 1;
@@ -183,7 +177,7 @@ int RegistryKey::Enumerate(bool values, const NameCallback& callback) {
       name.resize(GrowNameBuffer(static_cast<uint32_t>(name.size())));
       continue;
     }
-    if (error != platform::kErrorSuccess) return Fail(error);
+    if (error != platform::kErrorSuccess) return 0;
     if (callback) callback(name.data());
     ++index;
   }
@@ -194,7 +188,7 @@ int RegistryKey::CreateSubkey(const char16_t* name, Ref<RegistryKey>* key, const
   if (!key_ || !key) return 0;
   reg::Key created = 0;
   const uint32_t error = reg::CreateKey(key_, name, className, options, access, &created, disposition);
-  if (error != platform::kErrorSuccess) return Fail(error);
+  if (error != platform::kErrorSuccess) return 0;
   *key = Ref<RegistryKey>(NewCounted(created));
   return 1;
 }
@@ -203,7 +197,7 @@ int RegistryKey::OpenSubkey(const char16_t* name, Ref<RegistryKey>* key, uint32_
   if (!key_ || !key) return 0;
   reg::Key opened = 0;
   const uint32_t error = reg::OpenKey(key_, name, access, &opened);
-  if (error != platform::kErrorSuccess) return Fail(error);
+  if (error != platform::kErrorSuccess) return 0;
   *key = Ref<RegistryKey>(NewCounted(opened));
   return 1;
 }
@@ -211,7 +205,7 @@ int RegistryKey::OpenSubkey(const char16_t* name, Ref<RegistryKey>* key, uint32_
 int RegistryKey::DeleteSubkey(const char16_t* name) {
   if (!key_) return 0;
   const uint32_t error = reg::DeleteKey(key_, name);
-  return error == platform::kErrorSuccess ? 1 : Fail(error);
+  return error == platform::kErrorSuccess ? 1 : 0;
 }
 
 int RegistryKey::DeleteSubkeyTree(const char16_t* name) {
@@ -229,7 +223,7 @@ int RegistryKey::DeleteSubkeyTree(const char16_t* name) {
 int RegistryKey::DeleteValue(const char16_t* name) {
   if (!key_) return 0;
   const uint32_t error = reg::DeleteValue(key_, name);
-  return error == platform::kErrorSuccess ? 1 : Fail(error);
+  return error == platform::kErrorSuccess ? 1 : 0;
 }
 
 }  // namespace kavo

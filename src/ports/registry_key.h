@@ -1,8 +1,8 @@
 // One open registry key with typed reads and writes, subkeys and walks over
-// names. Registry failures come back as a zero result (the registry's error
-// also left as the thread's last error); only a path without a backslash,
-// a missing text to write and a name buffer that would outgrow 32 bits are
-// raised.
+// names. A key or value that is missing or cannot be read or written comes
+// back as a zero result (no caller tells one registry failure from
+// another); only a path without a backslash, a missing text to write and a
+// name buffer that would outgrow 32 bits are raised.
 #pragma once
 
 #include <atomic>
@@ -46,7 +46,7 @@ class RegistryKey {
   int SetBinary(const char16_t* name, const void* data, uint32_t length);
   // REG_SZ, or REG_MULTI_SZ with `multi`. `length` in 16-bit characters,
   // terminators included; -1 counts up to the text's terminator, which a
-  // multi-string cannot use (error 87).
+  // multi-string cannot use (a zero result).
   int SetString(const char16_t* text, const char16_t* name, bool multi = false, int32_t length = -1);
   int SetNumber(const char16_t* name, uint32_t value);
   int SetNumber(const char16_t* name, int32_t value) { return SetNumber(name, static_cast<uint32_t>(value)); }

@@ -33,7 +33,7 @@ int NmeaFilePlayback::Read(char16_t* buffer, uint32_t capacity, uint32_t* count,
   // Paused: nothing flows, and the lock is not kept past the call, so a
   // reading thread that ends here leaves it free for the next one.
   if (paused_.load()) return 1;
-  try {
+  return CatchInto(error, [&] {
     if (!open_) Raise(kErrNone);
     if (!buffer || !count || capacity == 0) Raise(kErrInvalidParameter);
     const uint32_t elapsed = platform::TickCount() - lastReadTick_;
@@ -61,11 +61,7 @@ int NmeaFilePlayback::Read(char16_t* buffer, uint32_t capacity, uint32_t* count,
     }
     lastReadTick_ = platform::TickCount();
     *count = used;
-  } catch (const CIMExceptionEx& raised) {
-    CopyError(raised, error);
-    return 0;
-  }
-  return 1;
+  });
 }
 
 int NmeaFilePlayback::Write(const char16_t*, uint32_t, uint32_t* written, CIMExceptionImpl*) {

@@ -33,21 +33,6 @@ class PortLock {
   const bool held_;
 };
 
-// Whatever was thrown, as the caller's error record: the library's own
-// errors as raised, a failed allocation as out of memory, the rest as the
-// general failure.
-void CopyCaught(CIMExceptionImpl* error) {
-  try {
-    throw;
-  } catch (const CIMExceptionEx& raised) {
-    CopyError(raised, error);
-  } catch (const std::bad_alloc&) {
-    SetError(error, kErrOutOfMemory);
-  } catch (...) {
-    SetError(error, kErrNone);
-  }
-}
-
 }  // namespace
 
 SerialConnection::SerialConnection() : mutex_(platform::Mutex::Create()) {
@@ -74,19 +59,12 @@ std::shared_ptr<platform::SerialPort> SerialConnection::TakePort() {
 int SerialConnection::Open(const COMPortInfo& port, CIMExceptionImpl* error) {
   LogScope scope(u"Initializing connection to port");
   PortLock lock(*mutex_, platform::kInfinite);
-  int result = 1;
-  try {
-    OpenLocked(port);
-  } catch (...) {
-    result = 0;
+  const int result = CatchInto(error, [&] { OpenLocked(port); });
+  if (!result) {
     // A port whose settings were refused is not kept: it is of no use to
     // anyone while this connection holds it exclusively.
     if (std::shared_ptr<platform::SerialPort> failed = TakePort()) failed->Close();
-    CopyCaught(error);
-    try {
-      Logger::Instance().Write(u"Error!\n");
-    } catch (...) {  // the record already tells what went wrong
-    }
+    CatchInto(nullptr, [] { Logger::Instance().Write(u"Error!\n"); });  // the record already tells
   }
   open_ = result;
   return result;
@@ -155,7 +133,7 @@ void SerialConnection::ApplyLineSettings(platform::SerialPort& opened, const COM
 int SerialConnection::Read(char16_t* buffer, uint32_t capacity, uint32_t* count,
                            CIMExceptionImpl* error) {
   PortLock lock(*mutex_, platform::kInfinite);
-  try {
+  return CatchInto(error, [&] {
     if (!open_) Raise(kErrNone);
     if (!buffer || !count || capacity == 0) Raise(kErrInvalidParameter);
     std::shared_ptr<platform::SerialPort> port = CurrentPort();
@@ -165,16 +143,12 @@ int SerialConnection::Read(char16_t* buffer, uint32_t capacity, uint32_t* count,
     converter_.BytesToWide(bytes.get(), got, buffer);
     buffer[got] = 0;
     *count = got;
-  } catch (...) {
-    CopyCaught(error);
-    return 0;
-  }
-  return 1;
+  });
 }
 
 int SerialConnection::Write(const char16_t* text, uint32_t length, uint32_t* written,
                             CIMExceptionImpl* error) {
-  try {
+  return CatchInto(error, [&] {
     if (!text && length != 0) Raise(kErrInvalidParameter);
     std::shared_ptr<platform::SerialPort> port = CurrentPort();
     if (!port) Raise(kErrOperationFailed);  // never opened: no handle to write to
@@ -183,11 +157,7 @@ int SerialConnection::Write(const char16_t* text, uint32_t length, uint32_t* wri
     uint32_t done = 0;
     if (!port->Write(bytes.get(), length, &done)) Raise(kErrOperationFailed);
     if (written) *written = done;
-  } catch (...) {
-    CopyCaught(error);
-    return 0;
-  }
-  return 1;
+  });
 }
 
 void SerialConnection::CancelRead() {

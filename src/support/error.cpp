@@ -1,5 +1,7 @@
 #include "support/error.h"
 
+#include <new>
+
 #include "support/wide_string.h"
 
 namespace kavo {
@@ -79,6 +81,24 @@ void Raise(int32_t code, const char16_t* message, const char16_t* detail) {
 
 void CopyError(const CIMExceptionImpl& from, CIMExceptionImpl* to) {
   if (to) *to = from;
+}
+
+CIMExceptionImpl CaughtError() noexcept {
+  CIMExceptionImpl record;
+  try {
+    throw;
+  } catch (const CIMExceptionEx& raised) {
+    record = raised;
+  } catch (const CMemoryException&) {
+    SetError(&record, kErrOutOfMemory);
+  } catch (const std::bad_alloc&) {
+    SetError(&record, kErrOutOfMemory);
+  } catch (const CException&) {
+    SetError(&record, kErrNotSupported);
+  } catch (...) {
+    SetError(&record, kErrNone);
+  }
+  return record;
 }
 
 }  // namespace kavo

@@ -113,4 +113,23 @@ inline void CheckOrRaise(long ok, int32_t code, const char16_t* message = nullpt
 // Copies a caught error into the caller's record (when there is one).
 void CopyError(const CIMExceptionImpl& from, CIMExceptionImpl* to);
 
+// The exception being handled, as a record: a raised error as it was
+// raised, running out of memory as kErrOutOfMemory, any other CException
+// as kErrNotSupported, anything else as the general failure. Call only
+// inside a catch block.
+CIMExceptionImpl CaughtError() noexcept;
+
+// Where a 1/0-plus-record shape meets code that raises: runs `body` and
+// returns 1, or 0 with whatever it threw in `record` (when there is one).
+template <class Body>
+int CatchInto(CIMExceptionImpl* record, Body&& body) noexcept {
+  try {
+    body();
+    return 1;
+  } catch (...) {
+    CopyError(CaughtError(), record);
+    return 0;
+  }
+}
+
 }  // namespace kavo

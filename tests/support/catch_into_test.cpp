@@ -1,0 +1,41 @@
+#include <gtest/gtest.h>
+
+#include <new>
+#include <string>
+
+#include "support/error.h"
+
+namespace kavo {
+namespace {
+
+// What each kind of throw leaves in the record; the texts show whether the
+// raised record was kept whole or the code's standard text filled in.
+TEST(CatchInto, ClassifiesWhatTheBodyThrows) {
+  using Body = void (*)();
+  const struct {
+    Body body;
+    int result;
+    int32_t code;
+    std::u16string message;
+  } table[] = {
+      {[] {}, 1, 12345, u"untouched"},
+      {[] { Raise(kErrPortNotFound, u"COM7", u"detail"); }, 0, kErrPortNotFound, u"COM7"},
+      {[] { Raise(7, u"System error 7"); }, 0, 7, u"System error 7"},
+      {[] { throw CMemoryException(); }, 0, kErrOutOfMemory, StandardErrorText(kErrOutOfMemory)},
+      {[] { throw std::bad_alloc(); }, 0, kErrOutOfMemory, StandardErrorText(kErrOutOfMemory)},
+      {[] { throw CNotSupportedException(u"bad field"); }, 0, kErrNotSupported,
+       StandardErrorText(kErrNotSupported)},
+      {[] { throw 42; }, 0, kErrNone, StandardErrorText(kErrNone)},
+  };
+  for (const auto& row : table) {
+    CIMExceptionImpl record;
+    SetError(&record, 12345, u"untouched", u"untouched");
+    EXPECT_EQ(CatchInto(&record, row.body), row.result) << row.code;
+    EXPECT_EQ(record.Code(), row.code);
+    EXPECT_EQ(std::u16string(record.Message()), row.message) << row.code;
+    EXPECT_EQ(CatchInto(nullptr, row.body), row.result) << row.code;  // no record to fill
+  }
+}
+
+}  // namespace
+}  // namespace kavo
