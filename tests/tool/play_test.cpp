@@ -121,7 +121,7 @@ TEST(KavogpsTool, EachFailureHasItsMessageAndCodeAndLeavesNoFile) {
 TEST(KavogpsTool, EveryCommandHasHelpWithinEightyColumnsAndItsVersion) {
   const std::string version = RunInProcess({"--version"}).out;
   EXPECT_TRUE(std::regex_match(version, std::regex("kavogps [0-9]+\\.[0-9]+\\.[0-9]+\n"))) << version;
-  for (const char* command : {"play", "ports", "find", "monitor", "simulate"}) {
+  for (const char* command : {"play", "ports", "find", "monitor", "simulate", "serve"}) {
     SCOPED_TRACE(command);
     const ToolRun run = RunInProcess({command, "--help"});
     EXPECT_TRUE(run.code == 0 && Contains(run.out, std::string("Usage: kavogps ") + command)) << run.out;
