@@ -67,7 +67,7 @@ TEST(KavogpsPlay, EachEpochIsReportedOnceAndWhole) {
     fixes += next++ < 2;
   }
   EXPECT_EQ(next, kTpvs.size()) << "the last epoch, lost fix and all, is reported";
-  EXPECT_TRUE(Contains(json.out, "\"satellites\":[{\"PRN\":2,\"el\":49,\"az\":211,\"ss\":37},")) << json.out;
+  EXPECT_TRUE(Contains(json.out, "\"satellites\":[{\"PRN\":2,\"el\":49,\"az\":211,\"ss\":37,\"gnssid\":0,\"svid\":2},")) << json.out;
   EXPECT_TRUE(Contains(json.err, "End of recording.\nFixes:      " + std::to_string(fixes) + "\n")) << json.err;
 
   // People read the same epochs; what the lost fix does not know shows "-".
@@ -121,7 +121,7 @@ TEST(KavogpsTool, EachFailureHasItsMessageAndCodeAndLeavesNoFile) {
 TEST(KavogpsTool, EveryCommandHasHelpWithinEightyColumnsAndItsVersion) {
   const std::string version = RunInProcess({"--version"}).out;
   EXPECT_TRUE(std::regex_match(version, std::regex("kavogps [0-9]+\\.[0-9]+\\.[0-9]+\n"))) << version;
-  for (const char* command : {"play", "ports", "find", "monitor", "simulate"}) {
+  for (const char* command : {"play", "ports", "find", "monitor", "simulate", "serve"}) {
     SCOPED_TRACE(command);
     const ToolRun run = RunInProcess({command, "--help"});
     EXPECT_TRUE(run.code == 0 && Contains(run.out, std::string("Usage: kavogps ") + command)) << run.out;

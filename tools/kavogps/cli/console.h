@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <string>
 
 namespace kavo::cli {
 
@@ -20,6 +21,9 @@ void SurviveClosedOutput();
 // Whether standard output is a pipe or socket whose reader has gone: a
 // normal way to stop reading (`kavogps play --json | head`).
 bool StandardOutputClosed();
+
+// Sets an environment variable of the process, as the library reads it.
+bool SetEnvironment(const char* name, const std::string& value);
 
 // The running program's own file.
 std::filesystem::path ExecutablePath();

@@ -19,6 +19,25 @@ int TpvStatus(int32_t quality) {
   }
 }
 
+// A satellite's system and number within it, as GPS daemons give them
+// (gnssid 0 GPS, 1 SBAS, 2 Galileo, 3 BeiDou, 5 QZSS, 6 GLONASS), from the
+// library's ranges; false for a number outside them.
+bool SystemOf(int32_t prn, int* gnssid, int* svid) {
+  struct Range {
+    int32_t first, last;
+    int gnssid, offset;
+  };
+  static const Range ranges[] = {{1, 32, 0, 0},     {33, 64, 1, 87},     {65, 96, 6, -64},
+                                 {193, 202, 5, -192}, {301, 336, 2, -300}, {401, 463, 3, -400}};
+  for (const Range& r : ranges) {
+    if (prn < r.first || prn > r.last) continue;
+    *gnssid = r.gnssid;
+    *svid = prn + r.offset;  // SBAS as its PRN of 120 and up
+    return true;
+  }
+  return false;
+}
+
 }  // namespace
 
 std::string JsonNumber(double value, int decimals) {
@@ -87,6 +106,9 @@ std::string SkyJson(const Reading& reading, const std::string& device, const std
   for (const GPSSatellite& s : reading.satellites) {
     std::string text = "{\"PRN\":" + std::to_string(s.PRN) + ",\"el\":" + JsonNumber(Degrees(s.Elevation), 1) +
                        ",\"az\":" + JsonNumber(Degrees(s.Azimuth), 1) + ",\"ss\":" + std::to_string(s.SNR);
+    int gnssid = 0, svid = 0;
+    if (SystemOf(s.PRN, &gnssid, &svid))
+      text += ",\"gnssid\":" + std::to_string(gnssid) + ",\"svid\":" + std::to_string(svid);
     if (used) text += std::string(",\"used\":") + (used->count(s.PRN) ? "true" : "false");
     text += "}";
     list += (list.size() > 1 ? "," : "") + text;

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <fstream>
 #include <vector>
 
@@ -38,7 +39,7 @@ void PrintHelp(std::ostream& out) {
          "  --nmea          write the sentences as received instead (the summary goes to\n"
          "                  standard error)\n"
          "  --gpx FILE      also write the track of fixes to FILE as GPX 1.1\n"
-         "  -h, --help      show this help\n\n"
+      << ReceiverOptionsHelp(18) << "  -h, --help      show this help\n\n"
       << kExitCodeHelp;
 }
 
@@ -72,6 +73,7 @@ bool ParsePlayArguments(const Arguments& args, PlaySettings* s, std::string* err
     else if (name == "--json") ok = reader.Flag(&s->json);
     else if (name == "--nmea") ok = reader.Flag(&s->nmea);
     else if (name == "--gpx") ok = reader.Value(&s->gpx);
+    else if (ReadReceiverOption(reader, &s->receiver, &ok)) continue;
     else if (!reader.IsOption() && s->file.empty()) s->file = name;
     else ok = reader.Unknown();
   }
@@ -83,12 +85,16 @@ bool ParsePlayArguments(const Arguments& args, PlaySettings* s, std::string* err
   return ok;
 }
 
-bool LooksLikeNmea(const std::string& path) {
+namespace {
+
+// Calls `found` with the address ("GPGGA") of each sentence-shaped text in
+// `path` until it returns false. Zero bytes are dropped, so UTF-16 text
+// reads as its single-byte twin; the tail of each block is kept so a
+// sentence across blocks is still seen.
+void ForEachAddress(const std::string& path, const std::function<bool(const std::string&)>& found) {
   std::ifstream in(path, std::ios::binary);
   std::string text;
   std::vector<char> buffer(1 << 16);
-  // Zero bytes dropped, UTF-16 text reads as its single-byte twin; the tail
-  // of each block is kept so a sentence across blocks is still seen.
   while (in.read(buffer.data(), static_cast<std::streamsize>(buffer.size())) || in.gcount() > 0) {
     for (std::streamsize i = 0; i < in.gcount(); ++i)
       if (buffer[static_cast<size_t>(i)] != '\0') text += buffer[static_cast<size_t>(i)];
@@ -96,11 +102,27 @@ bool LooksLikeNmea(const std::string& path) {
       if (at + 6 >= text.size()) break;
       const bool address = std::all_of(text.begin() + at + 1, text.begin() + at + 6,
                                        [](char c) { return std::isupper(static_cast<unsigned char>(c)) || std::isdigit(static_cast<unsigned char>(c)); });
-      if (address && text[at + 6] == ',') return true;
+      if (address && text[at + 6] == ',' && !found(text.substr(at, 6))) return;
     }
     text.erase(0, text.size() > 6 ? text.size() - 6 : 0);
   }
-  return false;
+}
+
+}  // namespace
+
+bool LooksLikeNmea(const std::string& path) {
+  bool any = false;
+  ForEachAddress(path, [&](const std::string&) { return !(any = true); });
+  return any;
+}
+
+std::set<std::string> TalkersInFile(const std::string& path) {
+  std::set<std::string> talkers;
+  ForEachAddress(path, [&](const std::string& address) {
+    if (address[0] == '$' && address[1] != 'P') talkers.insert(address.substr(1, 2));
+    return true;
+  });
+  return talkers;
 }
 
 uint32_t EndTimeoutMs(int64_t intervalMs) { return static_cast<uint32_t>(2 * intervalMs + 1000); }
@@ -146,6 +168,11 @@ int RunPlay(const Arguments& args, std::ostream& out, std::ostream& err) {
     return kExitFile;
   }
 
+  if (!ApplyReceiverSettings(settings.receiver)) {
+    err << "kavogps play: the talkers and checksums cannot be handed to the library\n";
+    output.Abandon();
+    return kExitFailure;
+  }
   InterruptWatch interrupt;  // before the library starts any thread
   const LibraryText path = ToLibraryText(file.string());
   const DriverPtr driver(GPSDriver_CreateFromFile(path.c_str(), static_cast<int32_t>(settings.intervalMs),
@@ -187,9 +214,13 @@ int RunPlay(const Arguments& args, std::ostream& out, std::ostream& err) {
   if (end == SessionEnd::kSourceFailed || (!interrupted && session.SentencesSeen() == 0)) {
     // Nothing trustworthy to keep: no track file is left behind.
     output.Abandon();
-    err << "kavogps play: '" << shown
-        << (end == SessionEnd::kSourceFailed ? "': reading it failed while playing it\n"
-                                             : "' holds no NMEA sentence the library recognises\n");
+    if (end == SessionEnd::kSourceFailed) {
+      err << "kavogps play: '" << shown << "': reading it failed while playing it\n";
+      return kExitFile;
+    }
+    const std::string hint = TalkersHint(TalkersInFile(file.string()), settings.receiver);
+    err << "kavogps play: '" << shown << "' holds no NMEA sentence the library recognises"
+        << (hint.empty() ? "" : ": " + hint) << '\n';
     return kExitFile;
   }
   if (!output.Finish(interrupted ? "Interrupted." : "End of recording.", &error)) {

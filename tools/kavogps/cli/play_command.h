@@ -3,9 +3,11 @@
 #pragma once
 
 #include <cstdint>
+#include <set>
 #include <string>
 
 #include "cli/commands.h"
+#include "cli/receiver_settings.h"
 
 namespace kavo::cli {
 
@@ -17,6 +19,7 @@ struct PlaySettings {
   bool nmea = false;
   std::string gpx;  // empty: no track file
   bool help = false;
+  ReceiverSettings receiver;
 };
 
 constexpr int64_t kMaxIntervalMs = 60000;
@@ -33,6 +36,8 @@ uint32_t EndTimeoutMs(int64_t intervalMs);
 // ("$" or "!", a five-character address, a comma), in a single-byte or
 // UTF-16 encoding; reading it through the library takes seconds to tell.
 bool LooksLikeNmea(const std::string& path);
+// The talkers of the NMEA sentences in `path`, proprietary ones aside.
+std::set<std::string> TalkersInFile(const std::string& path);
 
 int RunPlay(const Arguments& args, std::ostream& out, std::ostream& err);
 

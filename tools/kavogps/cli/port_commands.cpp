@@ -10,6 +10,7 @@
 #include "cli/console.h"
 #include "cli/option_reader.h"
 #include "cli/port_device.h"
+#include "cli/receiver_settings.h"
 #include "cli/session_output.h"
 
 namespace kavo::cli {
@@ -142,9 +143,19 @@ int RunPorts(const Arguments& args, std::ostream& out, std::ostream& err) {
 
 int RunFind(const Arguments& args, std::ostream& out, std::ostream& err) {
   bool help = false;
-  if (!HelpOnly(args, "find", &help, err)) return kExitUsage;
+  ReceiverSettings receiver;
+  OptionReader reader(args);
+  bool ok = true;
+  while (ok && reader.Next()) {
+    if (reader.Name() == "-h" || reader.Name() == "--help") ok = reader.Flag(&help);
+    else if (!ReadReceiverOption(reader, &receiver, &ok)) ok = reader.Unknown();
+  }
+  if (!ok) {
+    err << "kavogps find: " << reader.Error() << "\nRun 'kavogps find --help' for the options.\n";
+    return kExitUsage;
+  }
   if (help) {
-    out << "Usage: kavogps find\n\n"
+    out << "Usage: kavogps find [OPTIONS]\n\n"
            "Searches the serial ports for a GPS receiver: the port of the system's GPS\n"
            "intermediate driver first, when there is one, then each port of the list\n"
            "'kavogps ports' shows, in that order, listening at 4800 baud and, when it\n"
@@ -154,10 +165,16 @@ int RunFind(const Arguments& args, std::ostream& out, std::ostream& err) {
            "The library logs each probe to its diagnostic output (on Linux standard\n"
            "error, only when KAVOGPS_DEBUG_OUTPUT is set) and to the log file that\n"
            "libKavoMobileGPS.ini beside the library may name.\n\n"
+           "Options (a receiver is recognised by a sentence of an accepted talker):\n"
+        << ReceiverOptionsHelp(18) << "  -h, --help      show this help\n\n"
         << kExitCodeHelp;
     return kExitOk;
   }
   if (!MachineUsable("find", err)) return kExitFile;
+  if (!ApplyReceiverSettings(receiver)) {
+    err << "kavogps find: the talkers and checksums cannot be handed to the library\n";
+    return kExitFailure;
+  }
   std::vector<std::string> names, busy;
   {
     const PortCollectionPtr ports(COMPortCollection_Create(1));
@@ -223,6 +240,33 @@ struct MonitorSettings {
   std::string port, gpx;
   int64_t baud = 4800;
   bool help = false, json = false, nmea = false, once = false;
+  ReceiverSettings receiver;
+};
+
+// Says once, when the receiver sends text but not one sentence the library
+// reads, what may be wrong instead of waiting silently. The library hands
+// over only the sentences it reads, so the talkers sent cannot be named.
+class NoSentenceHint : public ReadingView {
+ public:
+  NoSentenceHint(std::ostream& err, std::string port, const ReceiverSettings& receiver)
+      : err_(err), port_(std::move(port)), receiver_(receiver) {}
+  void Show(const EpochReport&) override {}
+  void Sentence(const std::string&) override { read_ = true; }
+  void Status(int32_t status) override {
+    if (status != GPS_STATUS_NO_SENTENCE || read_ || told_) return;
+    told_ = true;
+    err_ << "kavogps monitor: " << port_ << " sends text, but no sentence of the talkers read ("
+         << receiver_.talkers << ") with " << (receiver_.checksums == "ignore" ? "any" : "a valid")
+         << " checksum; other talkers are read with --talkers LIST, damaged sentences with"
+            " --checksums ignore, and a receiver at another speed with --baud N\n"
+         << std::flush;
+  }
+
+ private:
+  std::ostream& err_;
+  std::string port_;
+  const ReceiverSettings& receiver_;
+  bool read_ = false, told_ = false;
 };
 
 bool ParseMonitorArguments(const Arguments& args, MonitorSettings* s, std::ostream& err) {
@@ -236,6 +280,7 @@ bool ParseMonitorArguments(const Arguments& args, MonitorSettings* s, std::ostre
     else if (name == "--nmea") ok = reader.Flag(&s->nmea);
     else if (name == "--once") ok = reader.Flag(&s->once);
     else if (name == "--gpx") ok = reader.Value(&s->gpx);
+    else if (ReadReceiverOption(reader, &s->receiver, &ok)) continue;
     else if (!reader.IsOption() && s->port.empty()) s->port = name;
     else ok = reader.Unknown();
   }
@@ -270,14 +315,14 @@ void PrintMonitorHelp(std::ostream& out) {
          "                standard error)\n"
          "  --gpx FILE    also write the track of fixes to FILE as GPX 1.1\n"
          "  --once        end with status 1 when the receiver goes, instead of waiting\n"
-         "  -h, --help    show this help\n\n"
+      << ReceiverOptionsHelp(16) << "  -h, --help    show this help\n\n"
       << kExitCodeHelp;
 }
 
 // Opens the port and runs a session on it until it ends; the driver could
 // not be created when `code` is set.
-SessionEnd MonitorOnce(const PortInfoPtr& port, SessionOutput& output, InterruptWatch& interrupt,
-                       uint32_t* code, const std::function<void()>& started) {
+SessionEnd MonitorOnce(const PortInfoPtr& port, SessionOutput& output, ReadingView& hint,
+                       InterruptWatch& interrupt, uint32_t* code, const std::function<void()>& started) {
   const DriverPtr driver(GPSDriver_CreateFromCOMPort(port.get(), SessionStatusCallback(), SessionDataCallback(),
                                                      SessionSentenceCallback()));
   if (!driver) {
@@ -286,6 +331,7 @@ SessionEnd MonitorOnce(const PortInfoPtr& port, SessionOutput& output, Interrupt
   }
   DriverSession session(driver.get(), SessionOptions{});
   output.Attach(session);
+  session.AddView(&hint);
   if (!session.Start(code)) return SessionEnd::kSourceFailed;
   started();
   return session.Run(interrupt);
@@ -328,9 +374,15 @@ int RunMonitor(const Arguments& args, std::ostream& out, std::ostream& err) {
     return kExitFile;
   }
 
+  if (!ApplyReceiverSettings(settings.receiver)) {
+    err << "kavogps monitor: the talkers and checksums cannot be handed to the library\n";
+    output.Abandon();
+    return kExitFailure;
+  }
+  NoSentenceHint hint(err, shown, settings.receiver);
   InterruptWatch interrupt;  // before the library starts any thread
   uint32_t code = 0;
-  SessionEnd end = MonitorOnce(port, output, interrupt, &code, [] {});
+  SessionEnd end = MonitorOnce(port, output, hint, interrupt, &code, [] {});
   if (code != 0) {
     output.Abandon();
     if (code == kErrorFileNotFound) {
@@ -351,7 +403,7 @@ int RunMonitor(const Arguments& args, std::ostream& out, std::ostream& err) {
       break;
     }
     code = 0;
-    end = MonitorOnce(port, output, interrupt, &code, [&] {
+    end = MonitorOnce(port, output, hint, interrupt, &code, [&] {
       err << "kavogps monitor: " << shown << " is back\n" << std::flush;
       gone = false;
     });

@@ -36,7 +36,7 @@ void PrintHelp(std::ostream& out) {
          "  --find            search the serial ports for the receiver\n"
          "  --listen ADDR:PORT  where to listen, e.g. 0.0.0.0:2947 or [::1]:2947;\n"
          "                    may be given more than once (default 127.0.0.1:2947)\n"
-         "  -h, --help        show this help\n\n"
+      << cli::ReceiverOptionsHelp(20) << "  -h, --help        show this help\n\n"
       << cli::kExitCodeHelp;
 }
 
@@ -91,6 +91,7 @@ bool ParseServeArguments(const cli::Arguments& args, ServeSettings* s, std::stri
         return false;
       }
       s->listen.push_back(endpoint);
+    } else if (cli::ReadReceiverOption(reader, &s->receiver, &ok)) {
     } else if (!reader.IsOption() && s->source.file.empty()) {
       s->source.file = name;
     } else {
@@ -129,6 +130,10 @@ int RunServe(const cli::Arguments& args, std::ostream& out, std::ostream& err) {
           << "': no such file\n";
       return cli::kExitFile;
     }
+  }
+  if (!cli::ApplyReceiverSettings(settings.receiver)) {
+    err << "kavogps serve: the talkers and checksums cannot be handed to the library\n";
+    return cli::kExitFailure;
   }
   if (settings.listen.empty()) settings.listen.emplace_back(asio::ip::make_address("127.0.0.1"), kDefaultPort);
 

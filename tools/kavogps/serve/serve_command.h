@@ -8,6 +8,7 @@
 #include <asio/ip/tcp.hpp>
 
 #include "cli/commands.h"
+#include "cli/receiver_settings.h"
 #include "serve/driver_feed.h"
 
 namespace kavo::serve {
@@ -16,6 +17,7 @@ struct ServeSettings {
   SourceSpec source;
   std::vector<asio::ip::tcp::endpoint> listen;  // empty: the default
   bool help = false;
+  cli::ReceiverSettings receiver;
 };
 
 constexpr unsigned short kDefaultPort = 2947;

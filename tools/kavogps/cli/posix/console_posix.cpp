@@ -23,6 +23,8 @@ int StandardOutputRows() {
 
 bool StandardErrorIsTerminal() { return isatty(STDERR_FILENO) == 1; }
 
+bool SetEnvironment(const char* name, const std::string& value) { return setenv(name, value.c_str(), 1) == 0; }
+
 void SurviveClosedOutput() { signal(SIGPIPE, SIG_IGN); }
 
 bool StandardOutputClosed() {

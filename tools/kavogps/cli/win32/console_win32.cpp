@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <cstdlib>
 
 #include "cli/console.h"
 
@@ -51,6 +52,12 @@ int StandardOutputRows() {
 }
 
 bool StandardErrorIsTerminal() { return _isatty(_fileno(stderr)) != 0; }
+
+// Both the C runtime's copy and the process's own block, whichever the
+// library reads.
+bool SetEnvironment(const char* name, const std::string& value) {
+  return _putenv_s(name, value.c_str()) == 0 && SetEnvironmentVariableA(name, value.c_str()) != 0;
+}
 
 std::filesystem::path ExecutablePath() {
   wchar_t path[MAX_PATH];
