@@ -36,48 +36,78 @@ GPSLocation FullFix() {
   return l;
 }
 
-// The record after the fix below at 10:00:`second`.
-Reading Record(int second, uint32_t flags) {
+// The record holding a fix at 48°`minutes`' N moving at `knots`, with one
+// satellite heard at `snr`.
+Reading Record(double minutes, double knots, int snr) {
   Reading r;
-  r.location.Latitude = 48 + 7.0379 / 60, r.location.Longitude = 11 + 31.0018 / 60;
-  r.location.SatellitesInUse = 10, r.location.HDOP = 1.0;
-  r.location.Time = 45426.0 + (36000 + second) * kSecond;
-  r.location.ValidFlags = flags;
+  GPSLocation& l = r.location;
+  l.Latitude = 48 + minutes / 60, l.Longitude = 11 + 31.0 / 60;
+  l.Altitude = 520, l.GeoidSeparation = 38.8, l.SatellitesInUse = 8, l.HDOP = 1.0, l.PDOP = 1.7, l.VDOP = 1.4;
+  l.Speed = knots * 1852 / 1609.344, l.Course = 233.3 * kPi / 180;
+  l.Time = kMay14 + 36000 * kSecond, l.TimeType = GPS_TIME_FULL;
+  l.ValidFlags = 0x7ff;
+  r.satellites = {{2, snr, 49 * kPi / 180, 211 * kPi / 180}};
   return r;
 }
 
-struct Feed {
+std::string Gga(int second, double minutes) {
+  return "$GPGGA,1000" + std::to_string(10 + second) + ".00," + std::to_string(4800 + minutes) +
+         ",N,01131.0,E,1,08,1.0,520.0,M,38.8,M,,*00";
+}
+std::string Rmc(int second, double minutes, const char* knots) {
+  return "$GPRMC,1000" + std::to_string(10 + second) + ".00,A," + std::to_string(4800 + minutes) + ",N,01131.0,E," +
+         knots + ",233.3,140524,,,A*00";
+}
+
+TEST(EpochAssembler, AnEpochEndsWithItsLastSentenceOnceTheRecordHoldsItOrElseWhenTheNextBegins) {
+  const Reading none, a = Record(7, 0, 38), b = Record(8, 1, 38), c = Record(8, 1, 37);
+  const std::string gsv37 = "$GPGSV,1,1,01,02,49,211,37*00", gsa = "$GPGSA,A,3,02,,,,,,,,,,,,1.7,1.0,1.4*00";
+  const struct {
+    std::string sentence;  // empty: a reading of the newest record
+    Reading reading;       // the record before the sentence, or the newest
+    size_t reports;        // how many epochs were reported after the step
+  } steps[] = {
+      {Rmc(-1, 6, "0.0"), none, 0},  // never in the record: left out
+      {Gga(0, 7), none, 0},
+      {"$GPGSA,A,3,02,03,,,,,,,,,,,1.7,1.0,1.4*00", none, 0},
+      {"$GPGSV,1,1,01,02,49,211,38*00", none, 0},
+      {Rmc(0, 7, "0.0"), none, 0},
+      {Gga(1, 8), a, 1},  // a new time: RMC ends the epochs from now on
+      {gsa, a, 1},
+      {gsv37, a, 1},
+      {Rmc(1, 8, "1.0"), a, 1},
+      {"", b, 1},  // the sky is not the epoch's yet
+      {"", c, 2},
+      {Gga(2, 8), c, 2},
+      {gsv37, c, 2},
+      {Rmc(2, 8, "1.0"), c, 3},  // standing still: the record holds it already
+      {Gga(3, 8), c, 3},
+      {Rmc(3, 8, "2.0"), c, 3},
+      {Gga(4, 8), c, 4},  // the record never showed that RMC: its speed is left out
+      {"", c, 4},
+  };
   std::vector<EpochReport> reports;
-  EpochAssembler epochs{300, [this](const EpochReport& r) { reports.push_back(r); }};
+  EpochAssembler epochs(300, [&](const EpochReport& r) { reports.push_back(r); });
   uint64_t ms = 0;
-  void operator()(const std::string& sentence, const Reading& before) { epochs.Sentence(sentence, before, ms += 10); }
-};
-
-TEST(EpochAssembler, EpochsEndByTimeRepeatOrSilenceAndOneNeverReadAloneIsLeftOut) {
-  Feed feed;
-  const Reading none;
-  // Epoch 0 reached the library with the start of epoch 1: the record went
-  // from nothing to epoch 1 and never held epoch 0.
-  feed("$GPGGA,100000.00,4807.0380,N,01131.0020,E,1,10,1.0,520.0,M,38.8,M,,*69", none);
-  feed("$GPGGA,100001.00,4807.0379,N,01131.0018,E,1,10,1.0,520.0,M,38.8,M,,*65", none);
-  // Without times, a sentence the epoch already had starts the next one.
-  Reading sky40 = Record(1, 0x567), sky41;
-  sky40.satellites = {{7, 40, 0.5, 1.0}};
-  sky41 = sky40;
-  sky41.satellites[0].SNR = 41;
-  feed("$GPGSV,1,1,01,07,29,057,40*4C", Record(1, 0x567));
-  feed("$GPGSV,1,1,01,07,29,057,40*4C", sky40);
-  feed("$GPGSV,1,1,01,07,29,057,41*4D", sky40);
-  // Silence ends the last one; a reading before that does not.
-  feed.epochs.Latest(sky41, feed.ms + 299);
-  EXPECT_EQ(feed.reports.size(), 2u);
-  feed.epochs.Latest(sky41, feed.ms + 300);
-
-  ASSERT_EQ(feed.reports.size(), 3u);
-  EXPECT_EQ(TimeOfDay(feed.reports[0].reading.location), "10:00:01");
-  std::vector<bool> changed;
-  for (const EpochReport& r : feed.reports) changed.push_back(r.skyChanged);
-  EXPECT_EQ(changed, (std::vector<bool>{true, false, true}));
+  for (const auto& step : steps) {
+    if (step.sentence.empty()) epochs.Latest(step.reading, ms += 10);
+    else epochs.Sentence(step.sentence, step.reading, ms += 10);
+    ASSERT_EQ(reports.size(), step.reports) << step.sentence << " at " << ms;
+  }
+  epochs.Latest(c, ms + 300);  // silence ends the last one
+  ASSERT_EQ(reports.size(), 5u);
+  const struct {
+    const char* time;
+    bool speed, sky;
+    std::set<int32_t> used;
+  } expected[] = {{"10:00:10", true, true, {2, 3}}, {"10:00:11", true, true, {2}}, {"10:00:12", true, false, {2}},
+                  {"10:00:13", false, false, {2}}, {"10:00:14", false, false, {2}}};
+  for (size_t i = 0; i < reports.size(); ++i) {
+    EXPECT_EQ(TimeOfDay(reports[i].reading.location), expected[i].time) << i;
+    EXPECT_EQ(Has(reports[i].reading.location, GPS_VALID_SPEED), expected[i].speed) << i;
+    EXPECT_EQ(reports[i].skyChanged, expected[i].sky) << i;
+    EXPECT_EQ(reports[i].used, expected[i].used) << i;
+  }
 }
 
 TEST(JsonReport, TpvModeAndStatusFollowTheFixAndNumbersStayPlain) {
@@ -162,7 +192,9 @@ TEST(LiveView, ScreenShowsTheFixInPeoplesUnitsAndKeepsToTheTerminal) {
   // how many more there are; one row stays free for the cursor.
   std::ostringstream out;
   TerminalView view(out, "title", [] { return 16; });
-  view.Show(EpochReport{reading});
+  EpochReport report;
+  report.reading = reading;
+  view.Show(report);
   view.Close();
   const std::string frame = out.str();
   for (const char* piece : {"receiving NMEA", "2024-05-14 10:00:05 UTC", "48.500000 N  11.250000 W",

@@ -74,7 +74,7 @@ std::string TpvJson(const Reading& reading, const std::string& device) {
   return tpv.Close();
 }
 
-std::string SkyJson(const Reading& reading, const std::string& device, const std::set<int32_t>* used) {
+std::string SkyJson(const Reading& reading, const std::string& device, const std::set<int32_t>& used) {
   const GPSLocation& l = reading.location;
   JsonObject sky("SKY");
   if (!device.empty()) sky.String("device", device);
@@ -86,9 +86,8 @@ std::string SkyJson(const Reading& reading, const std::string& device, const std
   std::string list = "[";
   for (const GPSSatellite& s : reading.satellites) {
     std::string text = "{\"PRN\":" + std::to_string(s.PRN) + ",\"el\":" + JsonNumber(Degrees(s.Elevation), 1) +
-                       ",\"az\":" + JsonNumber(Degrees(s.Azimuth), 1) + ",\"ss\":" + std::to_string(s.SNR);
-    if (used) text += std::string(",\"used\":") + (used->count(s.PRN) ? "true" : "false");
-    text += "}";
+                       ",\"az\":" + JsonNumber(Degrees(s.Azimuth), 1) + ",\"ss\":" + std::to_string(s.SNR) +
+                       ",\"used\":" + (used.count(s.PRN) ? "true}" : "false}");
     list += (list.size() > 1 ? "," : "") + text;
   }
   sky.Raw("satellites", list + "]");
