@@ -35,6 +35,7 @@ class Feed {
       : sink_(sink), err_(err), spec_(spec), view_(sink, spec.file.empty() ? spec.port : spec.file) {
     device_.path = spec.file.empty() ? spec.port : spec.file;
     device_.bps = spec.file.empty() ? static_cast<int>(spec.baud) : 0;
+    sink_.Device(device_);  // named, not there yet
   }
 
   int PlayRecording(cli::InterruptWatch& interrupt) {
