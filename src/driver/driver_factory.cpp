@@ -3,6 +3,7 @@
 #include "driver/gps_reading_thread_impl.h"
 #include "log/logger.h"
 #include "nmea/gps_receiver.h"
+#include "nmea/receiver_options.h"
 #include "platform/platform.h"
 #include "sources/nmea_file_playback.h"
 #include "sources/serial_connection.h"
@@ -12,7 +13,9 @@ namespace kavo {
 Ref<GpsDriver> BuildDriver(Ref<DataSource> source, Ref<PlaybackControl> playback,
                            const DriverCallbacks& callbacks) {
   Ref<GpsReadingThread> readingThread(new GpsReadingThreadImpl(std::move(source)));
-  Ref<Receiver> receiver(new GpsReceiver);
+  // Options are read for every new driver, so a changed .ini or
+  // environment applies to the drivers made after the change.
+  Ref<Receiver> receiver(new GpsReceiver(nmea::LoadReceiverOptions()));
   Ref<GpsDriver> driver(new GpsDriver(receiver, readingThread, playback));
   driver->Initialise(callbacks.onStatus, callbacks.onData, callbacks.onSentence);
   return driver;

@@ -6,15 +6,14 @@ namespace {
 
 constexpr size_t kMaxPath = 260;
 
-// The library's path with the extension of its file name replaced by .ini.
-WideString IniPathBeside(const WideString& modulePath) {
+}  // namespace
+
+WideString LibraryIniPath(const WideString& modulePath) {
   const size_t nameStart = modulePath.find_last_of(u"\\/") + 1;  // npos + 1 == 0
   const size_t dot = modulePath.find(u'.', nameStart);
   WideString path = modulePath.substr(0, dot) + u".ini";
   return path.size() < kMaxPath ? path : WideString();
 }
-
-}  // namespace
 
 void ConfigureLoggerAtLoad(Logger& logger, const WideString& modulePath) {
   // Loading the library must not change the loading thread's last error,
@@ -25,7 +24,7 @@ void ConfigureLoggerAtLoad(Logger& logger, const WideString& modulePath) {
   } keep;
   try {
     logger.SetSink(Ref<LogSink>(new DebugLogSink));
-    const WideString iniPath = IniPathBeside(modulePath);
+    const WideString iniPath = LibraryIniPath(modulePath);
     if (iniPath.empty() || !platform::FileExists(iniPath)) return;
     char16_t fileName[kMaxPath] = {};
     if (ReadIniString(iniPath, u"Logger", u"FileName", u"", fileName, kMaxPath) == 0) return;

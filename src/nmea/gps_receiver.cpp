@@ -18,7 +18,7 @@ bool Elapsed(uint32_t now, uint32_t stamp, uint32_t interval) {
 
 }  // namespace
 
-GpsReceiver::GpsReceiver() {
+GpsReceiver::GpsReceiver(const nmea::ReceiverOptions& options) : store_(options) {
   // Before any data the records read all zero, with no receiver time.
   location_.TimeType = GPS_TIME_LOCAL_CLOCK;
   satellites_.TimeType = GPS_TIME_LOCAL_CLOCK;

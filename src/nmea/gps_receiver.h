@@ -16,7 +16,8 @@ class GpsReceiver : public Receiver {
  public:
   static constexpr uint32_t kNoSentenceMs = 3000;
 
-  GpsReceiver();
+  // Reads the text as `options` say.
+  explicit GpsReceiver(const nmea::ReceiverOptions& options = nmea::ReceiverOptions());
 
   int Start(CIMExceptionImpl* error) override;
   void Stop() override;

@@ -5,6 +5,7 @@ namespace kavo::nmea {
 int ReceiverStateStore::Reset() {
   const CriticalSectionLock::Guard guard(lock_);
   state_.Reset();
+  framer_.ResetSky();
   started_ = 1;
   return 1;
 }

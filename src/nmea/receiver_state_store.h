@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "KavoMobileGPS.h"
+#include "nmea/receiver_options.h"
 #include "nmea/receiver_state.h"
 #include "nmea/sentence_framer.h"
 #include "support/critical_section_lock.h"
@@ -16,7 +17,7 @@ namespace kavo::nmea {
 
 class ReceiverStateStore {
  public:
-  ReceiverStateStore() = default;
+  explicit ReceiverStateStore(const ReceiverOptions& options = ReceiverOptions()) : framer_(options) {}
   ReceiverStateStore(const ReceiverStateStore&) = delete;
   ReceiverStateStore& operator=(const ReceiverStateStore&) = delete;
 

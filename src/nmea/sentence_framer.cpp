@@ -4,6 +4,7 @@
 #include <new>
 
 #include "log/logger.h"
+#include "nmea/checksum.h"
 #include "nmea/sentence_parsers.h"
 #include "support/error.h"
 
@@ -12,9 +13,8 @@ namespace {
 
 using Parser = void (*)(WideView, ReceiverState&);
 
-// The four characters after "$GP", in the order they are tried.
-Parser FindParser(WideView sentence) {
-  if (sentence.size() < 6 || sentence.compare(0, 3, u"$GP") != 0) return nullptr;
+// The three characters after "$" and the talker, in the order they are tried.
+Parser FindParserOfType(WideView sentence) {
   const WideView type = sentence.substr(3, 3);
   if (type == u"GGA") return ParseGga;
   if (type == u"GSV") return ParseGsv;
@@ -22,6 +22,22 @@ Parser FindParser(WideView sentence) {
   if (type == u"GSA") return ParseGsa;
   if (type == u"VTG") return ParseVtg;
   return nullptr;
+}
+
+Parser FindParser(WideView sentence) {
+  if (sentence.size() < 6 || sentence.compare(0, 3, u"$GP") != 0) return nullptr;
+  return FindParserOfType(sentence);
+}
+
+// Runs a parser; 0 when it rejected a value.
+int RunParser(Parser parse, WideView sentence, ReceiverState& state) {
+  try {
+    parse(sentence, state);
+  } catch (const CException& error) {
+    Logger::Instance().Format(u"Exception on parsing: %s\n", error.Describe());
+    return 0;
+  }
+  return 1;
 }
 
 // Ends the chunk's bracket on every way out.
@@ -40,14 +56,29 @@ class ChunkScope {
 
 int Dispatch(WideView sentence, ReceiverState& state) {
   const Parser parse = FindParser(sentence);
+  return parse ? RunParser(parse, sentence, state) : 0;
+}
+
+int SentenceFramer::DispatchLine(WideView line, ReceiverState& state) {
+  if (line.size() < 6 || line[0] != u'$' || !options_.Accepts(line[1], line[2])) return 0;
+  const Parser parse = FindParserOfType(line);
   if (!parse) return 0;
-  try {
-    parse(sentence, state);
-  } catch (const CException& error) {
-    Logger::Instance().Format(u"Exception on parsing: %s\n", error.Describe());
-    return 0;
+  if (options_.Checksums() != ChecksumMode::kIgnore) {
+    const ChecksumState checksum = CheckChecksum(line);
+    if (checksum == ChecksumState::kWrong ||
+        (checksum == ChecksumState::kMissing && options_.Checksums() == ChecksumMode::kRequire)) {
+      Logger::Instance().Format(checksum == ChecksumState::kWrong ? u"Wrong checksum: %s\n"
+                                                                  : u"Missing checksum: %s\n",
+                                line.data());  // the line buffer is terminated
+      return 0;
+    }
   }
-  return 1;
+  if (!options_.MergesConstellations()) return RunParser(parse, line, state);
+  // Several talkers: their satellites go to one table, and every GSA tells
+  // which of them the solution uses.
+  if (parse == ParseGsv) return sky_.AddGsv(line, state), 1;
+  if (parse == ParseGsa) sky_.AddGsa(line);
+  return RunParser(parse, line, state);
 }
 
 int SentenceFramer::Process(WideView chunk, ReceiverState& state) {
@@ -99,7 +130,7 @@ void SentenceFramer::TakeLine(WideView head, WideView tail, ReceiverState& state
   std::copy(tail.begin(), tail.end(), line_.get() + head.size());
   line_[length] = u'\0';
   const WideView line(line_.get(), length);
-  if (!Dispatch(line, state)) return;
+  if (!DispatchLine(line, state)) return;
   sentences_.Append(line);
   state.SetSentencesSeen();
   state.SetStatus(0);

@@ -1,6 +1,7 @@
 #include "ports/gps_port_search.h"
 
 #include "log/logger.h"
+#include "nmea/receiver_options.h"
 #include "platform/registry.h"
 #include "ports/com_port_collection.h"
 #include "ports/port_probe.h"
@@ -52,7 +53,7 @@ int GpsPortSearch::CheckIntermediatePort(int* found, COMPortInfo* port, CIMExcep
 int GpsPortSearch::PortHasGpsData(COMPortInfo* port) {
   LogScope scope(u"Checking if COM port has GPS data");
   Ref<SharedEvent> dataFound(new SharedEvent);
-  Ref<PortProbe> probe(new PortProbe(*port, dataFound));
+  Ref<PortProbe> probe(new PortProbe(*port, dataFound, nmea::LoadReceiverOptions()));
   platform::Thread& thread = probe->StartThread();
   // A probe still running after the wait is left to end by itself; it holds
   // its own references, and the search moves on.

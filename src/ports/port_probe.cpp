@@ -12,8 +12,11 @@ SharedEvent::SharedEvent() : event_(platform::Event::Create(true, false)) {
   if (!event_) Raise(nullptr);
 }
 
-PortProbe::PortProbe(const COMPortInfo& port, Ref<SharedEvent> dataFound)
-    : record_(port.Name, COMPortInfo::kDefaultBaudRate, 0, 8, 0), dataFound_(std::move(dataFound)) {}
+PortProbe::PortProbe(const COMPortInfo& port, Ref<SharedEvent> dataFound,
+                     const nmea::ReceiverOptions& options)
+    : record_(port.Name, COMPortInfo::kDefaultBaudRate, 0, 8, 0),
+      dataFound_(std::move(dataFound)),
+      options_(options) {}
 
 platform::Thread& PortProbe::StartThread() {
   AddRef();
@@ -68,7 +71,7 @@ int PortProbe::ProbeAt(uint32_t baudRate) {
     if (count > 0) {
       const WideView read(text, WideLength(text));
       Logger::Instance().Format(u"Data from port: %s\n", text);
-      if (Contains(read, u"$GP")) return kNmea;
+      if (options_.HasAcceptedTalker(read)) return kNmea;  // "$GP" by default
       result = kNotNmea;
     }
     platform::Sleep(kPauseMs);

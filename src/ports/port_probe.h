@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "nmea/receiver_options.h"
 #include "platform/platform.h"
 #include "sources/com_port_info.h"
 #include "support/error.h"
@@ -36,8 +37,9 @@ class PortProbe : public virtual RefCounted {
   static constexpr uint32_t kThirdBaudRate = 2400;
 
   // Probes the port named in `port` with the default line settings, and
-  // sets `dataFound` when it hears NMEA.
-  PortProbe(const COMPortInfo& port, Ref<SharedEvent> dataFound);
+  // sets `dataFound` when it hears NMEA of a talker `options` accept.
+  PortProbe(const COMPortInfo& port, Ref<SharedEvent> dataFound,
+            const nmea::ReceiverOptions& options = nmea::ReceiverOptions());
 
   // Starts the probe thread, which holds its own reference. Raises when the
   // thread cannot be made.
@@ -59,6 +61,7 @@ class PortProbe : public virtual RefCounted {
   std::atomic<int32_t> found_{0};
   CIMExceptionImpl error_;
   Ref<SharedEvent> dataFound_;
+  nmea::ReceiverOptions options_;
 };
 
 }  // namespace kavo

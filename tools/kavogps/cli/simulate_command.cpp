@@ -1,5 +1,6 @@
 #include "cli/simulate_command.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -23,9 +24,15 @@ void PrintHelp(std::ostream& out) {
          "  --mode walk|drive  how the receiver travels (default walk)\n"
          "  --start LAT,LON    starting point in degrees (default 48.1173,11.5167)\n"
          "  --talkers          add other talkers: $GNGGA, $GNGSA, $GLGSV\n"
+         "  --constellations L a modern receiver using the systems in L, of gps,\n"
+         "                     glonass, galileo, beidou: position sentences from the\n"
+         "                     system's talker (GN for several), one GSA per system,\n"
+         "                     GSV per system and signal (GP, GL, GA, GB)\n"
          "  --proprietary      add proprietary sentences: $PGRME, $PGRMZ, $PSRFTXT\n"
          "  --fix-loss         lose the fix now and then (quality 0, RMC status V)\n"
          "  --damage P         damage each line with probability P, 0 to 1 (default 0)\n"
+         "  --bad-checksums P  make a line's checksum wrong or leave it out, with\n"
+         "                     probability P, 0 to 1 (default 0)\n"
          "  --encoding E       ascii, utf8, utf16le or utf16be (default ascii)\n"
          "  --output FILE      write a recording to FILE (default, or -: standard output)\n";
   if (LiveReceiverAvailable()) {
@@ -50,6 +57,29 @@ bool ParseNumber(const std::string& text, double* value) {
   const char* end = text.data() + text.size();
   const auto result = std::from_chars(begin, end, *value);
   return begin != end && result.ec == std::errc() && result.ptr == end && std::isfinite(*value);
+}
+
+bool ParseConstellations(const std::string& text, std::vector<sim::System>* systems) {
+  static const std::pair<const char*, sim::System> kNames[] = {
+      {"gps", sim::System::kGps}, {"glonass", sim::System::kGlonass},
+      {"galileo", sim::System::kGalileo}, {"beidou", sim::System::kBeidou}};
+  std::vector<sim::System> chosen;
+  size_t start = 0;
+  while (true) {
+    const size_t comma = text.find(',', start);
+    const std::string name = text.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
+    const auto known = std::find_if(std::begin(kNames), std::end(kNames),
+                                    [&](const auto& entry) { return name == entry.first; });
+    if (known == std::end(kNames) || std::find(chosen.begin(), chosen.end(), known->second) != chosen.end())
+      return false;
+    chosen.push_back(known->second);
+    if (comma == std::string::npos) break;
+    start = comma + 1;
+  }
+  // Reported in one fixed order, whatever the order named.
+  std::sort(chosen.begin(), chosen.end());
+  *systems = chosen;
+  return true;
 }
 
 bool ParseStart(const std::string& text, sim::Geodetic* start) {
@@ -124,6 +154,13 @@ bool ParseSimulateArguments(const Arguments& args, SimulateSettings* s, std::str
       ok = reader.Flag(&o.proprietary);
     } else if (name == "--fix-loss") {
       ok = reader.Flag(&o.fixLoss);
+    } else if (name == "--constellations") {
+      ok = ReadValue(reader, "a list of gps, glonass, galileo, beidou, each at most once",
+                     [&](const std::string& t) { return ParseConstellations(t, &o.constellations); });
+    } else if (name == "--bad-checksums") {
+      ok = ReadValue(reader, "a probability from 0 to 1", [&](const std::string& t) {
+        return ParseNumber(t, &o.badChecksums) && o.badChecksums >= 0.0 && o.badChecksums <= 1.0;
+      });
     } else if (name == "--damage") {
       ok = ReadValue(reader, "a probability from 0 to 1", [&](const std::string& t) {
         return ParseNumber(t, &o.damage) && o.damage >= 0.0 && o.damage <= 1.0;

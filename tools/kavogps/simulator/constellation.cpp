@@ -10,24 +10,36 @@ constexpr double kEarthRotation = 7.2921151467e-5;  // rad/s
 }  // namespace
 
 Constellation::Constellation(System system, Prng random) : system_(system) {
+  // Orbit radius (m), inclination, period (s), satellites, planes, first
+  // number as NMEA reports it, share of slots out of service. GPS: 1-32 over
+  // six planes; GLONASS: 65-88, eight to each of three planes; Galileo:
+  // 1-24 over three planes; BeiDou: its medium orbits, 19-42.
+  struct Layout {
+    double radius, inclination, period;
+    int count, planes, first;
+    double outOfService;
+  };
+  static constexpr Layout kLayouts[] = {{26559.7e3, 55.0, 43082.0, 32, 6, 1, 0.06},
+                                        {25508.2e3, 64.8, 40544.0, 24, 3, 65, 0.0},
+                                        {29599.8e3, 56.0, 50680.0, 24, 3, 1, 0.1},
+                                        {27906.1e3, 55.0, 46380.0, 24, 3, 19, 0.1}};
+  const Layout& layout = kLayouts[static_cast<int>(system)];
   const bool gps = system == System::kGps;
-  radius_ = gps ? 26559.7e3 : 25508.2e3;
-  inclination_ = (gps ? 55.0 : 64.8) * kDegToRad;
-  meanMotion_ = 2.0 * kPi / (gps ? 43082.0 : 40544.0);
+  radius_ = layout.radius;
+  inclination_ = layout.inclination * kDegToRad;
+  meanMotion_ = 2.0 * kPi / layout.period;
   earthAngle_ = random.Uniform(0.0, 2.0 * kPi);
   const double nodeOffset = random.Uniform(0.0, 2.0 * kPi);
 
-  // GPS: PRNs 1-32 over six planes, less a few out of service. GLONASS:
-  // PRNs 65-88, eight to each of three planes.
-  const int count = gps ? 32 : 24;
-  const int planes = gps ? 6 : 3;
-  const int slots = gps ? 6 : 8;
-  for (int i = 0; i < count; ++i) {
-    if (gps && random.Chance(0.06)) continue;
+  const int planes = layout.planes;
+  const int slots = (layout.count + planes - 1) / planes;
+  for (int i = 0; i < layout.count; ++i) {
+    if (layout.outOfService > 0.0 && random.Chance(layout.outOfService)) continue;
+    // GPS numbers go round the planes; the others fill one plane first.
     const int plane = gps ? i % planes : i / slots;
     const int slot = gps ? i / planes : i % slots;
     Orbit orbit;
-    orbit.prn = (gps ? 1 : 65) + i;
+    orbit.prn = layout.first + i;
     orbit.node = nodeOffset + plane * 2.0 * kPi / planes;
     orbit.anomaly = slot * 2.0 * kPi / slots + plane * 0.26 + random.Uniform(-0.15, 0.15);
     orbits_.push_back(orbit);

@@ -1,5 +1,5 @@
-// Satellites on circular orbits laid out like the GPS and GLONASS
-// constellations, so that elevations and azimuths seen from the track move
+// Satellites on circular orbits laid out like the GPS, GLONASS, Galileo
+// and BeiDou (medium orbit) constellations, so that elevations and azimuths seen from the track move
 // slowly and consistently, as real ones do.
 #pragma once
 
@@ -10,7 +10,7 @@
 
 namespace kavo::sim {
 
-enum class System { kGps, kGlonass };
+enum class System { kGps, kGlonass, kGalileo, kBeidou };
 
 struct SkyPosition {
   System system = System::kGps;

@@ -30,8 +30,8 @@ std::string Gga(const Epoch& e, const std::string& talker, int usedCount, double
   return Sentence(body);
 }
 
-std::string Rmc(const Epoch& e) {
-  std::string body = "GPRMC," + TimeField(e.time) + ',';
+std::string Rmc(const Epoch& e, const std::string& talker, bool navigationalStatus) {
+  std::string body = talker + "RMC," + TimeField(e.time) + ',';
   if (e.fix) {
     body += "A," + LatitudeFields(e.truth.position.latitude) + ',' +
             LongitudeFields(e.truth.position.longitude) + ',' +
@@ -40,19 +40,20 @@ std::string Rmc(const Epoch& e) {
   } else {
     body += "V,,,,,,," + DateField(e.time) + ",,,N";
   }
+  if (navigationalStatus) body += e.fix ? ",S" : ",V";  // safe, or not valid
   return Sentence(body);
 }
 
-std::string Vtg(const Epoch& e) {
-  if (!e.fix) return Sentence("GPVTG,,T,,M,,N,,K,N");
+std::string Vtg(const Epoch& e, const std::string& talker) {
+  if (!e.fix) return Sentence(talker + "VTG,,T,,M,,N,,K,N");
   const double magnetic = NormalizeDegrees(e.truth.course - kMagneticDeclination);
-  return Sentence("GPVTG," + Fixed(e.truth.course, 1) + ",T," + Fixed(magnetic, 1) + ",M," +
+  return Sentence(talker + "VTG," + Fixed(e.truth.course, 1) + ",T," + Fixed(magnetic, 1) + ",M," +
                   Fixed(e.truth.speed * kKnotsPerMps, 2) + ",N," + Fixed(e.truth.speed * 3.6, 2) +
                   ",K,A");
 }
 
 std::string Gsa(const Epoch& e, const std::string& talker, System system, double pdop,
-                double hdop, double vdop) {
+                double hdop, double vdop, int systemId) {
   std::string body = talker + "GSA,A," + (e.fix ? "3" : "1");
   int slots = 0;
   for (const SatelliteView& s : e.satellites) {
@@ -62,13 +63,16 @@ std::string Gsa(const Epoch& e, const std::string& talker, System system, double
   }
   for (; slots < 12; ++slots) body += ',';
   body += ',' + Dop(e, pdop) + ',' + Dop(e, hdop) + ',' + Dop(e, vdop);
+  if (systemId > 0) body += ',' + std::to_string(systemId);
   return Sentence(body);
 }
 
-std::vector<std::string> Gsv(const Epoch& e, const std::string& talker, System system) {
+std::vector<std::string> Gsv(const Epoch& e, const std::string& talker, System system,
+                             int signal, bool second) {
   std::vector<const SatelliteView*> views;
   for (const SatelliteView& s : e.satellites)
-    if (s.system == system) views.push_back(&s);
+    if (s.system == system && (!second || s.snr2 >= 0)) views.push_back(&s);
+  if (second && views.empty()) return {};
   const size_t total = views.empty() ? 1 : (views.size() + 3) / 4;
   std::vector<std::string> result;
   for (size_t message = 0; message < total; ++message) {
@@ -76,9 +80,11 @@ std::vector<std::string> Gsv(const Epoch& e, const std::string& talker, System s
                        std::to_string(message + 1) + ',' + Padded(static_cast<long>(views.size()), 2);
     for (size_t i = message * 4; i < views.size() && i < message * 4 + 4; ++i) {
       const SatelliteView& s = *views[i];
+      const int snr = second ? s.snr2 : s.snr;
       body += ',' + Padded(s.prn, 2) + ',' + Padded(s.elevation, 2) + ',' + Padded(s.azimuth, 3) +
-              ',' + (s.snr >= 0 ? Padded(s.snr, 2) : "");
+              ',' + (snr >= 0 ? Padded(snr, 2) : "");
     }
+    if (signal > 0) body += ',' + std::to_string(signal);
     result.push_back(Sentence(body));
   }
   return result;

@@ -21,6 +21,14 @@ struct SimulatorOptions {
   double rateHz = 1.0;  // epochs per second, 1/60 to 50
   Mode mode = Mode::kWalk;
   bool otherTalkers = false;  // $GNGGA, $GNGSA and $GLGSV beside the GPS sentences
+  // Systems a modern receiver uses, in this order; empty: GPS alone (and
+  // GLONASS for otherTalkers) as older receivers report. With any given,
+  // the output is a modern receiver's: position sentences from the system's
+  // talker ("GN" for several), one GSA per system with the NMEA 4.10
+  // system id, and per system a GSV cycle for each signal (NMEA 4.11
+  // signal ids; second signals on dual-frequency satellites).
+  std::vector<System> constellations;
+  double badChecksums = 0.0;  // chance that a line's checksum is wrong or missing
   bool proprietary = false;   // $PGRME, $PGRMZ, and $PSRFTXT at the start
   double damage = 0.0;        // chance that a line is damaged, 0 to 1
   bool fixLoss = false;       // now and then the sky is blocked and the fix lost
@@ -31,7 +39,7 @@ struct SimulatorOptions {
 // Checks options; an empty string when they are usable, else what is wrong.
 std::string ValidateOptions(const SimulatorOptions& options);
 
-enum class Damage { kNone, kCut, kFlip, kGarbage };
+enum class Damage { kNone, kCut, kFlip, kGarbage, kWrongChecksum, kNoChecksum };
 
 struct Line {
   std::string text;  // without the line end; bytes are Latin-1
@@ -44,6 +52,7 @@ struct SatelliteView {
   int elevation = 0;  // whole degrees, as reported
   int azimuth = 0;    // whole degrees, as reported
   int snr = -1;       // dB-Hz; -1 when not tracked (an empty field)
+  int snr2 = -1;      // dB-Hz of a second signal; -1 when not sent
   bool used = false;  // listed in GSA
 };
 
@@ -55,10 +64,10 @@ struct Epoch {
   double geoidSeparation = 0;  // metres
   bool fix = false;
   int quality = 0;    // GGA fix quality
-  int usedCount = 0;  // GPS satellites in the fix
-  double pdop = 0, hdop = 0, vdop = 0;  // GPS geometry; 99.99 without a fix
+  int usedCount = 0;  // satellites in the fix: GPS ones, or all for constellations
+  double pdop = 0, hdop = 0, vdop = 0;  // their geometry; 99.99 without a fix
   bool satellitesReported = false;      // GSV sent in this epoch
-  std::vector<SatelliteView> satellites;  // in view, GPS then GLONASS
+  std::vector<SatelliteView> satellites;  // in view, system by system
   std::vector<Line> lines;
 
   // The lines as a receiver sends them, each ending in CR LF.

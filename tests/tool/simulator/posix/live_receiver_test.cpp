@@ -63,11 +63,11 @@ TEST(KavogpsProcess, ExitCodesTellSuccessUsageAndFailureApart) {
   EXPECT_TRUE(Holds(r.err, "--damage")) << r.err;
   EXPECT_FALSE(std::ifstream(file).good());
   EXPECT_EQ(run({"locate"}).code, 2);
-  // A write that fails is a failure, and a device named as the output is
-  // not removed in the clean-up.
+  // A write that fails is a file error, and a device named as the output
+  // is not removed in the clean-up.
   if (access("/dev/full", W_OK) == 0) {
     r = run({"simulate", "--output", "/dev/full"});
-    EXPECT_EQ(r.code, 1);
+    EXPECT_EQ(r.code, 3);
     EXPECT_TRUE(Holds(r.err, "writing '/dev/full' failed")) << r.err;
     EXPECT_EQ(access("/dev/full", F_OK), 0);
   }
