@@ -52,14 +52,14 @@ class Feed {
     Present(true);
     const cli::SessionEnd end = session.Run(interrupt);
     if (end == cli::SessionEnd::kInterrupted) return cli::kExitOk;
-    Present(false);
     if (end != cli::SessionEnd::kRecordingEnded) {
       err_ << "kavogps serve: '" << spec_.file
            << (end == cli::SessionEnd::kNoText ? "' holds no NMEA sentence the library recognises\n"
                                                : "': reading it failed while playing it\n");
       return cli::kExitFile;
     }
-    err_ << "kavogps serve: end of recording; serving its last fix until interrupted\n" << std::flush;
+    err_ << "kavogps serve: end of recording; serving its last fix until interrupted\n";
+    Present(false);
     while (!interrupt.Wait(kReopenEveryMs)) {
     }
     return cli::kExitOk;
@@ -79,14 +79,15 @@ class Feed {
       if (RunOnPort(port.get(), interrupt, absent, &end, &error)) {
         if (end == cli::SessionEnd::kInterrupted) return cli::kExitOk;
         err_ << "kavogps serve: the receiver on " << spec_.port << " is gone; reopening it every second\n";
+        Present(false);
+        absent = true;
       } else if (!absent) {
         err_ << "kavogps serve: cannot open " << spec_.port << ": "
              << (error == kErrorFileNotFound ? cli::TroubleText(spec_.port) : "error " + std::to_string(error))
              << "; trying again every second\n";
+        Present(false);
+        absent = true;
       }
-      err_.flush();
-      if (!absent) Present(false);
-      absent = true;
     } while (!interrupt.Wait(kReopenEveryMs));
     return cli::kExitOk;
   }
@@ -103,7 +104,7 @@ class Feed {
     cli::DriverSession session(driver.get(), cli::SessionOptions{});
     session.AddView(&view_);
     if (!session.Start(error)) return false;
-    if (absent) err_ << "kavogps serve: the receiver on " << spec_.port << " is back\n" << std::flush;
+    if (absent) err_ << "kavogps serve: the receiver on " << spec_.port << " is back\n";
     Present(true);
     *end = session.Run(interrupt);
     return true;
@@ -116,6 +117,7 @@ class Feed {
 
   // Tells the clients whether the receiver is there.
   void Present(bool present) {
+    err_.flush();
     device_.activated = present ? IsoNow() : std::string();
     sink_.Device(device_);
   }
