@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <sstream>
+#include <tuple>
 
 #include "cli/epoch_assembler.h"
 #include "cli/fix_track.h"
@@ -42,72 +43,54 @@ Reading Record(double minutes, double knots, int snr) {
   Reading r;
   GPSLocation& l = r.location;
   l.Latitude = 48 + minutes / 60, l.Longitude = 11 + 31.0 / 60;
-  l.Altitude = 520, l.GeoidSeparation = 38.8, l.SatellitesInUse = 8, l.HDOP = 1.0, l.PDOP = 1.7, l.VDOP = 1.4;
   l.Speed = knots * 1852 / 1609.344, l.Course = 233.3 * kPi / 180;
   l.Time = kMay14 + 36000 * kSecond, l.TimeType = GPS_TIME_FULL;
-  l.ValidFlags = 0x7ff;
+  l.ValidFlags = GPS_VALID_POSITION | GPS_VALID_SPEED | GPS_VALID_COURSE;
   r.satellites = {{2, snr, 49 * kPi / 180, 211 * kPi / 180}};
   return r;
 }
 
-std::string Gga(int second, double minutes) {
-  return "$GPGGA,1000" + std::to_string(10 + second) + ".00," + std::to_string(4800 + minutes) +
-         ",N,01131.0,E,1,08,1.0,520.0,M,38.8,M,,*00";
-}
-std::string Rmc(int second, double minutes, const char* knots) {
-  return "$GPRMC,1000" + std::to_string(10 + second) + ".00,A," + std::to_string(4800 + minutes) + ",N,01131.0,E," +
-         knots + ",233.3,140524,,,A*00";
-}
-
 TEST(EpochAssembler, AnEpochEndsWithItsLastSentenceOnceTheRecordHoldsItOrElseWhenTheNextBegins) {
   const Reading none, a = Record(7, 0, 38), b = Record(8, 1, 38), c = Record(8, 1, 37);
-  const std::string gsv37 = "$GPGSV,1,1,01,02,49,211,37*00", gsa = "$GPGSA,A,3,02,,,,,,,,,,,,1.7,1.0,1.4*00";
-  const struct {
-    std::string sentence;  // empty: a reading of the newest record
-    Reading reading;       // the record before the sentence, or the newest
-    size_t reports;        // how many epochs were reported after the step
-  } steps[] = {
-      {Rmc(-1, 6, "0.0"), none, 0},  // never in the record: left out
-      {Gga(0, 7), none, 0},
-      {"$GPGSA,A,3,02,03,,,,,,,,,,,1.7,1.0,1.4*00", none, 0},
+  const std::string gsv37 = "$GPGSV,1,1,01,02,49,211,37*00";
+  // A sentence and the record before it, or (no sentence) the newest
+  // record; then how many epochs were reported.
+  const std::vector<std::tuple<std::string, Reading, size_t>> steps = {
+      {"$GPRMC,100009,A,4806.0,N,01131.0,E,0.0,233.3,140524,,,A*00", none, 0},  // never in the record: left out
+      {"$GPGGA,100010,4807.0,N,01131.0,E,1,,,,M,,M,,*00", none, 0},
+      {"$GPGSA,A,3,02,03,,,,,,,,,,,,,*00", none, 0},
       {"$GPGSV,1,1,01,02,49,211,38*00", none, 0},
-      {Rmc(0, 7, "0.0"), none, 0},
-      {Gga(1, 8), a, 1},  // a new time: RMC ends the epochs from now on
-      {gsa, a, 1},
+      {"$GPRMC,100010,A,4807.0,N,01131.0,E,0.0,233.3,140524,,,A*00", none, 0},
+      {"$GPGGA,100011,4808.0,N,01131.0,E,1,,,,M,,M,,*00", a, 1},  // a new time: RMC ends the epochs from now on
+      {"$GPGSA,A,3,02,,,,,,,,,,,,,,*00", a, 1},
       {gsv37, a, 1},
-      {Rmc(1, 8, "1.0"), a, 1},
+      {"$GPRMC,100011,A,4808.0,N,01131.0,E,1.0,233.3,140524,,,A*00", a, 1},
       {"", b, 1},  // the sky is not the epoch's yet
       {"", c, 2},
-      {Gga(2, 8), c, 2},
+      {"$GPGGA,100012,4808.0,N,01131.0,E,1,,,,M,,M,,*00", c, 2},
       {gsv37, c, 2},
-      {Rmc(2, 8, "1.0"), c, 3},  // standing still: the record holds it already
-      {Gga(3, 8), c, 3},
-      {Rmc(3, 8, "2.0"), c, 3},
-      {Gga(4, 8), c, 4},  // the record never showed that RMC: its speed is left out
-      {"", c, 4},
+      {"$GPRMC,100012,A,4808.0,N,01131.0,E,1.0,233.3,140524,,,A*00", c, 3},  // standing still: held already
+      {"$GPGGA,100013,4808.0,N,01131.0,E,1,,,,M,,M,,*00", c, 3},
+      {"$GPRMC,100013,A,4808.0,N,01131.0,E,2.0,233.3,140524,,,A*00", c, 3},
+      {"$GPGGA,100014,4808.0,N,01131.0,E,1,,,,M,,M,,*00", c, 4},  // that RMC never showed: no speed
   };
   std::vector<EpochReport> reports;
   EpochAssembler epochs(300, [&](const EpochReport& r) { reports.push_back(r); });
   uint64_t ms = 0;
-  for (const auto& step : steps) {
-    if (step.sentence.empty()) epochs.Latest(step.reading, ms += 10);
-    else epochs.Sentence(step.sentence, step.reading, ms += 10);
-    ASSERT_EQ(reports.size(), step.reports) << step.sentence << " at " << ms;
+  for (const auto& [sentence, reading, count] : steps) {
+    if (sentence.empty()) epochs.Latest(reading, ms += 10);
+    else epochs.Sentence(sentence, reading, ms += 10);
+    ASSERT_EQ(reports.size(), count) << sentence << " at " << ms;
   }
   epochs.Latest(c, ms + 300);  // silence ends the last one
-  ASSERT_EQ(reports.size(), 5u);
-  const struct {
-    const char* time;
-    bool speed, sky;
-    std::set<int32_t> used;
-  } expected[] = {{"10:00:10", true, true, {2, 3}}, {"10:00:11", true, true, {2}}, {"10:00:12", true, false, {2}},
-                  {"10:00:13", false, false, {2}}, {"10:00:14", false, false, {2}}};
-  for (size_t i = 0; i < reports.size(); ++i) {
-    EXPECT_EQ(TimeOfDay(reports[i].reading.location), expected[i].time) << i;
-    EXPECT_EQ(Has(reports[i].reading.location, GPS_VALID_SPEED), expected[i].speed) << i;
-    EXPECT_EQ(reports[i].skyChanged, expected[i].sky) << i;
-    EXPECT_EQ(reports[i].used, expected[i].used) << i;
+  std::vector<std::string> got;
+  for (const EpochReport& r : reports) {
+    got.push_back(TimeOfDay(r.reading.location) + (Has(r.reading.location, GPS_VALID_SPEED) ? " speed" : "") +
+                  (r.skyChanged ? " sky" : "") + " used");
+    for (int32_t prn : r.used) got.back() += " " + std::to_string(prn);
   }
+  EXPECT_EQ(got, (std::vector<std::string>{"10:00:10 speed sky used 2 3", "10:00:11 speed sky used 2",
+                                           "10:00:12 speed used 2", "10:00:13 used 2", "10:00:14 used 2"}));
 }
 
 TEST(JsonReport, TpvModeAndStatusFollowTheFixAndNumbersStayPlain) {
