@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <sstream>
+#include <tuple>
 
 #include "cli/epoch_assembler.h"
 #include "cli/fix_track.h"
@@ -36,48 +37,60 @@ GPSLocation FullFix() {
   return l;
 }
 
-// The record after the fix below at 10:00:`second`.
-Reading Record(int second, uint32_t flags) {
+// The record holding a fix at 48°`minutes`' N moving at `knots`, with one
+// satellite heard at `snr`.
+Reading Record(double minutes, double knots, int snr) {
   Reading r;
-  r.location.Latitude = 48 + 7.0379 / 60, r.location.Longitude = 11 + 31.0018 / 60;
-  r.location.SatellitesInUse = 10, r.location.HDOP = 1.0;
-  r.location.Time = 45426.0 + (36000 + second) * kSecond;
-  r.location.ValidFlags = flags;
+  GPSLocation& l = r.location;
+  l.Latitude = 48 + minutes / 60, l.Longitude = 11 + 31.0 / 60;
+  l.Speed = knots * 1852 / 1609.344, l.Course = 233.3 * kPi / 180;
+  l.Time = kMay14 + 36000 * kSecond, l.TimeType = GPS_TIME_FULL;
+  l.ValidFlags = GPS_VALID_POSITION | GPS_VALID_SPEED | GPS_VALID_COURSE;
+  r.satellites = {{2, snr, 49 * kPi / 180, 211 * kPi / 180}};
   return r;
 }
 
-struct Feed {
+TEST(EpochAssembler, AnEpochEndsWithItsLastSentenceOnceTheRecordHoldsItOrElseWhenTheNextBegins) {
+  const Reading none, a = Record(7, 0, 38), b = Record(8, 1, 38), c = Record(8, 1, 37);
+  const std::string gsv37 = "$GPGSV,1,1,01,02,49,211,37*00";
+  // A sentence and the record before it, or (no sentence) the newest
+  // record; then how many epochs were reported.
+  const std::vector<std::tuple<std::string, Reading, size_t>> steps = {
+      {"$GPRMC,100009,A,4806.0,N,01131.0,E,0.0,233.3,140524,,,A*00", none, 0},  // never in the record: left out
+      {"$GPGGA,100010,4807.0,N,01131.0,E,1,,,,M,,M,,*00", none, 0},
+      {"$GPGSA,A,3,02,03,,,,,,,,,,,,,*00", none, 0},
+      {"$GPGSV,1,1,01,02,49,211,38*00", none, 0},
+      {"$GPRMC,100010,A,4807.0,N,01131.0,E,0.0,233.3,140524,,,A*00", none, 0},
+      {"$GPGGA,100011,4808.0,N,01131.0,E,1,,,,M,,M,,*00", a, 1},  // a new time: RMC ends the epochs from now on
+      {"$GPGSA,A,3,02,,,,,,,,,,,,,,*00", a, 1},
+      {gsv37, a, 1},
+      {"$GPRMC,100011,A,4808.0,N,01131.0,E,1.0,233.3,140524,,,A*00", a, 1},
+      {"", b, 1},  // the sky is not the epoch's yet
+      {"", c, 2},
+      {"$GPGGA,100012,4808.0,N,01131.0,E,1,,,,M,,M,,*00", c, 2},
+      {gsv37, c, 2},
+      {"$GPRMC,100012,A,4808.0,N,01131.0,E,1.0,233.3,140524,,,A*00", c, 3},  // standing still: held already
+      {"$GPGGA,100013,4808.0,N,01131.0,E,1,,,,M,,M,,*00", c, 3},
+      {"$GPRMC,100013,A,4808.0,N,01131.0,E,2.0,233.3,140524,,,A*00", c, 3},
+      {"$GPGGA,100014,4808.0,N,01131.0,E,1,,,,M,,M,,*00", c, 4},  // that RMC never showed: no speed
+  };
   std::vector<EpochReport> reports;
-  EpochAssembler epochs{300, [this](const EpochReport& r) { reports.push_back(r); }};
+  EpochAssembler epochs(300, [&](const EpochReport& r) { reports.push_back(r); });
   uint64_t ms = 0;
-  void operator()(const std::string& sentence, const Reading& before) { epochs.Sentence(sentence, before, ms += 10); }
-};
-
-TEST(EpochAssembler, EpochsEndByTimeRepeatOrSilenceAndOneNeverReadAloneIsLeftOut) {
-  Feed feed;
-  const Reading none;
-  // Epoch 0 reached the library with the start of epoch 1: the record went
-  // from nothing to epoch 1 and never held epoch 0.
-  feed("$GPGGA,100000.00,4807.0380,N,01131.0020,E,1,10,1.0,520.0,M,38.8,M,,*69", none);
-  feed("$GPGGA,100001.00,4807.0379,N,01131.0018,E,1,10,1.0,520.0,M,38.8,M,,*65", none);
-  // Without times, a sentence the epoch already had starts the next one.
-  Reading sky40 = Record(1, 0x567), sky41;
-  sky40.satellites = {{7, 40, 0.5, 1.0}};
-  sky41 = sky40;
-  sky41.satellites[0].SNR = 41;
-  feed("$GPGSV,1,1,01,07,29,057,40*4C", Record(1, 0x567));
-  feed("$GPGSV,1,1,01,07,29,057,40*4C", sky40);
-  feed("$GPGSV,1,1,01,07,29,057,41*4D", sky40);
-  // Silence ends the last one; a reading before that does not.
-  feed.epochs.Latest(sky41, feed.ms + 299);
-  EXPECT_EQ(feed.reports.size(), 2u);
-  feed.epochs.Latest(sky41, feed.ms + 300);
-
-  ASSERT_EQ(feed.reports.size(), 3u);
-  EXPECT_EQ(TimeOfDay(feed.reports[0].reading.location), "10:00:01");
-  std::vector<bool> changed;
-  for (const EpochReport& r : feed.reports) changed.push_back(r.skyChanged);
-  EXPECT_EQ(changed, (std::vector<bool>{true, false, true}));
+  for (const auto& [sentence, reading, count] : steps) {
+    if (sentence.empty()) epochs.Latest(reading, ms += 10);
+    else epochs.Sentence(sentence, reading, ms += 10);
+    ASSERT_EQ(reports.size(), count) << sentence << " at " << ms;
+  }
+  epochs.Latest(c, ms + 300);  // silence ends the last one
+  std::vector<std::string> got;
+  for (const EpochReport& r : reports) {
+    got.push_back(TimeOfDay(r.reading.location) + (Has(r.reading.location, GPS_VALID_SPEED) ? " speed" : "") +
+                  (r.skyChanged ? " sky" : "") + " used");
+    for (int32_t prn : r.used) got.back() += " " + std::to_string(prn);
+  }
+  EXPECT_EQ(got, (std::vector<std::string>{"10:00:10 speed sky used 2 3", "10:00:11 speed sky used 2",
+                                           "10:00:12 speed used 2", "10:00:13 used 2", "10:00:14 used 2"}));
 }
 
 TEST(JsonReport, TpvModeAndStatusFollowTheFixAndNumbersStayPlain) {
@@ -162,7 +175,9 @@ TEST(LiveView, ScreenShowsTheFixInPeoplesUnitsAndKeepsToTheTerminal) {
   // how many more there are; one row stays free for the cursor.
   std::ostringstream out;
   TerminalView view(out, "title", [] { return 16; });
-  view.Show(EpochReport{reading});
+  EpochReport report;
+  report.reading = reading;
+  view.Show(report);
   view.Close();
   const std::string frame = out.str();
   for (const char* piece : {"receiving NMEA", "2024-05-14 10:00:05 UTC", "48.500000 N  11.250000 W",

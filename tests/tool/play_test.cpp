@@ -67,7 +67,8 @@ TEST(KavogpsPlay, EachEpochIsReportedOnceAndWhole) {
     fixes += next++ < 2;
   }
   EXPECT_EQ(next, kTpvs.size()) << "the last epoch, lost fix and all, is reported";
-  EXPECT_TRUE(Contains(json.out, "\"satellites\":[{\"PRN\":2,\"el\":49,\"az\":211,\"ss\":37,\"gnssid\":0,\"svid\":2},")) << json.out;
+  EXPECT_TRUE(Contains(json.out, R"("satellites":[{"PRN":2,"el":49,"az":211,"ss":37,"gnssid":0,"svid":2,"used":true},)"))
+      << json.out;
   EXPECT_TRUE(Contains(json.err, "End of recording.\nFixes:      " + std::to_string(fixes) + "\n")) << json.err;
 
   // People read the same epochs; what the lost fix does not know shows "-".
@@ -101,6 +102,7 @@ TEST(KavogpsTool, EachFailureHasItsMessageAndCodeAndLeavesNoFile) {
       {{"play", dir.File("walk.nmea"), "--gpx", dir.File("no/such/track.gpx")}, cli::kExitFile, "cannot create"},
       {{"play", dir.File("notes.txt"), "--gpx", gpx}, cli::kExitFile, "holds no NMEA sentence"},
       {{"play", dir.File("empty.nmea"), "--gpx", gpx}, cli::kExitFile, "holds no NMEA sentence\n"},
+      {{"serve", dir.File("notes.txt"), "--listen", "127.0.0.1:0"}, cli::kExitFile, "holds no NMEA sentence\n"},
       {{"simulate", "--output", dir.File("no/such.nmea")}, cli::kExitFile, "cannot create"},
       {{"play", "--json", "--nmea"}, cli::kExitUsage, "choose one"},
       {{"monitor"}, cli::kExitUsage, "name the port"},

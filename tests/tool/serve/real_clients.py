@@ -3,8 +3,9 @@
 
 real_clients.py --data DIR [--pty] -- [EMULATOR...] KAVOGPS
 Runs `serve` on a bundled recording and checks what gpspipe -w, gpspipe -r
-and Python's gps module get; with --pty also a simulated receiver on a
-pseudo-terminal that goes away and comes back. Waits are hang guards only.
+and Python's gps module get; with --pty also a port with no receiver yet,
+then a simulated receiver on a pseudo-terminal that comes, goes and comes
+back. Waits are hang guards only.
 """
 import json, os, re, signal, socket, subprocess, sys, tempfile, time
 import gps
@@ -103,28 +104,34 @@ def receiver_comes_and_goes():
     folder = "/tmp/kvs%d" % os.getpid()  # short: the library takes port names of 18 characters
     os.mkdir(folder)
     link = folder + "/gps"
-    sim = receiver(link)
-    process, port = serve("--port", link)
+    process, port = serve("--port", link)  # before there is a receiver
+    sim = None
     try:
         stream = watch(port)
-        next_object(stream, lambda o: o["class"] == "TPV" and o["mode"] == 3)
-        sim.send_signal(signal.SIGINT)
-        sim.wait(60)
-        gone = next_object(stream, lambda o: o["class"] == "DEVICE")
-        assert gone["activated"] == 0 and gone["path"] == link, gone
-        sim = receiver(link)
-        back = next_object(stream, lambda o: o["class"] == "DEVICE")
-        assert isinstance(back["activated"], str) and back["bps"] == 4800, back
-        next_object(stream, lambda o: o["class"] == "TPV" and o["mode"] == 3)
+        absent = next_object(stream, lambda o: o["class"] == "DEVICES")["devices"][0]
+        assert absent["activated"] == 0 and absent["path"] == link, absent
+        said = process.stderr.readline()
+        assert "cannot open " + link in said and "trying again every second" in said, said
+        for _ in range(2):  # it comes, goes, and comes back
+            sim = receiver(link)
+            back = next_object(stream, lambda o: o["class"] == "DEVICE" and o["activated"] != 0)
+            assert isinstance(back["activated"], str) and back["bps"] == 4800, back
+            next_object(stream, lambda o: o["class"] == "TPV" and o["mode"] == 3)
+            sim.send_signal(signal.SIGINT)
+            sim.wait(60)
+            gone = next_object(stream, lambda o: o["class"] == "DEVICE")
+            assert gone["activated"] == 0 and gone["path"] == link, gone
     finally:
         stop(process)
-        sim.send_signal(signal.SIGINT)
-        sim.wait(60)
-        os.remove(link)
+        if sim:
+            sim.send_signal(signal.SIGINT)
+            sim.wait(60)
+        if os.path.lexists(link):
+            os.remove(link)
         os.rmdir(folder)
 
 
 recording_clients()
 if "--pty" in options:
     receiver_comes_and_goes()
-print("serve: gpspipe -w, gpspipe -r, the gps module" + (", a receiver gone and back" if "--pty" in options else ""))
+print("serve: gpspipe -w, gpspipe -r, the gps module" + (", a receiver late, gone and back" if "--pty" in options else ""))

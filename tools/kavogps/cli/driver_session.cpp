@@ -1,6 +1,8 @@
 #include "cli/driver_session.h"
 
+#include <algorithm>
 #include <chrono>
+#include <condition_variable>
 #include <mutex>
 #include <ostream>
 
@@ -27,6 +29,7 @@ uint64_t NowMs() {
 // What the callbacks share with the session's thread.
 struct Shared {
   std::mutex mutex;
+  std::condition_variable queued;
   GPSDriverHandle driver = nullptr;  // set while a session runs
   std::vector<Event> events;
   uint64_t sentences = 0;
@@ -52,6 +55,7 @@ void Record(const KavoChar* sentence) {
   if (!TakeReading(shared.driver, &event.reading)) return;
   event.ms = NowMs();
   shared.events.push_back(std::move(event));
+  shared.queued.notify_one();
 }
 
 void OnStatus() { Record(nullptr); }
@@ -107,8 +111,19 @@ SessionEnd DriverSession::Run(InterruptWatch& interrupt) {
   bool delivering = false;  // the status has left "stopped" at least once
   Reading latest;
   SessionEnd end = SessionEnd::kInterrupted;
+  int duePolls = 0;
   for (;;) {
-    const bool interrupted = interrupt.Wait(kPollMs);
+    // Each sentence is taken as it comes. An epoch whose last sentence came
+    // is complete once the library applied it, microseconds later: the
+    // record is read again soon, then less and less often.
+    std::chrono::microseconds wait = std::chrono::milliseconds(kPollMs);
+    if (epochs_.Due()) wait = std::min(wait, std::chrono::microseconds(250 << std::min(duePolls++, 8)));
+    else duePolls = 0;
+    {
+      std::unique_lock<std::mutex> lock(Active().mutex);
+      Active().queued.wait_for(lock, wait, [] { return !Active().events.empty(); });
+    }
+    const bool interrupted = interrupt.Wait(0);
     Record(nullptr);
     const std::vector<Event> events = TakeQueued();
     for (const Event& event : events) {

@@ -6,8 +6,9 @@
 // before the records are updated with that sentence's chunk of text, queues
 // the sentence with a reading of the state before it: so an epoch ending as
 // the next one starts is read whole. The data and status callbacks and a
-// poll every 50 ms queue readings of the newest state; the session's own
-// thread drains the queue in order into an EpochAssembler.
+// poll every 50 ms (sooner while an epoch waits for its last sentence to
+// show) queue readings of the newest state; the session's own thread,
+// woken by each, drains the queue in order into an EpochAssembler.
 #pragma once
 
 #include <cstdint>

@@ -25,6 +25,19 @@ std::vector<std::string> Fields(const std::string& sentence) {
   return fields;
 }
 
+// Whether the record's satellites are the cycle's: the library publishes a
+// cycle when its last message comes, the first twelve of it.
+bool HoldsCycle(const std::vector<GPSSatellite>& held, const std::vector<GPSSatellite>& cycle) {
+  for (const GPSSatellite& sent : cycle) {
+    const auto same = [&](const GPSSatellite& s) {
+      return s.PRN == sent.PRN && s.SNR == sent.SNR && std::lround(Degrees(s.Elevation)) == sent.Elevation &&
+             std::lround(Degrees(s.Azimuth)) == sent.Azimuth;
+    };
+    if (std::none_of(held.begin(), held.end(), same)) return false;
+  }
+  return true;
+}
+
 bool SameSky(const Reading& a, const Reading& b) {
   const GPSLocation &x = a.location, &y = b.location;
   if ((x.ValidFlags & kSkyFlags) != (y.ValidFlags & kSkyFlags)) return false;
@@ -100,11 +113,13 @@ SentenceFacts ReadSentenceFacts(const std::string& sentence) {
   SentenceFacts facts;
   std::vector<std::string> f = Fields(sentence);
   if (f.empty() || f[0].size() < 3) return facts;
+  const size_t count = f.size();
   f.resize(std::max<size_t>(f.size(), 20));
   const auto given = [&](size_t i) { return !f[i].empty(); };
   const auto flag = [&](bool value, uint32_t bit) { facts.known |= value ? bit : 0; };
   const std::string type = f[0].substr(f[0].size() - 3);
   facts.key = f[0];
+  facts.kind = f[0];
   if (type == "GGA") {
     facts.time = f[1];
     facts.quality = given(6) ? std::atoi(f[6].c_str()) : 0;
@@ -151,6 +166,11 @@ SentenceFacts ReadSentenceFacts(const std::string& sentence) {
     flag(given(15), GPS_VALID_PDOP);
     flag(given(16), GPS_VALID_HDOP);
     flag(given(17), GPS_VALID_VDOP);
+    facts.used.emplace();
+    for (size_t field = 3; field <= 14; ++field)
+      if (given(field)) facts.used->insert(std::atoi(f[field].c_str()));
+    facts.key += f[18];  // one per system, where newer receivers send several
+    facts.kind = facts.key;
     for (const uint32_t dop : {GPS_VALID_PDOP, GPS_VALID_HDOP, GPS_VALID_VDOP}) {
       const size_t field = dop == GPS_VALID_PDOP ? 15 : dop == GPS_VALID_HDOP ? 16 : 17;
       if (given(field)) facts.values.emplace_back(dop, std::atof(f[field].c_str()));
@@ -158,6 +178,11 @@ SentenceFacts ReadSentenceFacts(const std::string& sentence) {
   } else if (type == "GSV") {
     facts.sky = true;
     facts.key += f[2];  // one key per message of the group
+    facts.cycleEnd = f[1] == f[2];
+    if (!facts.cycleEnd) facts.kind = facts.key;
+    for (size_t at = 4; at + 3 < count; at += 4)  // PRN, elevation, azimuth, signal
+      facts.satellites.push_back({std::atoi(f[at].c_str()), std::atoi(f[at + 3].c_str()), std::atof(f[at + 1].c_str()),
+                                  std::atof(f[at + 2].c_str())});
   } else if (type == "ZDA") {
     facts.time = f[1];
   }
@@ -166,12 +191,17 @@ SentenceFacts ReadSentenceFacts(const std::string& sentence) {
 
 void EpochAssembler::Sentence(const std::string& sentence, const Reading& before, uint64_t nowMs) {
   const SentenceFacts facts = ReadSentenceFacts(sentence);
-  if (open_ && (keys_.count(facts.key) || nowMs - lastSentenceMs_ >= quietMs_ ||
-                (!facts.time.empty() && !time_.empty() && facts.time != time_)))
+  if (open_ && !due_ &&
+      (keys_.count(facts.key) || nowMs - lastSentenceMs_ >= quietMs_ ||
+       (!facts.time.empty() && !time_.empty() && facts.time != time_))) {
+    ender_ = lastKind_;
     Close(before);
+  }
+  if (open_ && due_) Close(before);  // the record never showed its end: what it lacks is left out
   open_ = true;
   lastSentenceMs_ = nowMs;
   keys_.insert(facts.key);
+  lastKind_ = facts.kind;
   if (time_.empty()) time_ = facts.time;
   said_ |= facts.said;
   known_ |= facts.known;
@@ -183,14 +213,38 @@ void EpochAssembler::Sentence(const std::string& sentence, const Reading& before
     values_.erase(std::remove_if(values_.begin(), values_.end(), same), values_.end());
     values_.push_back(value);
   }
+  if (facts.key.size() > 3 && facts.key.compare(facts.key.size() - 4, 4, "GSV1") == 0) cycleSoFar_.clear();
+  cycleSoFar_.insert(cycleSoFar_.end(), facts.satellites.begin(), facts.satellites.end());
+  if (facts.cycleEnd) {
+    cycle_.assign(cycleSoFar_.begin(), cycleSoFar_.begin() + std::min<size_t>(cycleSoFar_.size(), GPS_MAX_SATELLITES));
+    cycleSoFar_.clear();
+  }
+  if (facts.used) {
+    if (!used_) used_.emplace();
+    used_->insert(facts.used->begin(), facts.used->end());
+  }
+  if (facts.kind != ender_) return;
+  due_ = true;
+  // A last sentence that changes nothing the record holds ends its epoch now.
+  if (Holds(before)) Close(before);
 }
 
 void EpochAssembler::Latest(const Reading& reading, uint64_t nowMs) {
-  if (open_ && nowMs - lastSentenceMs_ >= quietMs_) Close(reading);
+  if (!open_) return;
+  if (due_ && Holds(reading)) {
+    Close(reading);
+  } else if (nowMs - lastSentenceMs_ >= quietMs_) {
+    if (!due_) ender_ = lastKind_;
+    Close(reading);
+  }
 }
 
 void EpochAssembler::Finish(const Reading& reading) {
   if (open_) Close(reading);
+}
+
+bool EpochAssembler::Holds(const Reading& reading) const {
+  return Differing(reading.location, values_) == 0 && HoldsCycle(reading.satellites, cycle_);
 }
 
 void EpochAssembler::Close(const Reading& reading) {
@@ -209,18 +263,25 @@ void EpochAssembler::Close(const Reading& reading) {
   l.FixQuality = !report.fix ? 0 : quality_ ? *quality_ : l.FixQuality > 0 ? l.FixQuality : 1;
   if (report.timeKnown) SetTimeOfDay(l, time_);
   else l.TimeType = GPS_TIME_LOCAL_CLOCK;
-  if (whole && sky_ && (!lastSky_ || !SameSky(*lastSky_, report.reading))) {
+  if (used_) lastUsed_ = *used_;
+  report.used = lastUsed_;
+  // A sky the record does not hold yet is reported with a later epoch.
+  if (whole && sky_ && HoldsCycle(reading.satellites, cycle_) &&
+      (!lastSky_ || !SameSky(lastSky_->reading, report.reading) || lastSky_->used != report.used)) {
     report.skyChanged = true;
-    lastSky_ = report.reading;
+    lastSky_ = report;
   }
-  open_ = false;
+  open_ = due_ = false;
   time_.clear();
   keys_.clear();
+  lastKind_.clear();
   said_ = known_ = 0;
   fix_.reset();
   quality_.reset();
   sky_ = false;
   values_.clear();
+  cycle_.clear();
+  used_.reset();
   if (whole) onEpoch_(report);
 }
 

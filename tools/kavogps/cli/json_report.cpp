@@ -93,7 +93,7 @@ std::string TpvJson(const Reading& reading, const std::string& device) {
   return tpv.Close();
 }
 
-std::string SkyJson(const Reading& reading, const std::string& device, const std::set<int32_t>* used) {
+std::string SkyJson(const Reading& reading, const std::string& device, const std::set<int32_t>& used) {
   const GPSLocation& l = reading.location;
   JsonObject sky("SKY");
   if (!device.empty()) sky.String("device", device);
@@ -109,8 +109,7 @@ std::string SkyJson(const Reading& reading, const std::string& device, const std
     int gnssid = 0, svid = 0;
     if (SystemOf(s.PRN, &gnssid, &svid))
       text += ",\"gnssid\":" + std::to_string(gnssid) + ",\"svid\":" + std::to_string(svid);
-    if (used) text += std::string(",\"used\":") + (used->count(s.PRN) ? "true" : "false");
-    text += "}";
+    text += std::string(",\"used\":") + (used.count(s.PRN) ? "true}" : "false}");
     list += (list.size() > 1 ? "," : "") + text;
   }
   sky.Raw("satellites", list + "]");

@@ -38,7 +38,7 @@ class JsonObject {
 };
 
 std::string TpvJson(const Reading& reading, const std::string& device);
-// `used`, when given, names the satellites the fix uses ("used" of each).
-std::string SkyJson(const Reading& reading, const std::string& device, const std::set<int32_t>* used = nullptr);
+// `used` names the satellites the fix uses ("used" of each).
+std::string SkyJson(const Reading& reading, const std::string& device, const std::set<int32_t>& used);
 
 }  // namespace kavo::cli

@@ -131,7 +131,7 @@ void LineView::Show(const EpochReport& report) { out_ << RenderLine(report.readi
 
 void JsonView::Show(const EpochReport& report) {
   out_ << TpvJson(report.reading, device_) << '\n';
-  if (report.skyChanged) out_ << SkyJson(report.reading, device_) << '\n';
+  if (report.skyChanged) out_ << SkyJson(report.reading, device_, report.used) << '\n';
   out_ << std::flush;
 }
 

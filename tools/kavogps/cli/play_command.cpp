@@ -43,17 +43,6 @@ void PrintHelp(std::ostream& out) {
       << kExitCodeHelp;
 }
 
-// Why `path` cannot be played, or empty when it can.
-std::string Unreadable(const fs::path& path) {
-  std::error_code error;
-  const fs::file_status status = fs::status(path, error);
-  if (!fs::exists(status)) return "no such file";
-  if (fs::is_directory(status)) return "it is a folder, not a file";
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return std::string("cannot be read: ") + std::strerror(errno);
-  return {};
-}
-
 std::string FolderList() {
   std::string list;
   for (const fs::path& folder : BundledDataFolders()) list += (list.empty() ? "" : ", ") + folder.string();
@@ -108,13 +97,13 @@ void ForEachAddress(const std::string& path, const std::function<bool(const std:
   }
 }
 
-}  // namespace
-
 bool LooksLikeNmea(const std::string& path) {
   bool any = false;
   ForEachAddress(path, [&](const std::string&) { return !(any = true); });
   return any;
 }
+
+}  // namespace
 
 std::set<std::string> TalkersInFile(const std::string& path) {
   std::set<std::string> talkers;
@@ -125,7 +114,25 @@ std::set<std::string> TalkersInFile(const std::string& path) {
   return talkers;
 }
 
-uint32_t EndTimeoutMs(int64_t intervalMs) { return static_cast<uint32_t>(2 * intervalMs + 1000); }
+std::string RecordingProblem(const std::string& path) {
+  std::error_code error;
+  const fs::file_status status = fs::status(path, error);
+  if (!fs::exists(status)) return "no such file";
+  if (fs::is_directory(status)) return "it is a folder, not a file";
+  if (!std::ifstream(path, std::ios::binary)) return std::string("cannot be read: ") + std::strerror(errno);
+  if (!LooksLikeNmea(path)) return "it holds no NMEA sentence";
+  return {};
+}
+
+SessionOptions PlaybackOptions(int64_t intervalMs, bool repeat) {
+  SessionOptions options;
+  options.endsWithRecording = !repeat;
+  options.endTimeoutMs = static_cast<uint32_t>(2 * intervalMs + 1000);
+  options.noTextMs = 3000 + options.endTimeoutMs + 1000;
+  // Lines come one interval apart: only a longer silence is between epochs.
+  options.quietMs = std::max<uint32_t>(options.quietMs, static_cast<uint32_t>(3 * intervalMs));
+  return options;
+}
 
 int RunPlay(const Arguments& args, std::ostream& out, std::ostream& err) {
   PlaySettings settings;
@@ -149,13 +156,9 @@ int RunPlay(const Arguments& args, std::ostream& out, std::ostream& err) {
     }
   }
   const std::string shown = settings.file.empty() ? file.string() : settings.file;
-  const std::string problem = Unreadable(file);
+  const std::string problem = RecordingProblem(file.string());
   if (!problem.empty()) {
     err << "kavogps play: '" << shown << "': " << problem << '\n';
-    return kExitFile;
-  }
-  if (!LooksLikeNmea(file.string())) {
-    err << "kavogps play: '" << shown << "' holds no NMEA sentence\n";
     return kExitFile;
   }
 
@@ -184,13 +187,8 @@ int RunPlay(const Arguments& args, std::ostream& out, std::ostream& err) {
     output.Abandon();
     return kExitFile;
   }
-  const uint32_t endTimeout = EndTimeoutMs(settings.intervalMs);
-  GPSDriver_SetTimeoutInterval(driver.get(), static_cast<int32_t>(endTimeout));
-
-  SessionOptions options;
-  options.endsWithRecording = !settings.repeat;
-  options.endTimeoutMs = endTimeout;
-  options.noTextMs = 3000 + endTimeout + 1000;
+  const SessionOptions options = PlaybackOptions(settings.intervalMs, settings.repeat);
+  GPSDriver_SetTimeoutInterval(driver.get(), static_cast<int32_t>(options.endTimeoutMs));
   DriverSession session(driver.get(), options);
   output.Attach(session);
   uint32_t code = 0;

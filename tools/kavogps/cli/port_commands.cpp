@@ -52,7 +52,17 @@ std::string DeviceText(const std::string& portName) {
   return device.description.empty() ? device.path : device.path + ": " + device.description;
 }
 
-// Why `portName` cannot be opened, after "cannot open PORT: ".
+// A machine description that cannot be used is told, not taken for a
+// machine without ports.
+bool MachineUsable(const char* command, std::ostream& err) {
+  const std::string problem = MachineDescriptionProblem();
+  if (problem.empty()) return true;
+  err << "kavogps " << command << ": " << problem << '\n';
+  return false;
+}
+
+}  // namespace
+
 std::string TroubleText(const std::string& portName) {
   const PortDiagnosis diagnosis = DiagnosePort(portName);
   switch (diagnosis.trouble) {
@@ -67,17 +77,6 @@ std::string TroubleText(const std::string& portName) {
   }
   return "it is busy: another program is using it";
 }
-
-// A machine description that cannot be used is told, not taken for a
-// machine without ports.
-bool MachineUsable(const char* command, std::ostream& err) {
-  const std::string problem = MachineDescriptionProblem();
-  if (problem.empty()) return true;
-  err << "kavogps " << command << ": " << problem << '\n';
-  return false;
-}
-
-}  // namespace
 
 const char kBaudRates[] =
     "110, 1200, 2400, 4800, 9600, 14400, 19200, 38400, 56000, 57600, 115200, 128000 or 256000";

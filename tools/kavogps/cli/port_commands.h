@@ -17,6 +17,10 @@ int RunMonitor(const Arguments& args, std::ostream& out, std::ostream& err);
 // The speeds a port description accepts, as a message lists them.
 extern const char kBaudRates[];
 
+// Why the library could not open `portName` (busy, missing, no
+// permission), as a message says it after "cannot open PORT: ".
+std::string TroubleText(const std::string& portName);
+
 // "none", "odd"... and "1", "1.5", "2" for the parameter codes.
 const char* ParityName(int32_t parity);
 const char* StopBitsName(int32_t stopBits);

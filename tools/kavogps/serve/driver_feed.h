@@ -1,8 +1,9 @@
-// The data side of `kavogps serve`: runs the library's driver on a
-// recording or a serial port and gives the feed one TPV per epoch, a SKY
-// when the sky changed, every sentence as it arrived, and the device
-// coming and going. A port that fails is reopened once a second; a
-// recording that ends leaves its last fix to be served.
+// The data side of `kavogps serve`: runs a driver session on a recording
+// or a serial port, as play and monitor do, and gives the feed its epochs
+// (a TPV each, a SKY when the sky changed), every sentence as it arrived,
+// and the device coming and going. A port that cannot be opened or that
+// fails is tried again once a second; a recording that ends leaves its
+// last fix to be served.
 #pragma once
 
 #include <cstdint>
@@ -28,7 +29,7 @@ class DriverFeed {
   DriverFeed(FeedSink& sink, std::ostream& err) : sink_(sink), err_(err) {}
 
   // Feeds the sink until interrupted; the tool's exit code.
-  int Run(const SourceSpec& source, cli::InterruptWatch& interrupt);
+  int Run(SourceSpec source, cli::InterruptWatch& interrupt);
 
  private:
   FeedSink& sink_;

@@ -1,6 +1,5 @@
 #include "serve/serve_command.h"
 
-#include <filesystem>
 #include <system_error>
 #include <thread>
 
@@ -26,8 +25,9 @@ void PrintHelp(std::ostream& out) {
       << cli::kDefaultRecording
       << "), reads the receiver on PORT, or on the\n"
          "port a search finds, and answers the daemon protocol on TCP. A port that\n"
-         "fails is reopened once a second; at the end of a recording its last fix\n"
-         "stays. A client too slow for the reports loses its oldest ones.\n\n"
+         "cannot be opened, or fails, is tried again once a second; at the end of a\n"
+         "recording its last fix stays. A client too slow for the reports loses its\n"
+         "oldest ones.\n\n"
          "Options:\n"
          "  --interval MS     milliseconds per line of FILE, 1 to 60000 (default 100)\n"
          "  --repeat          start FILE again at its end\n"
@@ -124,10 +124,10 @@ int RunServe(const cli::Arguments& args, std::ostream& out, std::ostream& err) {
   SourceSpec& source = settings.source;
   if (source.port.empty() && !source.find) {
     if (source.file.empty()) source.file = cli::FindBundledFile(cli::kDefaultRecording).string();
-    std::error_code fileError;
-    if (source.file.empty() || !std::filesystem::is_regular_file(source.file, fileError)) {
-      err << "kavogps serve: '" << (source.file.empty() ? cli::kDefaultRecording : source.file)
-          << "': no such file\n";
+    const std::string problem = source.file.empty() ? "no such file" : cli::RecordingProblem(source.file);
+    if (!problem.empty()) {
+      err << "kavogps serve: '" << (source.file.empty() ? cli::kDefaultRecording : source.file) << "': " << problem
+          << '\n';
       return cli::kExitFile;
     }
   }
