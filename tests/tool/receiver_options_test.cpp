@@ -53,12 +53,13 @@ TEST(KavogpsReceiverOptions, BadValuesAreUsageErrorsAndGoodOnesReachTheLibrary) 
 
 TEST(JsonReport, SkySatellitesCarryTheirSystemAndNumberWithinIt) {
   const std::vector<std::pair<int32_t, std::string>> satellites = {
-      {7, ",\"gnssid\":0,\"svid\":7}"},   {40, ",\"gnssid\":1,\"svid\":127}"}, {70, ",\"gnssid\":6,\"svid\":6}"},
-      {195, ",\"gnssid\":5,\"svid\":3}"}, {305, ",\"gnssid\":2,\"svid\":5}"},  {410, ",\"gnssid\":3,\"svid\":10}"},
-      {250, "}"}};
+      {7, ",\"gnssid\":0,\"svid\":7,\"used\":true}"},      {40, ",\"gnssid\":1,\"svid\":127,\"used\":false}"},
+      {70, ",\"gnssid\":6,\"svid\":6,\"used\":false}"},    {195, ",\"gnssid\":5,\"svid\":3,\"used\":false}"},
+      {305, ",\"gnssid\":2,\"svid\":5,\"used\":true}"},    {410, ",\"gnssid\":3,\"svid\":10,\"used\":false}"},
+      {250, ",\"used\":false}"}};
   cli::Reading reading;
   for (const auto& satellite : satellites) reading.satellites.push_back({satellite.first, 30, 0, 0});
-  const std::string sky = cli::SkyJson(reading, "");
+  const std::string sky = cli::SkyJson(reading, "", {7, 305});
   for (const auto& [prn, system] : satellites)
     EXPECT_TRUE(Contains(sky, "{\"PRN\":" + std::to_string(prn) + ",\"el\":0,\"az\":0,\"ss\":30" + system)) << sky;
 }
