@@ -11,7 +11,7 @@
 #include <memory>
 #include <regex>
 
-#include "posix/tool_process.h"
+#include "common/process_runner.h"
 #include "simulator/posix/pty_receiver.h"
 #include "tool_run.h"
 
@@ -30,8 +30,9 @@ std::unique_ptr<sim::PtyReceiver> Receiver(uint32_t baud) {
 }
 
 // Waits until the program's output or messages match `pattern`.
-bool Has(const ToolProcess& process, const std::string& pattern) {
-  return process.WaitFor([&] { return std::regex_search(process.Out() + process.Err(), std::regex(pattern)); });
+bool Has(const ProcessRunner& process, const std::string& pattern) {
+  return process.WaitForOutput(
+      [&](const std::string& out) { return std::regex_search(out + process.Err(), std::regex(pattern)); }, 20000);
 }
 
 TEST(KavogpsProgram, AReaderThatStopsEarlyEndsItQuietly) {
@@ -58,11 +59,11 @@ TEST(KavogpsPorts, ListAndSearchTellEachPortsDeviceAndWhyOneCannotBeOpened) {
                            "[HKEY_LOCAL_MACHINE\\Hardware\\DeviceMap\\SerialComm]\r\n\"" +
                                receiver->DevicePath() + "\"=\"COM7\"\r\n\"" + kAbsentDevice + "\"=\"COM8\"\r\n\"" +
                                other->DevicePath() + "\"=\"COM9\"\r\n");
-  const ToolProcess::Environment machine = {{"KAVOGPS_REGISTRY", dir.File("machine.reg")}};
-  ToolProcess holder({"monitor", other->DevicePath()}, machine);
+  const ProcessRunner::Environment machine = {{"KAVOGPS_REGISTRY", dir.File("machine.reg")}};
+  ProcessRunner holder(KAVOGPS_TOOL, {"monitor", other->DevicePath()}, machine);
   ASSERT_TRUE(Has(holder, "GPS fix")) << holder.Err();
 
-  const ToolRun ports = RunToolProcess({"ports"}, machine);
+  const ProcessResult ports = RunProcess(KAVOGPS_TOOL, {"ports"}, machine);
   ASSERT_EQ(ports.code, 0) << ports.err;
   EXPECT_TRUE(std::regex_search(ports.out, std::regex("PORT +BUSY +BAUD +PARITY +DATA +STOP\n"
                                                       "COM9: +yes +\\(cannot be opened: it is busy: another.*\n"
@@ -73,7 +74,7 @@ TEST(KavogpsPorts, ListAndSearchTellEachPortsDeviceAndWhyOneCannotBeOpened) {
                                                       "  " + receiver->DevicePath() + "\n")))
       << ports.out;
 
-  const ToolRun find = RunToolProcess({"find"}, machine);
+  const ProcessResult find = RunProcess(KAVOGPS_TOOL, {"find"}, machine);
   ASSERT_EQ(find.code, 0) << find.err;
   EXPECT_EQ(find.out, "GPS receiver on COM7: (" + receiver->DevicePath() + ") at 9600 baud\n");
   EXPECT_TRUE(Contains(find.err, "on 3 ports: COM9: (" + other->DevicePath() + "), COM8: (/dev/kavogps-none), COM7:"))
@@ -86,7 +87,7 @@ TEST(KavogpsPorts, ListAndSearchTellEachPortsDeviceAndWhyOneCannotBeOpened) {
   // machine without ports.
   dir.Write("bad.reg", "[HKEY_LOCAL_MACHINE\\Drivers]\r\n");
   for (const auto& [command, file] : {std::make_pair("ports", "absent.reg"), std::make_pair("find", "bad.reg")}) {
-    const ToolRun bad = RunToolProcess({command}, {{"KAVOGPS_REGISTRY", dir.File(file)}});
+    const ProcessResult bad = RunProcess(KAVOGPS_TOOL, {command}, {{"KAVOGPS_REGISTRY", dir.File(file)}});
     EXPECT_EQ(bad.code, cli::kExitFile) << bad.err;
     EXPECT_TRUE(Contains(bad.err, std::string("kavogps ") + command + ": KAVOGPS_REGISTRY names '" +
                                       dir.File(file) + (file[0] == 'a' ? "', which does not exist" : "', which is not")))
@@ -100,17 +101,17 @@ TEST(KavogpsMonitor, FollowsAReceiverByItsLongNameUntilItIsUnplugged) {
   // As udev names receivers under /dev/serial/by-id: longer than a port name.
   const std::string link = dir.File("usb-u-blox_AG_GNSS_receiver-if00");
   std::filesystem::create_symlink(receiver->DevicePath(), link);
-  ToolProcess monitor({"monitor", link, "--json", "--once", "--gpx", dir.File("track.gpx")});
+  ProcessRunner monitor(KAVOGPS_TOOL, {"monitor", link, "--json", "--once", "--gpx", dir.File("track.gpx")});
   ASSERT_TRUE(Has(monitor, "\\{\"class\":\"TPV\",\"device\":\"" + link + "\",\"mode\":3,.*\"lat\":48\\.117"))
       << monitor.Out() << monitor.Err();
 
   // A second program cannot have the port meanwhile, and says why.
-  const ToolRun busy = RunToolProcess({"monitor", receiver->DevicePath(), "--gpx", dir.File("second.gpx")});
+  const ProcessResult busy = RunProcess(KAVOGPS_TOOL, {"monitor", receiver->DevicePath(), "--gpx", dir.File("second.gpx")});
   EXPECT_EQ(busy.code, cli::kExitPortUnavailable) << busy.err;
   EXPECT_TRUE(Contains(busy.err, "cannot open " + receiver->DevicePath() + ": it is busy")) << busy.err;
 
   receiver->Stop();  // unplugged
-  EXPECT_EQ(monitor.Finish(), cli::kExitFailure) << monitor.Err();
+  EXPECT_EQ(monitor.Finish(20000), cli::kExitFailure) << monitor.Err();
   EXPECT_TRUE(std::regex_search(monitor.Err(), std::regex("the receiver on " + link + " is gone\nReceiver gone\\.\n"
                                                           "Fixes: +[1-9]")))
       << monitor.Err();
@@ -125,7 +126,7 @@ TEST(KavogpsMonitor, WaitsForAnUnpluggedReceiverAndOpensItAgain) {
   auto receiver = Receiver(4800);
   std::filesystem::remove(link);  // left by a run that failed
   std::filesystem::create_symlink(receiver->DevicePath(), link);
-  ToolProcess monitor({"monitor", link, "--nmea"});
+  ProcessRunner monitor(KAVOGPS_TOOL, {"monitor", link, "--nmea"});
   ASSERT_TRUE(Has(monitor, "\\$GPGGA")) << monitor.Err();
   receiver->Stop();
   ASSERT_TRUE(Has(monitor, "the receiver on " + link + " is gone; waiting for it")) << monitor.Err();
@@ -135,9 +136,9 @@ TEST(KavogpsMonitor, WaitsForAnUnpluggedReceiverAndOpensItAgain) {
   std::filesystem::create_symlink(again->DevicePath(), link);
   ASSERT_TRUE(Has(monitor, link + " is back\n")) << monitor.Err();
   const size_t seen = monitor.Out().size();
-  ASSERT_TRUE(monitor.WaitFor([&] { return Contains(monitor.Out().substr(seen), "$GPGGA"); }));
+  ASSERT_TRUE(monitor.WaitForOutput([&](const std::string& out) { return Contains(out.substr(seen), "$GPGGA"); }, 20000));
   monitor.Signal(SIGINT);
-  EXPECT_EQ(monitor.Finish(), 0) << monitor.Err();
+  EXPECT_EQ(monitor.Finish(20000), 0) << monitor.Err();
   std::filesystem::remove(link);
 }
 
