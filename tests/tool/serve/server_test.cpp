@@ -73,7 +73,7 @@ TEST_F(ServerTest, HundredWatchersGetEveryEpochInOrderBesideOneThatNeverReads) {
   auto stalled = Watcher();  // asks for the stream and never reads it
   std::vector<std::unique_ptr<Peer>> watchers;
   for (int i = 0; i < 100; ++i) watchers.push_back(Watcher());
-  for (int n = 0; n < 50; ++n) server_->Tpv(Tpv(n, 200));
+  for (int n = 0; n < 50; ++n) server_->Epoch(Tpv(n, 200), "");
   server_->Device(DeviceState{"/dev/gps0", "NMEA0183", 4800, ""});  // the receiver went away
   for (auto& peer : watchers) {
     for (int n = 0; n < 50; ++n) ASSERT_EQ(peer->Object()["n"], n);
@@ -93,11 +93,11 @@ TEST_F(ServerTest, AClientThatDoesNotReadLosesItsOldestLinesNotTheNewest) {
   // Until the server had to drop lines for the stalled client (the hang
   // guard: far more than any socket buffers hold).
   while (server_->DroppedLines() == 0 && sent < 20000) {
-    server_->Tpv(Tpv(sent++, 4000));
+    server_->Epoch(Tpv(sent++, 4000), "");
     ASSERT_EQ(reader->Object()["n"], sent - 1);
   }
   ASSERT_GT(server_->DroppedLines(), 0u);
-  server_->Tpv(Tpv(sent++, 0));
+  server_->Epoch(Tpv(sent++, 0), "");
   reader->Object();
   int received = 0, last = -1;
   while (last != sent - 1) {
@@ -126,6 +126,7 @@ TEST_F(ServerTest, ThousandClientsComeAndGoMidRequestOrWithGarbage) {
   for (int wait = 0; server_->ClientCount() != 1 && wait < 30000; ++wait)  // hang guard only
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   EXPECT_EQ(server_->ClientCount(), 1u);
+  EXPECT_FALSE(server_->WantsNmea());  // those that asked for sentences are gone
 }
 
 TEST_F(ServerTest, ListensOnIpv6AndStreamsRawSentences) {
@@ -139,7 +140,8 @@ TEST_F(ServerTest, ListensOnIpv6AndStreamsRawSentences) {
   peer->Send("?WATCH={\"enable\":true,\"nmea\":true}\n");
   while (peer->Object()["class"] != "WATCH") {
   }
-  server_->Tpv(Tpv(1));  // not asked for
+  EXPECT_TRUE(server_->WantsNmea());
+  server_->Epoch(Tpv(1), "");  // not asked for
   server_->Nmea("$GPGGA,100000.00*00");
   EXPECT_EQ(peer->Line(), "$GPGGA,100000.00*00\r");
 }

@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <mutex>
 #include <ostream>
+#include <thread>
 
 #include "cli/gps_library.h"
 
@@ -12,6 +13,10 @@ namespace kavo::cli {
 namespace {
 
 constexpr uint32_t kPollMs = 50;
+// When the callbacks drain, the session's own polls only close quiet epochs
+// and watch for the end: fewer wake-ups.
+constexpr uint32_t kPollMsWhileCallbacksDrain = 200;
+constexpr std::chrono::microseconds kSpinFor{500};
 
 // A sentence with the state before it, or a reading of the newest state.
 struct Event {
@@ -31,6 +36,7 @@ struct Shared {
   std::mutex mutex;
   std::condition_variable queued;
   GPSDriverHandle driver = nullptr;  // set while a session runs
+  DriverSession* inline_ = nullptr;  // set while a session drains on callbacks
   std::vector<Event> events;
   uint64_t sentences = 0;
 };
@@ -58,8 +64,27 @@ void Record(const KavoChar* sentence) {
   shared.queued.notify_one();
 }
 
-void OnStatus() { Record(nullptr); }
-void OnData(uint32_t) { Record(nullptr); }
+}  // namespace
+
+// Lets the callbacks drain a session that asked for it.
+struct SessionAccess {
+  static void RecordAndDrain() {
+    Record(nullptr);
+    DriverSession* session = nullptr;
+    {
+      std::lock_guard<std::mutex> lock(Active().mutex);
+      session = Active().inline_;
+    }
+    // Stop clears the pointer before it joins this thread, so the session
+    // outlives this call.
+    if (session) session->Drain();
+  }
+};
+
+namespace {
+
+void OnStatus() { SessionAccess::RecordAndDrain(); }
+void OnData(uint32_t) { SessionAccess::RecordAndDrain(); }
 void OnSentence(const KavoChar* sentence) { Record(sentence); }
 
 std::vector<Event> TakeQueued() {
@@ -85,6 +110,7 @@ bool DriverSession::Start(uint32_t* lastError) {
   {
     std::lock_guard<std::mutex> lock(Active().mutex);
     Active().driver = driver_;
+    Active().inline_ = options_.viewsOnCallbackThread ? this : nullptr;
     Active().events.clear();
     Active().sentences = 0;
   }
@@ -105,37 +131,61 @@ void DriverSession::Deliver(const EpochReport& report) {
   for (ReadingView* view : views_) view->Show(report);
 }
 
+bool DriverSession::Drain() {
+  std::lock_guard<std::mutex> lock(draining_);
+  const std::vector<Event> events = TakeQueued();
+  for (const Event& event : events) {
+    if (event.sentence.empty()) {
+      epochs_.Latest(event.reading, event.ms);
+    } else {
+      for (ReadingView* view : views_) view->Sentence(event.sentence);
+      epochs_.Sentence(event.sentence, event.reading, event.ms);
+    }
+    latest_ = event.reading;
+    for (ReadingView* view : views_) view->Status(event.reading.status);
+  }
+  return !events.empty();
+}
+
 SessionEnd DriverSession::Run(InterruptWatch& interrupt) {
   using Clock = std::chrono::steady_clock;
   const Clock::time_point start = Clock::now();
   bool delivering = false;  // the status has left "stopped" at least once
-  Reading latest;
   SessionEnd end = SessionEnd::kInterrupted;
   int duePolls = 0;
+  Clock::time_point dueSince;
   for (;;) {
     // Each sentence is taken as it comes. An epoch whose last sentence came
     // is complete once the library applied it, microseconds later: the
-    // record is read again soon, then less and less often.
-    std::chrono::microseconds wait = std::chrono::milliseconds(kPollMs);
-    if (epochs_.Due()) wait = std::min(wait, std::chrono::microseconds(250 << std::min(duePolls++, 8)));
-    else duePolls = 0;
+    // record is read again at once for a short while (a sleep would cost
+    // more than the wait), then less and less often.
+    std::chrono::microseconds wait =
+        std::chrono::milliseconds(options_.viewsOnCallbackThread ? kPollMsWhileCallbacksDrain : kPollMs);
+    bool due;
     {
+      std::lock_guard<std::mutex> lock(draining_);
+      due = epochs_.Due();
+    }
+    if (!due) {
+      duePolls = 0;
+    } else if (duePolls++ == 0) {
+      dueSince = Clock::now();
+      wait = wait.zero();
+    } else if (Clock::now() - dueSince < kSpinFor) {
+      wait = wait.zero();
+    } else {
+      wait = std::min(wait, std::chrono::microseconds(250 << std::min(duePolls, 8)));
+    }
+    if (wait == wait.zero()) {
+      std::this_thread::yield();
+    } else {
       std::unique_lock<std::mutex> lock(Active().mutex);
       Active().queued.wait_for(lock, wait, [] { return !Active().events.empty(); });
     }
     const bool interrupted = interrupt.Wait(0);
     Record(nullptr);
-    const std::vector<Event> events = TakeQueued();
-    for (const Event& event : events) {
-      if (event.sentence.empty()) {
-        epochs_.Latest(event.reading, event.ms);
-      } else {
-        for (ReadingView* view : views_) view->Sentence(event.sentence);
-        epochs_.Sentence(event.sentence, event.reading, event.ms);
-      }
-      latest = event.reading;
-      for (ReadingView* view : views_) view->Status(event.reading.status);
-    }
+    const bool drained = Drain();
+    std::lock_guard<std::mutex> lock(draining_);
     for (ReadingView* view : views_) view->Tick();
     bool outputFailed = false;
     for (std::ostream* out : outputs_) outputFailed |= !out->good();
@@ -143,8 +193,8 @@ SessionEnd DriverSession::Run(InterruptWatch& interrupt) {
       end = interrupted ? SessionEnd::kInterrupted : SessionEnd::kOutputFailed;
       break;
     }
-    if (events.empty()) continue;
-    const int32_t status = latest.status;
+    if (!drained) continue;
+    const int32_t status = latest_.status;
     if (status == GPS_STATUS_TIMEOUT && options_.endsWithRecording) {
       end = SessionEnd::kRecordingEnded;
       break;
@@ -160,7 +210,7 @@ SessionEnd DriverSession::Run(InterruptWatch& interrupt) {
     }
   }
   Stop();
-  epochs_.Finish(latest);
+  epochs_.Finish(latest_);
   if (track_) track_->Finish();
   for (ReadingView* view : views_) view->Close();
   return end;
@@ -169,6 +219,10 @@ SessionEnd DriverSession::Run(InterruptWatch& interrupt) {
 void DriverSession::Stop() {
   if (!running_) return;
   running_ = false;
+  {
+    std::lock_guard<std::mutex> lock(Active().mutex);
+    Active().inline_ = nullptr;
+  }
   GPSDriver_Stop(driver_);  // joins the reading thread: no callback runs after this
   std::lock_guard<std::mutex> lock(Active().mutex);
   Active().driver = nullptr;

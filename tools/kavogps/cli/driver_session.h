@@ -8,10 +8,13 @@
 // the next one starts is read whole. The data and status callbacks and a
 // poll every 50 ms (sooner while an epoch waits for its last sentence to
 // show) queue readings of the newest state; the session's own thread,
-// woken by each, drains the queue in order into an EpochAssembler.
+// woken by each, drains the queue in order into an EpochAssembler. Views
+// that never block may be served on the library's reading thread instead,
+// straight after the records were updated: one thread hand-over less.
 #pragma once
 
 #include <cstdint>
+#include <mutex>
 #include <vector>
 
 #include "KavoMobileGPS.h"
@@ -45,6 +48,9 @@ struct SessionOptions {
   // An epoch is complete after this long without a sentence, when the next
   // epoch has not begun before.
   uint32_t quietMs = 300;
+  // Whether the data and status callbacks drain the queue themselves, on
+  // the library's reading thread: only for views that return at once.
+  bool viewsOnCallbackThread = false;
 };
 
 // The callbacks to create the session's driver with.
@@ -72,7 +78,10 @@ class DriverSession {
   uint64_t SentencesSeen() const;
 
  private:
+  friend struct SessionAccess;
   void Deliver(const EpochReport& report);
+  // Drains the queue into the assembler and the views; whether it held anything.
+  bool Drain();
   void Stop();
 
   GPSDriverHandle driver_;
@@ -81,6 +90,8 @@ class DriverSession {
   std::vector<std::ostream*> outputs_;
   FixTrack* track_ = nullptr;
   bool running_ = false;
+  std::mutex draining_;  // the assembler, the views and `latest_`, for whichever thread drains
+  Reading latest_;
   EpochAssembler epochs_;
 };
 

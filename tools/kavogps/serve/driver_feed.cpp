@@ -14,15 +14,19 @@ namespace {
 constexpr uint32_t kReopenEveryMs = 1000;
 constexpr uint32_t kErrorFileNotFound = 2;  // a port busy, missing or not ours to open
 
-// Each epoch as the clients read it, and the sentences as they came.
+// Each epoch as the clients read it, and the sentences as they came. Every
+// call only hands work to the network thread, so it may run on the
+// library's reading thread.
 class FeedView : public cli::ReadingView {
  public:
   FeedView(FeedSink& sink, std::string device) : sink_(sink), device_(std::move(device)) {}
   void Show(const cli::EpochReport& report) override {
-    sink_.Tpv(cli::TpvJson(report.reading, device_));
-    if (report.skyChanged) sink_.Sky(cli::SkyJson(report.reading, device_, report.used));
+    sink_.Epoch(cli::TpvJson(report.reading, device_),
+                report.skyChanged ? cli::SkyJson(report.reading, device_, report.used) : std::string());
   }
-  void Sentence(const std::string& sentence) override { sink_.Nmea(sentence); }
+  void Sentence(const std::string& sentence) override {
+    if (sink_.WantsNmea()) sink_.Nmea(sentence);
+  }
 
  private:
   FeedSink& sink_;
@@ -39,7 +43,8 @@ class Feed {
   }
 
   int PlayRecording(cli::InterruptWatch& interrupt) {
-    const cli::SessionOptions options = cli::PlaybackOptions(spec_.intervalMs, spec_.repeat);
+    cli::SessionOptions options = cli::PlaybackOptions(spec_.intervalMs, spec_.repeat);
+    options.viewsOnCallbackThread = true;
     const cli::DriverPtr driver(GPSDriver_CreateFromFile(
         cli::ToLibraryText(spec_.file).c_str(), static_cast<int32_t>(spec_.intervalMs), spec_.repeat ? 1 : 0,
         cli::SessionStatusCallback(), cli::SessionDataCallback(), cli::SessionSentenceCallback()));
@@ -101,7 +106,9 @@ class Feed {
                                                             cli::SessionDataCallback(), cli::SessionSentenceCallback()));
     *error = KavoMobileGPS_GetLastError();  // before the port's release clears it
     if (!driver) return false;
-    cli::DriverSession session(driver.get(), cli::SessionOptions{});
+    cli::SessionOptions options;
+    options.viewsOnCallbackThread = true;
+    cli::DriverSession session(driver.get(), options);
     session.AddView(&view_);
     if (!session.Start(error)) return false;
     if (absent) err_ << "kavogps serve: the receiver on " << spec_.port << " is back\n";

@@ -20,8 +20,11 @@ struct DeviceState {
 class FeedSink {
  public:
   virtual ~FeedSink() = default;
-  virtual void Tpv(std::string json) = 0;
-  virtual void Sky(std::string json) = 0;
+  // One epoch's TPV and, when the sky changed, its SKY (else empty): sent
+  // together, so that a client gets them in one write.
+  virtual void Epoch(std::string tpv, std::string sky) = 0;
+  // Whether anyone reads the raw sentences: when not, they are not handed over.
+  virtual bool WantsNmea() const = 0;
   virtual void Nmea(std::string sentence) = 0;  // without its line end
   virtual void Device(DeviceState state) = 0;
 };

@@ -35,6 +35,7 @@ class Client : public std::enable_shared_from_this<Client> {
   void Close() {
     if (!open_) return;
     open_ = false;
+    server_.CountNmeaWatcher(&nmeaCounted_, false);
     std::error_code ignored;
     socket_.shutdown(tcp::socket::shutdown_both, ignored);
     socket_.close(ignored);
@@ -53,6 +54,7 @@ class Client : public std::enable_shared_from_this<Client> {
 
   void Read() {
     socket_.async_read_some(asio::buffer(buffer_), [self = shared_from_this()](std::error_code error, size_t size) {
+      const auto lock = self->server_.Lock();
       if (error) return self->Close();
       self->OnRequests(size);
     });
@@ -69,6 +71,7 @@ class Client : public std::enable_shared_from_this<Client> {
       }
       for (const std::string& answer : protocol_.Answer(line.text, server_.State())) Send(answer);
     }
+    server_.CountNmeaWatcher(&nmeaCounted_, open_ && protocol_.WantsNmea());
     if (open_) Read();
   }
 
@@ -79,6 +82,7 @@ class Client : public std::enable_shared_from_this<Client> {
     std::vector<asio::const_buffer> buffers;
     for (const OutLine& line : inFlight_) buffers.push_back(asio::buffer(*line));
     asio::async_write(socket_, buffers, [self = shared_from_this()](std::error_code error, size_t) {
+      const auto lock = self->server_.Lock();
       self->writing_ = false;
       self->inFlight_.clear();
       if (error) return self->Close();
@@ -95,6 +99,7 @@ class Client : public std::enable_shared_from_this<Client> {
   std::vector<OutLine> inFlight_;  // what the pending write is sending
   bool writing_ = false;
   bool open_ = true;
+  bool nmeaCounted_ = false;  // among the server's raw-sentence readers
 };
 
 Server::Server(asio::io_context& io, ServerOptions options, DeviceState device)
@@ -123,6 +128,7 @@ void Server::Open() {
 
 void Server::Accept(tcp::acceptor& acceptor) {
   acceptor.async_accept([this, &acceptor](std::error_code error, tcp::socket socket) {
+    const auto lock = Lock();
     if (closed_) return;
     if (!error) {
       auto client = std::make_shared<Client>(std::move(socket), *this);
@@ -134,6 +140,7 @@ void Server::Accept(tcp::acceptor& acceptor) {
     // Out of descriptors or the like: try again a little later rather than spin.
     auto timer = std::make_shared<asio::steady_timer>(io_, std::chrono::milliseconds(100));
     timer->async_wait([this, &acceptor, timer](std::error_code) {
+      const auto lock = Lock();
       if (!closed_) Accept(acceptor);
     });
   });
@@ -141,6 +148,7 @@ void Server::Accept(tcp::acceptor& acceptor) {
 
 void Server::Close() {
   asio::post(io_, [this] {
+    const auto lock = Lock();
     closed_ = true;
     for (auto& acceptor : acceptors_) {
       std::error_code ignored;
@@ -167,29 +175,33 @@ void Server::Broadcast(Kind kind, const std::string& line) {
   for (auto& client : all) client->Deliver(kind == Kind::kJson, shared);
 }
 
-void Server::Tpv(std::string json) {
-  asio::post(io_, [this, json = std::move(json)] {
-    tpv_ = json;
-    Broadcast(Kind::kJson, json);
-  });
+// The feed's calls write at once, on the caller's thread: the sockets do
+// not block, and what a socket cannot take now stays in its client's queue
+// for the network thread.
+void Server::Epoch(std::string tpv, std::string sky) {
+  const auto lock = Lock();
+  tpv_ = std::move(tpv);
+  if (sky.empty()) return Broadcast(Kind::kJson, tpv_);
+  sky_ = std::move(sky);
+  Broadcast(Kind::kJson, tpv_ + "\r\n" + sky_);
 }
 
-void Server::Sky(std::string json) {
-  asio::post(io_, [this, json = std::move(json)] {
-    sky_ = json;
-    Broadcast(Kind::kJson, json);
-  });
+void Server::CountNmeaWatcher(bool* counted, bool watching) {
+  if (*counted == watching) return;
+  *counted = watching;
+  if (watching) ++nmeaWatchers_;
+  else --nmeaWatchers_;
 }
 
 void Server::Nmea(std::string sentence) {
-  asio::post(io_, [this, sentence = std::move(sentence)] { Broadcast(Kind::kNmea, sentence); });
+  const auto lock = Lock();
+  Broadcast(Kind::kNmea, sentence);
 }
 
 void Server::Device(DeviceState state) {
-  asio::post(io_, [this, state = std::move(state)] {
-    device_ = state;
-    Broadcast(Kind::kJson, DeviceJson(device_));
-  });
+  const auto lock = Lock();
+  device_ = std::move(state);
+  Broadcast(Kind::kJson, DeviceJson(device_));
 }
 
 }  // namespace kavo::serve

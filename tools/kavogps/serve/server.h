@@ -1,13 +1,16 @@
 // The network side of `kavogps serve`: listens on TCP, speaks the GPS
 // daemon protocol to every client, and hands each the reports the feed
-// gives it. Everything runs on the one thread that runs the io_context;
-// the feed's calls, from any thread, only post work there, so the
-// receiver's reading thread never waits on a socket.
+// gives it. Requests and completions run on the thread that runs the
+// io_context; the feed's calls, from any thread, send at once what each
+// socket takes without waiting and leave the rest queued, so a report
+// reaches clients without a thread hand-over and the receiver's reading
+// thread never waits on a socket. One lock guards the clients.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -44,8 +47,8 @@ class Server : public FeedSink {
   // io_context's run returns once they are gone.
   void Close();
 
-  void Tpv(std::string json) override;
-  void Sky(std::string json) override;
+  void Epoch(std::string tpv, std::string sky) override;
+  bool WantsNmea() const override { return nmeaWatchers_ > 0; }
   void Nmea(std::string sentence) override;
   void Device(DeviceState state) override;
 
@@ -58,6 +61,10 @@ class Server : public FeedSink {
   const ServerOptions& Options() const { return options_; }
   void Forget(Client* client);
   void CountDropped(uint64_t lines) { dropped_ += lines; }
+  // Held by every handler and feed call while it touches the clients.
+  std::unique_lock<std::mutex> Lock() { return std::unique_lock<std::mutex>(mutex_); }
+  // Counts a client in or out of those reading raw sentences.
+  void CountNmeaWatcher(bool* counted, bool watching);
 
  private:
   enum class Kind { kJson, kNmea };
@@ -65,6 +72,7 @@ class Server : public FeedSink {
   void Broadcast(Kind kind, const std::string& line);
 
   asio::io_context& io_;
+  std::mutex mutex_;
   ServerOptions options_;
   std::vector<std::unique_ptr<asio::ip::tcp::acceptor>> acceptors_;
   std::vector<asio::ip::tcp::endpoint> endpoints_;
@@ -73,6 +81,7 @@ class Server : public FeedSink {
   std::string tpv_, sky_;
   bool closed_ = false;
   std::atomic<size_t> clientCount_{0};
+  std::atomic<size_t> nmeaWatchers_{0};
   std::atomic<uint64_t> dropped_{0};
 };
 
