@@ -40,6 +40,16 @@ size_t PortNameLength(const std::string& name) {
   return !name.empty() && name.back() == ':' ? length - 1 : length;
 }
 
+}  // namespace
+
+std::string LibraryPortName(const std::string& portName) {
+  if (PortNameLength(portName) <= kMaxPortName) return portName;
+  const std::string device = ResolveDevicePath(portName);
+  return PortNameLength(device) <= kMaxPortName ? device : std::string();
+}
+
+namespace {
+
 std::string Padded(std::string text, size_t width) {
   if (text.size() < width) text.resize(width, ' ');
   return text + ' ';
@@ -287,7 +297,7 @@ bool ParseMonitorArguments(const Arguments& args, MonitorSettings* s, std::ostre
   else if (s->help) return true;
   else if (s->port.empty()) err << "kavogps monitor: name the port to monitor, e.g. COM3 or /dev/ttyUSB0\n";
   else if (s->json && s->nmea) err << "kavogps monitor: --json and --nmea are two kinds of output: choose one\n";
-  else if (PortNameLength(ResolveDevicePath(s->port)) > kMaxPortName)
+  else if (LibraryPortName(s->port).empty())
     // The library opens a port by its name with a colon, in 19 characters.
     err << "kavogps monitor: the port name '" << s->port << "' is too long, even as the device it names: the "
         << "library takes at most " << kMaxPortName << " characters\n";
@@ -347,8 +357,7 @@ int RunMonitor(const Arguments& args, std::ostream& out, std::ostream& err) {
   }
   if (!MachineUsable("monitor", err)) return kExitFile;
   const std::string& portName = settings.port;
-  const std::string libraryName =
-      PortNameLength(portName) > kMaxPortName ? ResolveDevicePath(portName) : portName;
+  const std::string libraryName = LibraryPortName(portName);
   const COMPortParams params{static_cast<int32_t>(settings.baud), 0, 0, 8};
   const PortInfoPtr port(COMPortInfo_Create(ToLibraryText(libraryName).c_str(), &params));
   if (!port) {

@@ -21,6 +21,11 @@ extern const char kBaudRates[];
 // permission), as a message says it after "cannot open PORT: ".
 std::string TroubleText(const std::string& portName);
 
+// The name to hand the library for `portName`: the name itself, or, when
+// that is too long for the library (a /dev/serial/by-id link), the device
+// it names; empty when even that is too long.
+std::string LibraryPortName(const std::string& portName);
+
 // "none", "odd"... and "1", "1.5", "2" for the parameter codes.
 const char* ParityName(int32_t parity);
 const char* StopBitsName(int32_t stopBits);

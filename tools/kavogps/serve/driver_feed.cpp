@@ -74,7 +74,7 @@ class Feed {
   // tried again every second until interrupted.
   int FollowPort(cli::InterruptWatch& interrupt) {
     const COMPortParams params{static_cast<int32_t>(spec_.baud), 0, 0, 8};
-    const cli::PortInfoPtr port(COMPortInfo_Create(cli::ToLibraryText(spec_.port).c_str(), &params));
+    const cli::PortInfoPtr port(COMPortInfo_Create(cli::ToLibraryText(cli::LibraryPortName(spec_.port)).c_str(), &params));
     if (!port)
       return Fail("the port '" + spec_.port + "' cannot be described", KavoMobileGPS_GetLastError(), cli::kExitFailure);
     bool absent = false;  // and said so

@@ -107,6 +107,8 @@ bool ParseServeArguments(const cli::Arguments& args, ServeSettings* s, std::stri
   else if ((intervalGiven || repeatGiven) && sources == 1 && s->source.file.empty())
     *error = "--interval and --repeat are for playing a FILE";
   else if (baudGiven && s->source.port.empty()) *error = "--baud is for a port named with --port";
+  else if (!s->source.port.empty() && cli::LibraryPortName(s->source.port).empty())
+    *error = "the port name '" + s->source.port + "' is too long, even as the device it names";
   return error->empty();
 }
 
