@@ -33,13 +33,7 @@ void PrintHelp(std::ostream& out) {
          "                  sending 7 lines a second plays a little faster than real\n"
          "                  time)\n"
          "  --repeat        start again at the end, until interrupted (Ctrl+C)\n"
-         "  --json          write JSON lines instead: a TPV object per epoch and a SKY\n"
-         "                  object when the sky changes, as a GPS daemon's clients read\n"
-         "                  them (the summary goes to standard error)\n"
-         "  --nmea          write the sentences as received instead (the summary goes to\n"
-         "                  standard error)\n"
-         "  --gpx FILE      also write the track of fixes to FILE as GPX 1.1\n"
-      << ReceiverOptionsHelp(18) << "  -h, --help      show this help\n\n"
+      << OutputOptionsHelp(18) << "  -h, --help      show this help\n\n"
       << kExitCodeHelp;
 }
 
@@ -59,15 +53,12 @@ bool ParsePlayArguments(const Arguments& args, PlaySettings* s, std::string* err
     if (name == "-h" || name == "--help") ok = reader.Flag(&s->help);
     else if (name == "--interval") ok = reader.Number(1, kMaxIntervalMs, "milliseconds per line from 1 to 60000", &s->intervalMs);
     else if (name == "--repeat") ok = reader.Flag(&s->repeat);
-    else if (name == "--json") ok = reader.Flag(&s->json);
-    else if (name == "--nmea") ok = reader.Flag(&s->nmea);
-    else if (name == "--gpx") ok = reader.Value(&s->gpx);
-    else if (ReadReceiverOption(reader, &s->receiver, &ok)) continue;
+    else if (ReadOutputOption(reader, &s->output, &ok)) continue;
     else if (!reader.IsOption() && s->file.empty()) s->file = name;
     else ok = reader.Unknown();
   }
   if (!ok) *error = reader.Error();
-  if (ok && s->json && s->nmea) {
+  if (ok && s->output.json && s->output.nmea) {
     *error = "--json and --nmea are two kinds of output: choose one";
     return false;
   }
@@ -163,19 +154,10 @@ int RunPlay(const Arguments& args, std::ostream& out, std::ostream& err) {
   }
 
   SessionOutput output(out, err,
-                       {settings.json, settings.nmea, settings.gpx, shown,
+                       {settings.output.json, settings.output.nmea, settings.output.gpx, shown,
                         "kavogps play " + shown + "  (" + std::to_string(settings.intervalMs) + " ms per line" +
                             (settings.repeat ? ", repeating" : "") + "; Ctrl+C stops)"});
-  if (!output.OpenTrackFile(&error)) {
-    err << "kavogps play: " << error << '\n';
-    return kExitFile;
-  }
-
-  if (!ApplyReceiverSettings(settings.receiver)) {
-    err << "kavogps play: the talkers and checksums cannot be handed to the library\n";
-    output.Abandon();
-    return kExitFailure;
-  }
+  if (const int code = output.Prepare("play", settings.output.receiver)) return code;
   InterruptWatch interrupt;  // before the library starts any thread
   const LibraryText path = ToLibraryText(file.string());
   const DriverPtr driver(GPSDriver_CreateFromFile(path.c_str(), static_cast<int32_t>(settings.intervalMs),
@@ -216,7 +198,7 @@ int RunPlay(const Arguments& args, std::ostream& out, std::ostream& err) {
       err << "kavogps play: '" << shown << "': reading it failed while playing it\n";
       return kExitFile;
     }
-    const std::string hint = TalkersHint(TalkersInFile(file.string()), settings.receiver);
+    const std::string hint = TalkersHint(TalkersInFile(file.string()), settings.output.receiver);
     err << "kavogps play: '" << shown << "' holds no NMEA sentence the library recognises"
         << (hint.empty() ? "" : ": " + hint) << '\n';
     return kExitFile;

@@ -9,6 +9,7 @@
 #include "cli/commands.h"
 #include "cli/receiver_settings.h"
 #include "cli/driver_session.h"
+#include "cli/session_output.h"
 
 namespace kavo::cli {
 
@@ -16,11 +17,8 @@ struct PlaySettings {
   std::string file;  // empty: the bundled walk.nmea
   int64_t intervalMs = 100;
   bool repeat = false;
-  bool json = false;
-  bool nmea = false;
-  std::string gpx;  // empty: no track file
   bool help = false;
-  ReceiverSettings receiver;
+  OutputOptions output;
 };
 
 constexpr int64_t kMaxIntervalMs = 60000;

@@ -246,10 +246,10 @@ int RunFind(const Arguments& args, std::ostream& out, std::ostream& err) {
 namespace {
 
 struct MonitorSettings {
-  std::string port, gpx;
+  std::string port;
   int64_t baud = 4800;
-  bool help = false, json = false, nmea = false, once = false;
-  ReceiverSettings receiver;
+  bool help = false, once = false;
+  OutputOptions output;
 };
 
 // Says once, when the receiver sends text but not one sentence the library
@@ -285,18 +285,15 @@ bool ParseMonitorArguments(const Arguments& args, MonitorSettings* s, std::ostre
     const std::string& name = reader.Name();
     if (name == "-h" || name == "--help") ok = reader.Flag(&s->help);
     else if (name == "--baud") ok = reader.Number(1, INT32_MAX, kBaudRates, &s->baud);
-    else if (name == "--json") ok = reader.Flag(&s->json);
-    else if (name == "--nmea") ok = reader.Flag(&s->nmea);
     else if (name == "--once") ok = reader.Flag(&s->once);
-    else if (name == "--gpx") ok = reader.Value(&s->gpx);
-    else if (ReadReceiverOption(reader, &s->receiver, &ok)) continue;
+    else if (ReadOutputOption(reader, &s->output, &ok)) continue;
     else if (!reader.IsOption() && s->port.empty()) s->port = name;
     else ok = reader.Unknown();
   }
   if (!ok) err << "kavogps monitor: " << reader.Error() << '\n';
   else if (s->help) return true;
   else if (s->port.empty()) err << "kavogps monitor: name the port to monitor, e.g. COM3 or /dev/ttyUSB0\n";
-  else if (s->json && s->nmea) err << "kavogps monitor: --json and --nmea are two kinds of output: choose one\n";
+  else if (s->output.json && s->output.nmea) err << "kavogps monitor: --json and --nmea are two kinds of output: choose one\n";
   else if (LibraryPortName(s->port).empty())
     // The library opens a port by its name with a colon, in 19 characters.
     err << "kavogps monitor: the port name '" << s->port << "' is too long, even as the device it names: the "
@@ -317,14 +314,8 @@ void PrintMonitorHelp(std::ostream& out) {
          "Options:\n"
          "  --baud N      the port's speed (default 4800): 110, 1200, 2400, 4800, 9600,\n"
          "                14400, 19200, 38400, 56000, 57600, 115200, 128000 or 256000\n"
-         "  --json        write JSON lines instead: a TPV object per epoch and a SKY\n"
-         "                object when the sky changes, as a GPS daemon's clients read\n"
-         "                them (the summary goes to standard error)\n"
-         "  --nmea        write the sentences as received instead (the summary goes to\n"
-         "                standard error)\n"
-         "  --gpx FILE    also write the track of fixes to FILE as GPX 1.1\n"
          "  --once        end with status 1 when the receiver goes, instead of waiting\n"
-      << ReceiverOptionsHelp(16) << "  -h, --help    show this help\n\n"
+      << OutputOptionsHelp(16) << "  -h, --help    show this help\n\n"
       << kExitCodeHelp;
 }
 
@@ -373,21 +364,12 @@ int RunMonitor(const Arguments& args, std::ostream& out, std::ostream& err) {
   const bool path = !portName.empty() && portName[0] == '/';
   const std::string shown = path ? portName : FromLibraryText(COMPortInfo_GetName(port.get()));
   SessionOutput output(out, err,
-                       {settings.json, settings.nmea, settings.gpx, shown,
+                       {settings.output.json, settings.output.nmea, settings.output.gpx, shown,
                         "kavogps monitor " + shown + "  (" + std::to_string(settings.baud) +
                             " baud; Ctrl+C stops)"});
+  if (const int code = output.Prepare("monitor", settings.output.receiver)) return code;
   std::string error;
-  if (!output.OpenTrackFile(&error)) {
-    err << "kavogps monitor: " << error << '\n';
-    return kExitFile;
-  }
-
-  if (!ApplyReceiverSettings(settings.receiver)) {
-    err << "kavogps monitor: the talkers and checksums cannot be handed to the library\n";
-    output.Abandon();
-    return kExitFailure;
-  }
-  NoSentenceHint hint(err, shown, settings.receiver);
+  NoSentenceHint hint(err, shown, settings.output.receiver);
   InterruptWatch interrupt;  // before the library starts any thread
   uint32_t code = 0;
   SessionEnd end = MonitorOnce(port, output, hint, interrupt, &code, [] {});

@@ -2,9 +2,33 @@
 
 #include <iostream>
 
+#include "cli/commands.h"
 #include "cli/console.h"
 
 namespace kavo::cli {
+
+bool ReadOutputOption(OptionReader& reader, OutputOptions* options, bool* ok) {
+  const std::string& name = reader.Name();
+  if (name == "--json") *ok = reader.Flag(&options->json);
+  else if (name == "--nmea") *ok = reader.Flag(&options->nmea);
+  else if (name == "--gpx") *ok = reader.Value(&options->gpx);
+  else return ReadReceiverOption(reader, &options->receiver, ok);
+  return true;
+}
+
+std::string OutputOptionsHelp(size_t column) {
+  const std::string indent(column, ' ');
+  const auto option = [&](const std::string& name) {
+    std::string head = "  " + name;
+    head.resize(column, ' ');
+    return head;
+  };
+  return option("--json") + "write JSON lines instead: a TPV object per epoch and a SKY\n" + indent +
+         "object when the sky changes, as a GPS daemon's clients read\n" + indent +
+         "them (the summary goes to standard error)\n" + option("--nmea") +
+         "write the sentences as received instead (the summary goes to\n" + indent + "standard error)\n" +
+         option("--gpx FILE") + "also write the track of fixes to FILE as GPX 1.1\n" + ReceiverOptionsHelp(column);
+}
 
 SessionOutput::SessionOutput(std::ostream& out, std::ostream& err, OutputChoice choice)
     : out_(out), err_(err), choice_(std::move(choice)), track_([this](const Fix& fix) { gpx_.Add(fix); }) {
@@ -18,9 +42,16 @@ SessionOutput::SessionOutput(std::ostream& out, std::ostream& err, OutputChoice 
     view_ = std::make_unique<LineView>(out_);
 }
 
-bool SessionOutput::OpenTrackFile(std::string* error) {
-  if (choice_.gpxPath.empty()) return true;
-  return gpx_.Open(choice_.gpxPath, choice_.device, error);
+int SessionOutput::Prepare(const char* command, const ReceiverSettings& receiver) {
+  std::string error;
+  if (!choice_.gpxPath.empty() && !gpx_.Open(choice_.gpxPath, choice_.device, &error)) {
+    err_ << "kavogps " << command << ": " << error << '\n';
+    return kExitFile;
+  }
+  if (ApplyReceiverSettings(receiver)) return kExitOk;
+  err_ << "kavogps " << command << ": the talkers and checksums cannot be handed to the library\n";
+  gpx_.Abandon();
+  return kExitFailure;
 }
 
 void SessionOutput::Attach(DriverSession& session) {

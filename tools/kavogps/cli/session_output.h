@@ -10,8 +10,24 @@
 #include "cli/fix_track.h"
 #include "cli/gpx_writer.h"
 #include "cli/live_view.h"
+#include "cli/option_reader.h"
+#include "cli/receiver_settings.h"
 
 namespace kavo::cli {
+
+// The options play and monitor share: what they show, the track file, how
+// the library reads the receiver.
+struct OutputOptions {
+  bool json = false;
+  bool nmea = false;    // the sentences as received instead of decoded
+  std::string gpx;      // empty: no track file
+  ReceiverSettings receiver;
+};
+// Reads --json, --nmea, --gpx, --talkers or --checksums when the reader
+// stands on one of them: true when it did (`*ok` false for a bad value).
+bool ReadOutputOption(OptionReader& reader, OutputOptions* options, bool* ok);
+// Their help, descriptions starting at `column`.
+std::string OutputOptionsHelp(size_t column);
 
 struct OutputChoice {
   bool json = false;
@@ -27,8 +43,10 @@ class SessionOutput {
   // the process's terminal.
   SessionOutput(std::ostream& out, std::ostream& err, OutputChoice choice);
 
-  // Creates the GPX file when one was asked for; false with a message.
-  bool OpenTrackFile(std::string* error);
+  // Creates the GPX file when one was asked for and hands `receiver` to
+  // the library; when either fails, says so as `command` and returns the
+  // exit code to end with, else kExitOk.
+  int Prepare(const char* command, const ReceiverSettings& receiver);
   // Connects the views and the track to `session`.
   void Attach(DriverSession& session);
   // Completes the track file and prints the summary under `heading` (none
