@@ -151,16 +151,22 @@ TEST(RegFile, EnumerationFollowsChangesToTheKeys) {
   EXPECT_EQ(root->ChildAt(3), nullptr);
 }
 
-class HiveFile : public ::testing::Test {
+// The registry as loaded afresh from the file or sysfs folder a test names.
+class Hive : public ::testing::Test {
  protected:
+  void SetUp() override { TearDown(); }  // nothing from the test's environment
   void TearDown() override {
     unsetenv("KAVOGPS_REGISTRY");
+    unsetenv("KAVOGPS_SYSFS_ROOT");
+    ReloadRegistry();
+  }
+  static void Use(const char* variable, const std::string& path) {
+    setenv(variable, path.c_str(), 1);
     ReloadRegistry();
   }
   // What the log says when the registry is first used with `path` as its file.
   static std::string FirstUse(const std::string& path) {
-    setenv("KAVOGPS_REGISTRY", path.c_str(), 1);
-    ReloadRegistry();
+    Use("KAVOGPS_REGISTRY", path);
     test::LogCapture log;
     RegistryKey key;
     EXPECT_FALSE(key.Open(u"HKEY_LOCAL_MACHINE\\Drivers\\Active", registry::kKeyRead));
@@ -169,7 +175,7 @@ class HiveFile : public ::testing::Test {
   test::TempDir dir_;
 };
 
-TEST_F(HiveFile, AFileThatCannotModelAMachineIsReportedByWhatItIs) {
+TEST_F(Hive, AFileThatCannotModelAMachineIsReportedByWhatItIs) {
   dir_.Write("bad.reg", "Windows Registry Editor Version 5.00\r\n[HKEY_LOCAL_MACHINE\\Drivers\\Active\\01]\r\n\"B\"=dword:\r\n");
   ASSERT_EQ(mkfifo(dir_.File("fifo.reg").c_str(), 0600), 0);
   dir_.Write("huge.reg", "");
@@ -189,9 +195,8 @@ TEST_F(HiveFile, AFileThatCannotModelAMachineIsReportedByWhatItIs) {
   }
 }
 
-TEST_F(HiveFile, IsLoadedOnceAndReportedOnceWhicheverUseComesFirst) {
-  setenv("KAVOGPS_REGISTRY", dir_.File("machine.reg").c_str(), 1);
-  ReloadRegistry();
+TEST_F(Hive, IsLoadedOnceAndReportedOnceWhicheverUseComesFirst) {
+  Use("KAVOGPS_REGISTRY", dir_.File("machine.reg"));
   test::LogCapture log;
   EXPECT_EQ(DeviceForPortName(u"COM1:"), u"");  // a port lookup loads it
   EXPECT_NE(log.Utf8().find("machine.reg does not exist"), std::string::npos) << log.Utf8();
@@ -212,19 +217,18 @@ std::u16string Text(const std::u16string& path, const char16_t* name) {
   return key.QueryString(name, buffer, &length) ? buffer : u"<no value>";
 }
 
-TEST(ModelledSysfs, EachSerialDeviceIsAnActiveDriverWithAFriendlyNameAndAPortMapEntry) {
-  test::TempDir sysfs;
+TEST_F(Hive, WithoutAFileEachSerialDeviceInSysfsIsAnActiveDriverWithAFriendlyNameAndAPortMapEntry) {
   // A tty whose "device" link leads to `device` under devices/ (none when
   // empty), with the UART `type` and USB `product` when given.
   const auto tty = [&](const std::string& name, const std::string& device, const std::string& type,
                        const std::string& product = "") {
-    const fs::path path = fs::path(sysfs.Path()) / "class" / "tty" / name;
+    const fs::path path = fs::path(dir_.Path()) / "class" / "tty" / name;
     fs::create_directories(path);
-    if (!type.empty()) sysfs.Write("class/tty/" + name + "/type", type + "\n");
+    if (!type.empty()) dir_.Write("class/tty/" + name + "/type", type + "\n");
     if (device.empty()) return;
-    fs::create_directories(fs::path(sysfs.Path()) / "devices" / device);
-    fs::create_directory_symlink(fs::path(sysfs.Path()) / "devices" / device, path / "device");
-    if (!product.empty()) sysfs.Write("devices/" + device.substr(0, device.rfind('/')) + "/product", product + "\n");
+    fs::create_directories(fs::path(dir_.Path()) / "devices" / device);
+    fs::create_directory_symlink(fs::path(dir_.Path()) / "devices" / device, path / "device");
+    if (!product.empty()) dir_.Write("devices/" + device.substr(0, device.rfind('/')) + "/product", product + "\n");
   };
   // A USB GPS mouse (ACM), a USB serial adapter, a Bluetooth port, three
   // on-board UARTs of which one has no hardware, and a virtual console.
@@ -236,9 +240,7 @@ TEST(ModelledSysfs, EachSerialDeviceIsAnActiveDriverWithAFriendlyNameAndAPortMap
   tty("ttyS100", "platform/serial8250/tty/ttyS100", "4");
   tty("ttyS42", "platform/serial8250/tty/ttyS42", "4");
   tty("tty0", "", "");
-  unsetenv("KAVOGPS_REGISTRY");
-  setenv("KAVOGPS_SYSFS_ROOT", sysfs.Path().c_str(), 1);
-  ReloadRegistry();
+  Use("KAVOGPS_SYSFS_ROOT", dir_.Path());
 
   const std::vector<std::pair<std::u16string, std::u16string>> expected = {
       {u"rfcomm0", u"Bluetooth serial port (rfcomm0)"}, {u"ttyACM0", u"u-blox 7 - GPS/GNSS Receiver"},
@@ -258,8 +260,6 @@ TEST(ModelledSysfs, EachSerialDeviceIsAnActiveDriverWithAFriendlyNameAndAPortMap
     EXPECT_EQ(DeviceForPortName(u"com" + number + u":"), u"/dev/" + expected[i].first);
   }
   EXPECT_EQ(DeviceForPortName(u"com7:"), u"");
-  unsetenv("KAVOGPS_SYSFS_ROOT");
-  ReloadRegistry();
 }
 
 }  // namespace
