@@ -24,11 +24,7 @@ using test::LogCapture;
 // A port that cannot be opened fails with its name after the last error;
 // a name that cannot be corrected is the general failure, before any open.
 TEST(SerialConnectionWithoutPort, OpenFailsWithTheCodeOfWhatWentWrong) {
-  const struct {
-    const char16_t* name;
-    int32_t code;
-    const char* log;
-  } cases[] = {{u"COM250", kErrPortNotFound, "Create file on com250: returned: ffffffff\n Last error returned [1-9][0-9]*\n"},
+  const struct { const char16_t* name; int32_t code; const char* log; } cases[] = {{u"COM250", kErrPortNotFound, "Create file on com250: returned: ffffffff\n Last error returned [1-9][0-9]*\n"},
                {u"", kErrNone, "name before correction: \n Error!"},
                {u"ABCDEFGHIJKLMNOPQRS", kErrNone, "not found in port name\n Error!"}};
   for (const auto& c : cases) {

@@ -8,13 +8,24 @@
 #include "KavoMobileGPS.h"
 #include "common/eventually.h"
 #include "common/registry_model.h"
+#include "common/test_clock.h"
 #include "platform/platform.h"
 #include "port_peer.h"
+#include "ports/gps_port_search.h"
 
 namespace kavo {
 namespace {
 
+// Real time, except that the search waits for its probe as long as the
+// probe takes on a slow machine.
+class PatientClock : public test::FastClock {
+ public:
+  PatientClock() : FastClock(1) {}
+  uint32_t RealWaitMs(uint32_t ms) override { return ms == GpsPortSearch::kProbeWaitMs ? 120000 : ms; }
+};
+
 TEST(FoundPort, ASearchFindsTheReceiverAt9600AndTheDriverMadeFromItReadsFixes) {
+  PatientClock clock;
   const std::unique_ptr<test::PortPeer> peer = test::NewPortPeer();
   const std::string name = platform::Utf16ToUtf8(peer->PortName()) + ":";
   test::RegistryModel model("[HKEY_LOCAL_MACHINE\\Drivers\\Active\\01]\r\n\"Name\"=\"" + name + "\"\r\n");
