@@ -92,14 +92,6 @@ TEST(SerialDevicePath, APathIsFoundWhateverTheCaseItWasLoweredToAndAnExactMatchW
   EXPECT_EQ(FindPathIgnoringCase("relative/path"), std::nullopt);
 }
 
-TEST(SerialDevicePath, PortNamesWithoutAMapAndMissingPathsAreNotFound) {
-  for (const char16_t* name : {u"com3:", u"/no/such/device:"}) {
-    SetLastError(0);
-    EXPECT_EQ(ResolveSerialDevicePath(name), std::nullopt);
-    EXPECT_EQ(GetLastError(), kErrorFileNotFound);
-  }
-}
-
 constexpr uint32_t kMaxDword = 0xFFFFFFFFu;
 
 class Pty : public testing::Test {
@@ -250,13 +242,14 @@ TEST_F(Pty, ACancelEndsAWaitingReadOrElseTheNextOne) {
   EXPECT_EQ(finish(read()), u"$GP");
 }
 
-TEST(PosixSerialPortOpen, WhatIsNotATerminalIsNotAPort) {
+TEST(PosixSerialPortOpen, PortNamesWithoutAMapMissingPathsAndWhatIsNotATerminalAreNotPorts) {
   test::TempDir dir;
   dir.Write("file", "data");
-  for (const std::string& path : {std::string("/dev/null"), dir.File("file")}) {
+  for (const std::string& name : {std::string("com3:"), std::string("/no/such/device:"), std::string("/dev/null:"),
+                                  dir.File("file:")}) {
     SetLastError(0);
-    EXPECT_FALSE(SerialPort::Open(Utf8ToUtf16(path + ":"), SerialAccess::kReadWrite)) << path;
-    EXPECT_EQ(GetLastError(), kErrorFileNotFound) << path;
+    EXPECT_FALSE(SerialPort::Open(Utf8ToUtf16(name), SerialAccess::kReadWrite)) << name;
+    EXPECT_EQ(GetLastError(), kErrorFileNotFound) << name;
   }
 }
 
