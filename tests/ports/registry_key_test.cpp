@@ -4,7 +4,6 @@
 
 #include <string>
 #include <tuple>
-#include <vector>
 
 #include "common/registry_model.h"
 #include "platform/platform.h"
@@ -14,18 +13,11 @@ namespace kavo {
 namespace {
 
 namespace reg = platform::registry;
-using Names = std::vector<std::u16string>;
 
-constexpr const char16_t* kScratch = u"HKEY_LOCAL_MACHINE\\Software\\KavoMobileGPS Tests";
-
-class RegistryKeyTest : public ::testing::Test {
- protected:
-  void SetUp() override { ASSERT_TRUE(model_.Ok()); }
-  test::RegistryModel model_{
-      "[HKEY_LOCAL_MACHINE\\Software\\KavoMobileGPS Tests]\r\n\"Text\"=\"abcd\"\r\n\"Number\"=dword:0000001e\r\n"};
-};
-
-TEST_F(RegistryKeyTest, PathsMatchInAnyCaseAndStringsMustFitWithTheirTerminator) {
+TEST(RegistryKey, PathsMatchInAnyCaseAndStringsMustFitWithTheirTerminator) {
+  test::RegistryModel model(
+      "[HKEY_LOCAL_MACHINE\\Software\\KavoMobileGPS Tests]\r\n\"Text\"=\"abcd\"\r\n\"Number\"=dword:0000001e\r\n");
+  ASSERT_TRUE(model.Ok());
   RegistryKey key;
   EXPECT_THROW(key.Open(u"HKEY_LOCAL_MACHINE", reg::kKeyRead), CIMExceptionEx);  // no backslash
   EXPECT_FALSE(key.Open(u"HKEY_NOWHERE\\Software", reg::kKeyRead));
@@ -48,33 +40,6 @@ TEST_F(RegistryKeyTest, PathsMatchInAnyCaseAndStringsMustFitWithTheirTerminator)
     }
     EXPECT_EQ(length, size);  // "abcd" and its terminator take 5
   }
-}
-
-TEST_F(RegistryKeyTest, SubkeysAreCreatedWalkedAndDeletedAsATree) {
-  RegistryKey key;
-  ASSERT_TRUE(key.Open(kScratch, reg::kKeyReadWrite));
-  Ref<RegistryKey> tree, leaf;
-  uint32_t disposition = 0;
-  ASSERT_TRUE(key.CreateSubkey(u"Tree", &tree, nullptr, 0, reg::kKeyReadWrite, &disposition));
-  EXPECT_EQ(disposition, reg::kCreatedNewKey);
-  ASSERT_TRUE(tree->CreateSubkey(u"b\\deep", &leaf));
-  ASSERT_TRUE(leaf->SetNumber(u"x", 1u));
-  ASSERT_TRUE(tree->CreateSubkey(u"a", &leaf));
-  const std::u16string longName(1500, u'v');  // outgrows the first name buffer
-  ASSERT_TRUE(tree->SetNumber(longName.c_str(), 1u));
-  Names values;
-  ASSERT_TRUE(tree->EnumerateValues([&](const char16_t* name) { values.emplace_back(name); }));
-  EXPECT_EQ(values, Names{longName});
-  ASSERT_TRUE(key.CreateSubkey(u"Tree", &tree, nullptr, 0, reg::kKeyReadWrite, &disposition));
-  EXPECT_EQ(disposition, reg::kOpenedExistingKey);
-  Names names;
-  ASSERT_TRUE(tree->EnumerateSubkeys([&](const char16_t* name) { names.emplace_back(name); }));
-  EXPECT_EQ(names, (Names{u"a", u"b"}));
-  EXPECT_FALSE(key.DeleteSubkey(u"Tree"));  // it has subkeys
-  leaf.reset();
-  tree.reset();
-  ASSERT_TRUE(key.DeleteSubkeyTree(u"Tree"));
-  EXPECT_FALSE(key.OpenSubkey(u"Tree", &tree, reg::kKeyRead));
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 // pty_peer: plays a GPS receiver on a pseudo-terminal for a Windows test
 // program running under Wine, in a booted prefix.
 //
-//   pty_peer -- <wine> <program.exe> [arguments...]
+//   WINEPREFIX=<prefix> pty_peer -- <wine> <program.exe> [arguments...]
 //
 // It links $WINEPREFIX/dosdevices/comN (the first free N of 1 to 9) to the
 // pseudo-terminal, so that the program opens "COMN" as a serial port, then
@@ -75,7 +75,8 @@ pid_t HoldAsControllingTerminal(int slave) {
   return holder;
 }
 
-// Opens a fresh pseudo-terminal and points the COM link at it.
+// Opens a fresh pseudo-terminal and points the COM link at it. Commands
+// come one at a time, so the program is not opening the link meanwhile.
 void NewTerminal(const std::string& dosdevices) {
   HangUp();
   std::string name;
@@ -83,20 +84,18 @@ void NewTerminal(const std::string& dosdevices) {
   if (!g_receiver.Open(&name, &slave)) Fail("openpty");
   g_holder = HoldAsControllingTerminal(slave);
   close(slave);  // the program opens it by name
-  for (int n = 1; n <= 9 && g_link.empty(); ++n) {
-    const std::string link = dosdevices + "/com" + std::to_string(n);
-    if (symlink(name.c_str(), link.c_str()) == 0) {
-      g_link = link;
-      g_comName = "COM" + std::to_string(n);
-      return;
-    }
-    if (errno != EEXIST) Fail("symlink " + link);
+  if (!g_link.empty()) {
+    if (unlink(g_link.c_str()) != 0 || symlink(name.c_str(), g_link.c_str()) != 0) Fail("relinking " + g_link);
+    return;
   }
-  if (g_link.empty()) Fail("no free COM name among com1..com9 in " + dosdevices);
-  const std::string temporary = g_link + ".new";
-  unlink(temporary.c_str());
-  if (symlink(name.c_str(), temporary.c_str()) != 0 || rename(temporary.c_str(), g_link.c_str()) != 0)
-    Fail("relinking " + g_link);
+  for (int n = 1; n <= 9; ++n) {
+    g_link = dosdevices + "/com" + std::to_string(n);
+    g_comName = "COM" + std::to_string(n);
+    if (symlink(name.c_str(), g_link.c_str()) == 0) return;
+    if (errno != EEXIST) break;
+  }
+  g_link.clear();
+  Fail("no free COM name among com1..com9 in " + dosdevices);
 }
 
 std::string Answer(const std::string& line, const std::string& dosdevices) {
@@ -128,14 +127,12 @@ std::string Answer(const std::string& line, const std::string& dosdevices) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const int first = argc > 1 && std::strcmp(argv[1], "--") == 0 ? 2 : 1;
-  if (first + 1 >= argc) {
-    std::fprintf(stderr, "usage: pty_peer -- <wine> <program.exe> [arguments...]\n");
+  const char* prefix = std::getenv("WINEPREFIX");
+  if (argc < 3 || std::strcmp(argv[1], "--") != 0 || !prefix) {
+    std::fprintf(stderr, "usage: WINEPREFIX=<booted prefix> pty_peer -- <wine> <program.exe> [arguments...]\n");
     return 2;
   }
-  const char* prefix = std::getenv("WINEPREFIX");
-  const char* home = std::getenv("HOME");
-  const std::string dosdevices = (prefix ? std::string(prefix) : std::string(home ? home : "/root") + "/.wine") + "/dosdevices";
+  const std::string dosdevices = std::string(prefix) + "/dosdevices";
   if (access(dosdevices.c_str(), W_OK) != 0) Fail(dosdevices + " (boot the prefix with wineboot -i first)");
 
   const int listener = socket(AF_INET, SOCK_STREAM, 0);
@@ -153,8 +150,8 @@ int main(int argc, char** argv) {
   if (child < 0) Fail("fork");
   if (child == 0) {
     close(listener);
-    execvp(argv[first], argv + first);
-    std::fprintf(stderr, "pty_peer: cannot run %s: %s\n", argv[first], std::strerror(errno));
+    execvp(argv[2], argv + 2);
+    std::fprintf(stderr, "pty_peer: cannot run %s: %s\n", argv[2], std::strerror(errno));
     _exit(127);
   }
 

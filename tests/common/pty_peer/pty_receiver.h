@@ -18,12 +18,15 @@ class PtyReceiver {
   ~PtyReceiver() { HangUp(); }
 
   // A fresh pseudo-terminal; false when none can be made. The slave is
-  // left open in `slave` for the caller to close.
-  bool Open(std::string* path, int* slave) {
+  // closed (the library opens it by its path) unless `slave` is to keep it.
+  bool Open(std::string* path, int* slave = nullptr) {
     HangUp();
     char name[128] = {};
-    if (openpty(&master_, slave, name, nullptr, nullptr) != 0) return false;
+    int opened = -1;
+    if (openpty(&master_, &opened, name, nullptr, nullptr) != 0) return false;
     *path = name;
+    if (slave) *slave = opened;
+    else close(opened);
     return true;
   }
 

@@ -1,14 +1,9 @@
 // Finding the receiver: the intermediate driver's port first, then every
 // listed port at 4800, 9600 and 2400 baud, as an application asks for it.
-#include <fcntl.h>
-#include <pty.h>
-#include <termios.h>
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -16,6 +11,7 @@
 #include "KavoMobileGPS.h"
 #include "common/eventually.h"
 #include "common/log_capture.h"
+#include "common/pty_peer/pty_receiver.h"
 #include "common/registry_model.h"
 #include "common/test_clock.h"
 #include "simulator/posix/pty_receiver.h"
@@ -25,30 +21,25 @@ namespace {
 
 using test::Eventually;
 
-std::string Narrow(const KavoChar* text) {
-  std::string out;
-  for (; text && *text; ++text) out += static_cast<char>(*text);
-  return out;
+std::string Name(COMPortInfoHandle port) {
+  return platform::Utf16ToUtf8(reinterpret_cast<const char16_t*>(COMPortInfo_GetName(port)));
 }
 
-// The keys of an active serial driver "COMn:" for `device`.
-std::string Port(int number, const std::string& device, const std::string& friendlyName = "USB Serial Port") {
-  const std::string n = std::to_string(number);
-  return "[HKEY_LOCAL_MACHINE\\Drivers\\Active\\" + std::string(number < 10 ? "0" : "") + n + "]\r\n" +
-         "\"Name\"=\"COM" + n + ":\"\r\n\"Key\"=\"Drivers\\\\Serial" + n + "\"\r\n" +
-         "[HKEY_LOCAL_MACHINE\\Drivers\\Serial" + n + "]\r\n\"FriendlyName\"=\"" + friendlyName + "\"\r\n" +
-         "[HKEY_LOCAL_MACHINE\\Hardware\\DeviceMap\\SerialComm]\r\n\"" + device + "\"=\"COM" + n + "\"\r\n";
-}
-
-std::string IntermediatePort(const std::string& name) {
-  return "[HKEY_LOCAL_MACHINE\\System\\CurrentControlSet\\GPS Intermediate Driver\\Multiplexer]\r\n"
-         "\"DriverInterface\"=\"" + name + "\"\r\n";
-}
-
-// A machine whose registry holds `keys` and an (otherwise empty) active
-// drivers key.
-test::RegistryModel Machine(const std::string& keys) {
-  return test::RegistryModel(keys + "[HKEY_LOCAL_MACHINE\\Drivers\\Active]\r\n");
+// A machine whose registry lists an active serial driver "COMn:" for each
+// device, and the intermediate driver's port when one is given.
+test::RegistryModel Machine(const std::vector<std::pair<std::string, std::string>>& devices,
+                            const std::string& intermediate = "") {
+  std::string keys = "[HKEY_LOCAL_MACHINE\\Drivers\\Active]\r\n";
+  for (size_t i = 0; i < devices.size(); ++i) {
+    const std::string n = std::to_string(i + 7);
+    keys += "[HKEY_LOCAL_MACHINE\\Drivers\\Active\\" + n + "]\r\n\"Name\"=\"COM" + n + ":\"\r\n\"Key\"=\"Drivers\\\\S" +
+            n + "\"\r\n[HKEY_LOCAL_MACHINE\\Drivers\\S" + n + "]\r\n\"FriendlyName\"=\"" + devices[i].second +
+            "\"\r\n[HKEY_LOCAL_MACHINE\\Hardware\\DeviceMap\\SerialComm]\r\n\"" + devices[i].first + "\"=\"COM" + n + "\"\r\n";
+  }
+  if (!intermediate.empty())
+    keys += "[HKEY_LOCAL_MACHINE\\System\\CurrentControlSet\\GPS Intermediate Driver\\Multiplexer]\r\n"
+            "\"DriverInterface\"=\"" + intermediate + "\"\r\n";
+  return test::RegistryModel(keys);
 }
 
 // Time run 20 times faster for the probes' pauses, reads and the receivers,
@@ -71,19 +62,14 @@ std::unique_ptr<sim::PtyReceiver> Receiver(uint32_t baud, bool silent = false) {
   return receiver;
 }
 
-struct Found {
-  std::string name;
-  COMPortParams params{};
-};
-
-// Runs the search; an empty name when nothing was found.
-Found Search(uint32_t* lastError = nullptr) {
-  Found found;
+// The name and speed found, "" when nothing was; `lastError` after the search.
+std::pair<std::string, int> Search(uint32_t* lastError = nullptr) {
   COMPortInfoHandle port = COMPortInfo_FindGPSCOMPort(1);
   if (lastError) *lastError = KavoMobileGPS_GetLastError();
-  if (!port) return found;
-  found.name = Narrow(COMPortInfo_GetName(port));
-  COMPortInfo_GetParams(port, &found.params);
+  if (!port) return {"", 0};
+  COMPortParams params{};
+  COMPortInfo_GetParams(port, &params);
+  const std::pair<std::string, int> found(Name(port), params.BaudRate);
   COMPortInfo_Release(port);
   return found;
 }
@@ -94,42 +80,35 @@ class PortSearch : public ::testing::Test {
 };
 
 TEST_F(PortSearch, IntermediatePortFirstAndTrustedEvenWhenSilent) {
-  auto gps = Receiver(4800);
-  auto other = Receiver(4800);
+  auto gps = Receiver(4800), other = Receiver(4800);
   {
-    auto machine = Machine(Port(1, other->DevicePath()) + IntermediatePort(gps->DevicePath()));
+    auto machine = Machine({{other->DevicePath(), "USB"}}, gps->DevicePath());
     test::LogCapture log;
-    const Found found = Search();
-    EXPECT_EQ(found.name, gps->DevicePath());
-    EXPECT_EQ(found.params.BaudRate, 4800);
+    EXPECT_EQ(Search(), std::pair(gps->DevicePath(), 4800));
     EXPECT_FALSE(log.Contains(u"Scaning ports")) << log.Utf8();
   }
-  auto silent = Receiver(9600, true);
-  auto quiet = Receiver(4800, true);
-  auto machine = Machine(Port(2, quiet->DevicePath()) + IntermediatePort(silent->DevicePath()));
+  auto silent = Receiver(9600, true), quiet = Receiver(4800, true);
+  auto machine = Machine({{quiet->DevicePath(), "USB"}}, silent->DevicePath());
   test::LogCapture log;
-  const Found found = Search();
-  EXPECT_EQ(found.name, silent->DevicePath());
-  EXPECT_EQ(found.params.BaudRate, 4800);
-  EXPECT_TRUE(log.Contains(u"Reading from port: COM2:")) << "the listed ports were tried first";
+  EXPECT_EQ(Search(), std::pair(silent->DevicePath(), 4800));
+  EXPECT_TRUE(log.Contains(u"Reading from port: COM7:")) << "the listed ports were tried first";
 }
 
 TEST_F(PortSearch, ReceiverAt9600IsFoundAt9600AfterGarbageAt4800AndDrivesADriver) {
   auto gps = Receiver(9600);
-  auto machine = Machine(Port(3, gps->DevicePath()));
+  auto machine = Machine({{gps->DevicePath(), "USB"}});
   COMPortInfoHandle port = COMPortInfo_FindGPSCOMPort(1);
   ASSERT_NE(port, nullptr);
   COMPortParams params{};
   COMPortInfo_GetParams(port, &params);
-  EXPECT_EQ(Narrow(COMPortInfo_GetName(port)), "COM3:");
+  EXPECT_EQ(Name(port), "COM7:");
   EXPECT_EQ(std::vector<int>({int(params.BaudRate), params.Parity, params.ByteSize, params.StopBits}),
             std::vector<int>({9600, 0, 8, 0}));
   EXPECT_GT(gps->Snapshot().garbageBytes, 0u);
 
   GPSDriverHandle driver = GPSDriver_CreateFromCOMPort(port, nullptr, nullptr, nullptr);
   COMPortInfo_Release(port);
-  ASSERT_NE(driver, nullptr) << KavoMobileGPS_GetLastError();
-  ASSERT_EQ(GPSDriver_Start(driver), 1);
+  ASSERT_EQ(GPSDriver_Start(driver), 1) << KavoMobileGPS_GetLastError();
   GPSLocation location{};
   EXPECT_TRUE(Eventually([&] {
     GPSDriver_GetLocation(driver, &location);
@@ -137,99 +116,75 @@ TEST_F(PortSearch, ReceiverAt9600IsFoundAt9600AfterGarbageAt4800AndDrivesADriver
   }));
   EXPECT_NEAR(location.Latitude, 48.1173, 0.05);
   EXPECT_EQ(gps->Snapshot().lineBaud, 9600u) << "the driver opened the port at the speed found";
-  GPSDriver_Stop(driver);
   GPSDriver_Release(driver);
 }
 
-TEST_F(PortSearch, SilenceAt4800EndsTheProbeAndNothingFoundFailsWithError2) {
-  auto silent = Receiver(9600, true);
-  auto machine = Machine(Port(4, silent->DevicePath()));
+// A Bluetooth port goes after every normal one, wherever it is listed;
+// silence at 4800 ends a probe; nothing found is error 2, no port list 50.
+TEST_F(PortSearch, EarlierPortWinsAndSilenceOrNoPortListFindsNothing) {
+  auto first = Receiver(4800), second = Receiver(4800), silent = Receiver(9600, true);
+  {
+    auto machine = Machine({{first->DevicePath(), "USB"}, {second->DevicePath(), "Bluetooth Serial Port"}});
+    EXPECT_EQ(Search().first, "COM7:");
+  }
   uint32_t lastError = 0;
-  EXPECT_EQ(Search(&lastError).name, "");
-  EXPECT_EQ(lastError, 2u);
-  EXPECT_EQ(silent->Snapshot().lineBaud, 4800u) << "no other speed was tried";
-}
-
-TEST_F(PortSearch, EarlierPortInTheListWins) {
-  auto first = Receiver(4800);
-  auto second = Receiver(4800);
-  // A Bluetooth port goes after every normal one, wherever it is listed.
-  auto machine = Machine(Port(7, first->DevicePath()) + Port(8, second->DevicePath(), "Bluetooth Serial Port"));
-  EXPECT_EQ(Search().name, "COM7:");
-}
-
-TEST(PortSearchWithoutPortList, MissingActiveDriversKeyFails) {
+  {
+    auto machine = Machine({{silent->DevicePath(), "USB"}});
+    EXPECT_EQ(Search(&lastError).first, "");
+    EXPECT_EQ(lastError, 2u);
+    EXPECT_EQ(silent->Snapshot().lineBaud, 4800u) << "no other speed was tried";
+  }
   test::RegistryModel empty("");
-  EXPECT_EQ(COMPortInfo_FindGPSCOMPort(1), nullptr);
-  EXPECT_EQ(KavoMobileGPS_GetLastError(), 50u) << "the port list could not be built";
+  EXPECT_EQ(Search(&lastError).first, "");
+  EXPECT_EQ(lastError, 50u) << "the port list could not be built";
 }
 
-// A raw pseudo-terminal the test writes to as the probe reads.
-class ScriptedPort {
- public:
-  ScriptedPort() {
-    termios raw{};
-    cfmakeraw(&raw);
-    char name[256];
-    if (openpty(&master_, &slave_, name, &raw, nullptr) != 0) throw std::runtime_error("openpty");
-    path_ = name;
+// A pseudo-terminal the test writes to as the probe reads, driven from the
+// probe's own log lines, on a clock that moves only by the probe's pauses.
+class ScriptedProbe : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(port_.Open(&path_, &slave_)); }
+  void TearDown() override { close(slave_); }
+  size_t Count(const std::u16string& piece) const {
+    size_t n = 0;
+    for (size_t at = log_.Text().find(piece); at != std::u16string::npos; at = log_.Text().find(piece, at + 1)) ++n;
+    return n;
   }
-  ~ScriptedPort() {
-    close(master_);
-    close(slave_);
-  }
-  const std::string& Path() const { return path_; }
-  void Send(const std::string& bytes) { (void)!write(master_, bytes.data(), bytes.size()); }
-
- private:
-  int master_ = -1, slave_ = -1;
+  const char* kGga = "$GPGGA,120000,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*47\r\n";
+  test::PtyReceiver port_;
   std::string path_;
+  int slave_ = -1;  // kept open so that the line stays up between probes
+  std::atomic<int> reads_{0};
+  std::atomic<bool> gaveUp_{false};
+  std::function<void()> onRead_;
+  test::LogCapture log_{[this](const std::u16string& line) {
+    if (line.rfind(u"GPS data was NOT found on: ", 0) == 0) gaveUp_ = true;
+    if (line.rfind(u"Reading from port: ", 0) == 0) if (++reads_ && onRead_) onRead_();
+  }};
 };
 
-size_t Count(const std::u16string& text, const std::u16string& piece) {
-  size_t n = 0;
-  for (size_t at = text.find(piece); at != std::u16string::npos; at = text.find(piece, at + 1)) ++n;
-  return n;
-}
-
-const char* kGga = "$GPGGA,120000,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*47\r\n";
-
-TEST(ScriptedProbe, NmeaInTheThirdReadEndsTheProbeWithoutAPause) {
-  // Pauses take no time; each read finds what the test sent before it, so
-  // no wait needs to end by itself.
-  test::ManualClock clock(1000, 120000);
-  ScriptedPort port;
-  auto machine = Machine(Port(1, port.Path()));
-  std::atomic<int> reads{0};
-  test::LogCapture log([&](const std::u16string& line) {
-    if (line.rfind(u"Reading from port: ", 0) == 0) port.Send(++reads == 3 ? kGga : "\x13\x7f\x01 noise\r\n");
-  });
-  const Found found = Search();
-  EXPECT_EQ(found.name, "COM1:");
-  EXPECT_EQ(found.params.BaudRate, 4800);
-  EXPECT_EQ(reads.load(), 3);
+TEST_F(ScriptedProbe, NmeaInTheThirdReadEndsTheProbeWithoutAPause) {
+  test::ManualClock clock(1000, 120000);  // each read finds what was sent before it: no wait ends by itself
+  auto machine = Machine({{path_, "USB"}});
+  onRead_ = [&] { port_.Send(reads_ == 3 ? kGga : "\x13\x7f\x01 noise\r\n"); };
+  EXPECT_EQ(Search(), std::pair(std::string("COM7:"), 4800));
+  EXPECT_EQ(reads_.load(), 3);
   EXPECT_EQ(clock.Sleeps(), (std::vector<uint32_t>{600, 600})) << "no pause after the read that found NMEA";
-  EXPECT_EQ(Count(log.Text(), u"Data from port: "), 3u);
+  EXPECT_EQ(Count(u"Data from port: "), 3u);
 }
 
-TEST(ScriptedProbe, ProbeThatOutlivesTheWaitCountsAsNotFoundAndEndsByItself) {
-  // Every wait lasts at most 20 ms of real time, and NMEA arrives only once
-  // the search has given up on the probe.
-  test::ManualClock clock(1000, 20);
-  ScriptedPort port;
-  auto machine = Machine(Port(1, port.Path()));
-  std::atomic<bool> searchGaveUp{false};
-  test::LogCapture log([&](const std::u16string& line) {
-    if (line.rfind(u"GPS data was NOT found on: COM1:", 0) == 0) searchGaveUp = true;
-    if (searchGaveUp && line.rfind(u"Reading from port: ", 0) == 0) port.Send(kGga);
-  });
+TEST_F(ScriptedProbe, ProbeThatOutlivesTheWaitCountsAsNotFoundAndEndsByItself) {
+  test::ManualClock clock(1000, 20);  // NMEA comes only once the search gave up on the probe
+  auto machine = Machine({{path_, "USB"}});
+  onRead_ = [&] {
+    if (gaveUp_) port_.Send(kGga);
+  };
   uint32_t lastError = 0;
-  EXPECT_EQ(Search(&lastError).name, "");
+  EXPECT_EQ(Search(&lastError).first, "");
   EXPECT_EQ(lastError, 2u);
-  // The probe goes on with its own references, hears the NMEA and closes
-  // the port.
-  EXPECT_TRUE(Eventually([&] { return Count(log.Text(), u"Data from port: $GPGGA") == 1; }));
-  EXPECT_TRUE(Eventually([&] { return Count(log.Text(), u"Handle was closed successfuly") >= 1; }));
+  // The probe goes on with its own references, hears the NMEA and closes the port.
+  EXPECT_TRUE(Eventually([&] { return Count(u"Data from port: $GPGGA") == 1; }));
+  EXPECT_TRUE(Eventually([&] { return Count(u"Handle was closed successfuly") >= 1; }));
 }
 
 }  // namespace

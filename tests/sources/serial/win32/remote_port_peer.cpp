@@ -34,8 +34,7 @@ class RemotePortPeer final : public PortPeer {
       ADD_FAILURE() << "pty_peer does not answer on port " << port;
       return;
     }
-    const std::string reply = Command("NEW");
-    name_ = platform::Utf8ToUtf16(reply);
+    name_ = platform::Utf8ToUtf16(Command("NEW"));
   }
 
   ~RemotePortPeer() override {

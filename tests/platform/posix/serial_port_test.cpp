@@ -1,36 +1,102 @@
-// The termios serial port on pseudo-terminals: other programs' locks, a
-// query that changes nothing, rates by number, time-outs and the wake-up.
+// The termios serial port: the mapping of line settings to termios, device
+// names in any case, and on pseudo-terminals other programs' locks, a query
+// that changes nothing, rates by number, time-outs and the wake-up.
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <future>
 #include <thread>
 
-#include "common/pty_peer/pty_receiver.h"
 #include "common/log_capture.h"
+#include "common/pty_peer/pty_receiver.h"
 #include "common/registry_model.h"
 #include "common/temp_dir.h"
 #include "common/test_clock.h"
 #include "platform/posix/custom_baud_rate.h"
+#include "platform/posix/serial_device_path.h"
+#include "platform/posix/termios_settings.h"
 #include "ports/com_port_collection.h"
 #include "sources/serial_connection.h"
 
-namespace kavo {
+namespace kavo::platform::posix {
 namespace {
 
-using namespace platform;
+constexpr uint32_t kOutxCtsFlow = 0x0004, kOutX = 0x0100, kInX = 0x0200;
+
+SerialState State(uint32_t baud, uint8_t parity, uint8_t byteSize, uint8_t stopBits, uint32_t flags = 0) {
+  return SerialState{28, baud, flags, byteSize, parity, stopBits};
+}
+
+TEST(TermiosSettings, EveryParityByteSizeAndStopBitCodeMapsAndReadsBack) {
+  const tcflag_t parities[] = {0, PARENB | PARODD, PARENB, PARENB | PARODD | CMSPAR, PARENB | CMSPAR};
+  const tcflag_t sizes[] = {CS5, CS6, CS7, CS8};
+  for (uint8_t parity = 0; parity <= 4; ++parity) {
+    for (uint8_t size = 5; size <= 8; ++size) {
+      for (uint8_t stop = 0; stop <= 2; ++stop) {
+        SCOPED_TRACE(testing::Message() << int(parity) << " " << int(size) << " " << int(stop));
+        termios tio {};
+        tio.c_cflag = CSIZE | PARENB | PARODD | CMSPAR | CSTOPB | CRTSCTS;  // all to be replaced
+        ASSERT_TRUE(ApplyDcb(State(4800, parity, size, stop), &tio));
+        EXPECT_EQ(tio.c_cflag & (PARENB | PARODD | CMSPAR | CSIZE | CSTOPB | CRTSCTS),
+                  parities[parity] | sizes[size - 5] | (stop ? CSTOPB : 0));
+        const SerialState back = DcbFrom(tio, 0);
+        EXPECT_EQ(std::vector<int>({back.parity, back.byteSize, back.stopBits, int(back.baudRate)}),
+                  std::vector<int>({parity, size, stop == 0 ? 0 : 2, 4800}));  // one and a half is two
+      }
+    }
+  }
+}
+
+TEST(TermiosSettings, FlagsTermiosHoldsTravelAndTheOthersAreKept) {
+  termios tio {};
+  ASSERT_TRUE(ApplyDcb(State(9600, 2, 8, 0, kDcbParityCheck | kOutxCtsFlow | kOutX | kInX | kDcbDtrControlEnable), &tio));
+  EXPECT_EQ(tio.c_iflag & (INPCK | IXON | IXOFF), tcflag_t(INPCK | IXON | IXOFF));
+  EXPECT_TRUE(tio.c_cflag & CRTSCTS);
+  // DTR and RTS control are not termios matters: they come from `flags`.
+  EXPECT_EQ(DcbFrom(tio, kDcbRtsControlToggle).flags,
+            kDcbBinary | kDcbParityCheck | kOutxCtsFlow | kOutX | kInX | kDcbRtsControlToggle);
+  ASSERT_TRUE(ApplyDcb(State(9600, 2, 8, 0, 0), &tio));
+  EXPECT_EQ(DcbFrom(tio, kDcbParityCheck | kDcbDtrControlEnable).flags, kDcbBinary | kDcbDtrControlEnable);
+}
+
+TEST(TermiosSettings, CodesThePortCannotTakeAreRefusedAndOtherRatesKeepTheSpeed) {
+  for (const SerialState& bad : {State(4800, 5, 8, 0), State(4800, 0, 4, 0), State(4800, 0, 9, 0),
+                                 State(4800, 0, 8, 3), State(0, 0, 8, 0)}) {
+    termios tio {};
+    tio.c_cflag = CS7;
+    EXPECT_FALSE(ApplyDcb(bad, &tio));
+    EXPECT_EQ(tio.c_cflag, tcflag_t(CS7)) << "changed although refused";
+  }
+  termios tio {};
+  ASSERT_TRUE(ApplyDcb(State(230400, 0, 8, 0), &tio));
+  ASSERT_TRUE(ApplyDcb(State(14400, 0, 7, 0), &tio));  // set by number by the port
+  EXPECT_EQ(cfgetospeed(&tio), speed_t(B230400));
+  EXPECT_EQ(tio.c_cflag & CSIZE, tcflag_t(CS7));
+}
+
+TEST(SerialDevicePath, APathIsFoundWhateverTheCaseItWasLoweredToAndAnExactMatchWins) {
+  test::TempDir dir;
+  std::filesystem::create_directories(dir.File("Dev/Serial"));
+  dir.Write("Dev/Serial/ttyUSB0", "");
+  const std::string real = dir.File("Dev/Serial/ttyUSB0");
+  EXPECT_EQ(ResolveSerialDevicePath(Utf8ToUtf16(dir.File("dev/serial/ttyusb0:"))), real);
+  dir.Write("Dev/Serial/ttyusb0", "");
+  EXPECT_EQ(FindPathIgnoringCase(dir.File("Dev/Serial/ttyusb0")), dir.File("Dev/Serial/ttyusb0"));
+  EXPECT_EQ(FindPathIgnoringCase(real), real);
+  EXPECT_EQ(FindPathIgnoringCase(dir.File("dev/serial/TTYUSB0")), dir.File("Dev/Serial/ttyUSB0"));
+  EXPECT_EQ(FindPathIgnoringCase(dir.File("Dev/Serial/ttyUSB1")), std::nullopt);
+  EXPECT_EQ(FindPathIgnoringCase("relative/path"), std::nullopt);
+}
+
 constexpr uint32_t kMaxDword = 0xFFFFFFFFu;
 
 class Pty : public testing::Test {
  protected:
-  void SetUp() override {
-    int slave = -1;
-    ASSERT_TRUE(receiver_.Open(&path_, &slave));
-    close(slave);
-  }
+  void SetUp() override { ASSERT_TRUE(receiver_.Open(&path_)); }
   std::u16string Name() const { return Utf8ToUtf16(path_ + ":"); }
   COMPortInfo Port() const { return COMPortInfo(Utf8ToUtf16(path_).c_str(), 4800, 0, 8, 0); }
   int Holder(bool exclusive, bool locked) const {  // another program's descriptor
@@ -105,7 +171,8 @@ TEST_F(Pty, AQueryReadsTheSettingsAndLeavesThePortAsItWas) {
             std::vector<tcflag_t>({before.c_iflag, before.c_oflag, before.c_cflag, before.c_lflag}));
 }
 
-TEST_F(Pty, RatesWithoutASpeedConstantAreSetAndReadBack) {
+TEST_F(Pty, RatesWithoutASpeedConstantAreSetAndReadsAndWritesHonourEachKindOfTimeOut) {
+  test::ManualClock clock(1000, 30);  // every wait lasts at most 30 real ms
   const std::unique_ptr<SerialPort> port = SerialPort::Open(Name(), SerialAccess::kReadWrite);
   ASSERT_TRUE(port);
   for (uint32_t rate : {14400u, 56000u, 128000u, 256000u, 4800u}) {
@@ -117,12 +184,6 @@ TEST_F(Pty, RatesWithoutASpeedConstantAreSetAndReadBack) {
     EXPECT_EQ(state.baudRate, rate);
     EXPECT_EQ(posix::ReadBaudRate(receiver_.Master()), rate);  // what the receiver's side sees
   }
-}
-
-TEST_F(Pty, ReadsAndWritesHonourEachKindOfTimeOut) {
-  test::ManualClock clock(1000, 30);  // every wait lasts at most 30 real ms
-  const std::unique_ptr<SerialPort> port = SerialPort::Open(Name(), SerialAccess::kReadWrite);
-  ASSERT_TRUE(port);
   const auto read = [&](uint32_t interval, uint32_t multiplier, uint32_t constant, uint32_t size) {
     EXPECT_TRUE(port->SetTimeouts(SerialTimeouts{interval, multiplier, constant, 100, 0}));
     std::string buffer(size, '\0');
@@ -167,10 +228,7 @@ TEST_F(Pty, ACancelEndsAWaitingReadOrElseTheNextOne) {
     });
   };
   const auto finish = [&](std::future<std::u16string> reading) {
-    if (reading.wait_for(std::chrono::seconds(60)) != std::future_status::ready) {
-      ADD_FAILURE() << "the read was not cut short";
-      receiver_.Send("!");
-    }
+    if (reading.wait_for(std::chrono::seconds(60)) != std::future_status::ready) receiver_.Send("!");  // stuck
     return reading.get();
   };
   connection->CancelRead();  // no read waiting: the next one ends at once
@@ -184,15 +242,16 @@ TEST_F(Pty, ACancelEndsAWaitingReadOrElseTheNextOne) {
   EXPECT_EQ(finish(read()), u"$GP");
 }
 
-TEST(PosixSerialPortOpen, WhatIsNotATerminalIsNotAPort) {
+TEST(PosixSerialPortOpen, PortNamesWithoutAMapMissingPathsAndWhatIsNotATerminalAreNotPorts) {
   test::TempDir dir;
   dir.Write("file", "data");
-  for (const std::string& path : {std::string("/dev/null"), dir.File("file"), dir.File("none")}) {
+  for (const std::string& name : {std::string("com3:"), std::string("/no/such/device:"), std::string("/dev/null:"),
+                                  dir.File("file:")}) {
     SetLastError(0);
-    EXPECT_FALSE(SerialPort::Open(Utf8ToUtf16(path + ":"), SerialAccess::kReadWrite)) << path;
-    EXPECT_EQ(GetLastError(), kErrorFileNotFound) << path;
+    EXPECT_FALSE(SerialPort::Open(Utf8ToUtf16(name), SerialAccess::kReadWrite)) << name;
+    EXPECT_EQ(GetLastError(), kErrorFileNotFound) << name;
   }
 }
 
 }  // namespace
-}  // namespace kavo
+}  // namespace kavo::platform::posix

@@ -1,10 +1,12 @@
-#include "platform/posix/reg_file_parser.h"
-
+// The registry hive of a POSIX machine: read from a .reg file, or
+// synthesised from the serial devices in sysfs when there is none.
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
@@ -12,6 +14,7 @@
 #include "common/log_capture.h"
 #include "common/temp_dir.h"
 #include "platform/platform.h"
+#include "platform/posix/reg_file_parser.h"
 #include "platform/posix/registry_loader.h"
 #include "platform/posix/serial_port_map.h"
 #include "ports/registry_key.h"
@@ -148,16 +151,22 @@ TEST(RegFile, EnumerationFollowsChangesToTheKeys) {
   EXPECT_EQ(root->ChildAt(3), nullptr);
 }
 
-class HiveFile : public ::testing::Test {
+// The registry as loaded afresh from the file or sysfs folder a test names.
+class Hive : public ::testing::Test {
  protected:
+  void SetUp() override { TearDown(); }  // nothing from the test's environment
   void TearDown() override {
     unsetenv("KAVOGPS_REGISTRY");
+    unsetenv("KAVOGPS_SYSFS_ROOT");
+    ReloadRegistry();
+  }
+  static void Use(const char* variable, const std::string& path) {
+    setenv(variable, path.c_str(), 1);
     ReloadRegistry();
   }
   // What the log says when the registry is first used with `path` as its file.
   static std::string FirstUse(const std::string& path) {
-    setenv("KAVOGPS_REGISTRY", path.c_str(), 1);
-    ReloadRegistry();
+    Use("KAVOGPS_REGISTRY", path);
     test::LogCapture log;
     RegistryKey key;
     EXPECT_FALSE(key.Open(u"HKEY_LOCAL_MACHINE\\Drivers\\Active", registry::kKeyRead));
@@ -166,7 +175,7 @@ class HiveFile : public ::testing::Test {
   test::TempDir dir_;
 };
 
-TEST_F(HiveFile, AFileThatCannotModelAMachineIsReportedByWhatItIs) {
+TEST_F(Hive, AFileThatCannotModelAMachineIsReportedByWhatItIs) {
   dir_.Write("bad.reg", "Windows Registry Editor Version 5.00\r\n[HKEY_LOCAL_MACHINE\\Drivers\\Active\\01]\r\n\"B\"=dword:\r\n");
   ASSERT_EQ(mkfifo(dir_.File("fifo.reg").c_str(), 0600), 0);
   dir_.Write("huge.reg", "");
@@ -186,9 +195,8 @@ TEST_F(HiveFile, AFileThatCannotModelAMachineIsReportedByWhatItIs) {
   }
 }
 
-TEST_F(HiveFile, IsLoadedOnceAndReportedOnceWhicheverUseComesFirst) {
-  setenv("KAVOGPS_REGISTRY", dir_.File("machine.reg").c_str(), 1);
-  ReloadRegistry();
+TEST_F(Hive, IsLoadedOnceAndReportedOnceWhicheverUseComesFirst) {
+  Use("KAVOGPS_REGISTRY", dir_.File("machine.reg"));
   test::LogCapture log;
   EXPECT_EQ(DeviceForPortName(u"COM1:"), u"");  // a port lookup loads it
   EXPECT_NE(log.Utf8().find("machine.reg does not exist"), std::string::npos) << log.Utf8();
@@ -197,6 +205,61 @@ TEST_F(HiveFile, IsLoadedOnceAndReportedOnceWhicheverUseComesFirst) {
   RegistryKey key;
   EXPECT_FALSE(key.Open(u"HKEY_LOCAL_MACHINE\\Drivers\\Active", registry::kKeyRead));
   EXPECT_EQ(log.Utf8().find("Registry file", log.Utf8().find("Registry file") + 1), std::string::npos) << log.Utf8();
+}
+
+namespace fs = std::filesystem;
+
+std::u16string Text(const std::u16string& path, const char16_t* name) {
+  RegistryKey key;
+  char16_t buffer[260];
+  uint32_t length = 260;
+  if (!key.Open(path.c_str(), registry::kKeyRead)) return u"<no key>";
+  return key.QueryString(name, buffer, &length) ? buffer : u"<no value>";
+}
+
+TEST_F(Hive, WithoutAFileEachSerialDeviceInSysfsIsAnActiveDriverWithAFriendlyNameAndAPortMapEntry) {
+  // A tty whose "device" link leads to `device` under devices/ (none when
+  // empty), with the UART `type` and USB `product` when given.
+  const auto tty = [&](const std::string& name, const std::string& device, const std::string& type,
+                       const std::string& product = "") {
+    const fs::path path = fs::path(dir_.Path()) / "class" / "tty" / name;
+    fs::create_directories(path);
+    if (!type.empty()) dir_.Write("class/tty/" + name + "/type", type + "\n");
+    if (device.empty()) return;
+    fs::create_directories(fs::path(dir_.Path()) / "devices" / device);
+    fs::create_directory_symlink(fs::path(dir_.Path()) / "devices" / device, path / "device");
+    if (!product.empty()) dir_.Write("devices/" + device.substr(0, device.rfind('/')) + "/product", product + "\n");
+  };
+  // A USB GPS mouse (ACM), a USB serial adapter, a Bluetooth port, three
+  // on-board UARTs of which one has no hardware, and a virtual console.
+  tty("ttyACM0", "usb1/1-1/1-1:1.0", "", "u-blox 7 - GPS/GNSS Receiver");
+  tty("ttyUSB0", "usb2/2-1/2-1:1.0", "", "FT232R USB UART");
+  tty("rfcomm0", "", "");
+  tty("ttyS40", "platform/serial8250/tty/ttyS40", "4");
+  tty("ttyS41", "platform/serial8250/tty/ttyS41", "0");
+  tty("ttyS100", "platform/serial8250/tty/ttyS100", "4");
+  tty("ttyS42", "platform/serial8250/tty/ttyS42", "4");
+  tty("tty0", "", "");
+  Use("KAVOGPS_SYSFS_ROOT", dir_.Path());
+
+  const std::vector<std::pair<std::u16string, std::u16string>> expected = {
+      {u"rfcomm0", u"Bluetooth serial port (rfcomm0)"}, {u"ttyACM0", u"u-blox 7 - GPS/GNSS Receiver"},
+      {u"ttyS40", u"Serial port (ttyS40)"},             {u"ttyS42", u"Serial port (ttyS42)"},
+      {u"ttyS100", u"Serial port (ttyS100)"},           {u"ttyUSB0", u"FT232R USB UART"},
+  };
+  std::vector<std::u16string> entries;
+  RegistryKey active;
+  ASSERT_TRUE(active.Open(u"HKEY_LOCAL_MACHINE\\Drivers\\Active", registry::kKeyRead));
+  active.EnumerateSubkeys([&](const char16_t* name) { entries.emplace_back(name); });
+  ASSERT_EQ(entries.size(), expected.size());
+  for (size_t i = 0; i < expected.size(); ++i) {
+    const std::u16string number = Utf8ToUtf16(std::to_string(i + 1));
+    const std::u16string entry = u"HKEY_LOCAL_MACHINE\\Drivers\\Active\\" + entries[i];
+    EXPECT_EQ(Text(entry, u"Name"), u"COM" + number + u":");
+    EXPECT_EQ(Text(u"HKEY_LOCAL_MACHINE\\" + Text(entry, u"Key"), u"FriendlyName"), expected[i].second) << i;
+    EXPECT_EQ(DeviceForPortName(u"com" + number + u":"), u"/dev/" + expected[i].first);
+  }
+  EXPECT_EQ(DeviceForPortName(u"com7:"), u"");
 }
 
 }  // namespace
