@@ -119,7 +119,6 @@ struct Fixture {
   explicit Fixture(Script script, GpsReadingThreadImpl::ThreadStarter starter = nullptr)
       : source(new ScriptedSource(std::move(script), shared)),
         thread(new GpsReadingThreadImpl(Ref<DataSource>(source.get()), std::move(starter))) {}
-  std::u16string LastEvent() { return sink->Events().back().first; }
   DriverClock clock;
   std::shared_ptr<Shared> shared = std::make_shared<Shared>();
   Ref<ScriptedSource> source;
@@ -185,14 +184,13 @@ TEST(GpsReadingThreadImpl, StopEndsPauseAndWaitingReadAtOnceAndKeepsTheirResult)
     EXPECT_EQ(f.thread->Stop(), 1);
     EXPECT_FALSE(log.Contains(u"Terminating")) << log.Utf8();
     EXPECT_TRUE(f.shared->cancelled);
-    EXPECT_EQ(f.LastEvent(), c.last);
+    EXPECT_EQ(f.sink->Events().back().first, c.last);
     EXPECT_EQ(f.shared->Readers().size(), 1u);
   }
 }
 
-// A thread that does not stop in time is given up on. Whatever it does
-// after, it never reads or delivers again, not even once a later run has
-// started, and what it held is given back once it ends (or is killed).
+// Given up on after a stop that timed out, a thread never reads or delivers
+// again, even once a later run has started; what it held goes when it ends.
 TEST(GpsReadingThreadImpl, AThreadGivenUpOnNeverComesBackAndGivesBackWhatItHeld) {
   Fixture f([](int call, Shared& shared, std::u16string* text, CIMExceptionImpl*) {
     if (call == 0) shared.WaitFor([&] { return shared.open; }, 3600);
@@ -226,8 +224,7 @@ TEST(GpsReadingThreadImpl, AThreadGivenUpOnNeverComesBackAndGivesBackWhatItHeld)
   if (!test::ForcedEndLetsThreadsFinish()) new std::shared_ptr<Shared>(shared);  // its gate died with the thread
 }
 
-// Thread creation that fails at either thread leaves nothing behind, even
-// with a sink that holds the reading thread, as the receiver's owner does.
+// Either thread failing to start leaves nothing behind, not even a cycle.
 TEST(GpsReadingThreadImpl, FailedStartHoldsNothing) {
   for (int failAt : {0, 1}) {
     auto starts = std::make_shared<int>(0);
