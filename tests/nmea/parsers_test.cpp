@@ -74,7 +74,6 @@ TEST(CommaDecimalLocale, ChangesNothing) {
   std::setlocale(LC_ALL, previous.c_str());
 }
 
-
 TEST_F(ParsersTest, WorkedGgaStoresEveryFieldExactlyAndOnlyChangesCount) {
   ASSERT_EQ(Feed(kWorkedGga), 1);
   const GPSLocation& l = Location();
