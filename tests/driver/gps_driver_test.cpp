@@ -136,7 +136,6 @@ TEST_F(GpsDriverTest, NotificationsReachTheCallbacksOfEveryListeningDriverAndQue
   EXPECT_EQ(second->GetTimeoutInterval(), 0u);
 }
 
-// The walk reaches entries added while it runs and skips ones removed.
 TEST(ListenerList, WalkReachesEntriesAddedDuringItAndSkipsRemovedOnes) {
   struct Probe : ReceiverListener {
     Probe(std::vector<int>* s, int i) : seen(s), id(i) {}

@@ -23,6 +23,15 @@ constexpr char16_t kGga[] = u"$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.
 constexpr char16_t kGga2[] = u"$GPGGA,123520,4807.040,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*47\r\n";
 constexpr char16_t kGsv[] = u"$GPGSV,1,1,02,01,40,083,46,02,17,308,41*70\r\n";
 
+// After `advance` ms the receiver gets text, a source error (`error`), or
+// neither (an empty read); then its status is `status`.
+struct Step {
+  uint32_t advance;
+  const char16_t* text;
+  int32_t error;
+  int32_t status;
+};
+
 class GpsReceiverTest : public ::testing::Test {
  protected:
   GpsReceiverTest() : receiver(new GpsReceiver), entry(&events) {
@@ -36,6 +45,21 @@ class GpsReceiverTest : public ::testing::Test {
   void Start() {
     CIMExceptionImpl error;
     ASSERT_EQ(receiver->Start(&error), 1);
+  }
+  // A change of status is announced; an unchanged status is not again.
+  void Run(std::initializer_list<Step> steps) {
+    for (const Step& step : steps) {
+      const int32_t before = receiver->GetStatus();
+      const int changes = events.statusChanges;
+      clock.Advance(step.advance);
+      CIMExceptionImpl error;
+      SetError(&error, step.error);
+      if (step.text) Feed(step.text);
+      else if (step.error) receiver->OnError(error);
+      else receiver->OnNoData();
+      EXPECT_EQ(receiver->GetStatus(), step.status) << "at step " << &step - steps.begin();
+      EXPECT_EQ(events.statusChanges > changes, step.status != before) << "at step " << &step - steps.begin();
+    }
   }
 
   test::ManualClock clock{10000};
@@ -55,47 +79,18 @@ TEST_P(GpsReceiverAcrossWraps, StatusFollowsTheStream) {
   EXPECT_EQ(receiver->GetStatus(), -2);
   Start();
   EXPECT_EQ(receiver->GetStatus(), -2) << "nothing received yet";
-  Feed(kGga);
-  EXPECT_EQ(receiver->GetStatus(), 0);
-  EXPECT_EQ(events.statusChanges, 1);
-
-  // Silence: nothing until the time-out interval has passed, then -1 once.
-  receiver->OnNoData();
-  clock.Advance(3000);
-  receiver->OnNoData();
-  EXPECT_EQ(receiver->GetStatus(), 0);
-  clock.Advance(1);
-  receiver->OnNoData();
-  receiver->OnNoData();
-  EXPECT_EQ(receiver->GetStatus(), -1);
-  EXPECT_EQ(events.statusChanges, 2);
-
-  // Text again, but none the receiver knows, and no sentence for over 3 s.
-  Feed(u"$GNGGA,1,2,3\r\n");
-  EXPECT_EQ(receiver->GetStatus(), -3);
-  Feed(kGga2);
-  EXPECT_EQ(receiver->GetStatus(), 0);
-
-  // Unknown text alone keeps the status until 3 s pass without a sentence.
-  clock.Advance(1000);
-  Feed(u"$PGRME,15.0,M,45.0,M,25.0,M*1C\r\nnoise");
-  EXPECT_EQ(receiver->GetStatus(), 0);
-  clock.Advance(2001);
-  Feed(u" more noise\n");
-  EXPECT_EQ(receiver->GetStatus(), -3);
-  const int changes = events.statusChanges;
-  clock.Advance(10);
-  Feed(u"noise\n");
-  EXPECT_EQ(events.statusChanges, changes) << "-3 is announced once";
-
-  // A shorter time-out is honoured.
+  Run({{0, kGga, 0, 0},
+       // Silence: nothing until the time-out interval has passed, then -1.
+       {0, nullptr, 0, 0}, {3000, nullptr, 0, 0}, {1, nullptr, 0, -1}, {0, nullptr, 0, -1},
+       // Text again, but none the receiver knows, and no sentence for over 3 s.
+       {0, u"$GNGGA,1,2,3\r\n", 0, -3}, {0, kGga2, 0, 0},
+       // Unknown text alone keeps the status until 3 s pass without a sentence.
+       {1000, u"$PGRME,15.0,M,45.0,M,25.0,M*1C\r\nnoise", 0, 0}, {2001, u" more noise\n", 0, -3},
+       {10, u"noise\n", 0, -3}});
   CIMExceptionImpl error;
   EXPECT_EQ(receiver->SetTimeoutInterval(500, &error), 1);
   EXPECT_EQ(receiver->GetTimeoutInterval(), 500u);
-  Feed(kGga);
-  clock.Advance(501);
-  receiver->OnNoData();
-  EXPECT_EQ(receiver->GetStatus(), -1);
+  Run({{0, kGga, 0, 0}, {501, nullptr, 0, -1}});
   receiver->Stop();
   EXPECT_EQ(receiver->GetStatus(), -2);
 }
@@ -103,20 +98,11 @@ TEST_P(GpsReceiverAcrossWraps, StatusFollowsTheStream) {
 TEST_P(GpsReceiverAcrossWraps, SourceErrorsChangeStatusOnlyAfterTheNotificationDeadline) {
   clock.Set(GetParam());
   Start();
-  Feed(kGga);
-  CIMExceptionImpl outOfMemory, failed;
-  SetError(&outOfMemory, kErrOutOfMemory);
-  SetError(&failed, kErrOperationFailed);
-  receiver->OnError(failed);
-  EXPECT_EQ(receiver->GetStatus(), 0) << "too soon after start";
-  clock.Advance(201);
-  receiver->OnError(outOfMemory);
-  EXPECT_EQ(receiver->GetStatus(), -4);
-  Feed(kGga2);
-  EXPECT_EQ(receiver->GetStatus(), 0) << "the next sentence clears it";
-  clock.Advance(201);
-  receiver->OnError(failed);
-  EXPECT_EQ(receiver->GetStatus(), -2);
+  Run({{0, kGga, 0, 0},
+       {0, nullptr, kErrOperationFailed, 0},  // too soon after start
+       {201, nullptr, kErrOutOfMemory, -4},
+       {0, kGga2, 0, 0},  // the next sentence clears it
+       {201, nullptr, kErrOperationFailed, -2}});
 }
 
 TEST_P(GpsReceiverAcrossWraps, DataNotificationsAreThrottledAndCarryTheMasksInBetween) {
@@ -132,13 +118,11 @@ TEST_P(GpsReceiverAcrossWraps, DataNotificationsAreThrottledAndCarryTheMasksInBe
   ASSERT_EQ(events.data.size(), 1u);
   EXPECT_EQ(events.data[0], 0x01u | 0x08u | 0x10u | 0x20u | 0x02u);
 
-  // A sentence every 50 ms: about one notification per two sentences.
+  // A new position every 50 ms: about one notification per two sentences.
   events.data.clear();
   for (int i = 0; i < 20; ++i) {
     clock.Advance(50);
-    const std::u16string lat = i % 2 ? u"4807.038" : u"4807.039";
-    Feed(u"$GPGGA,1235" + std::u16string(i < 10 ? u"0" : u"") + WideString(1, u'0' + i % 10) + u"," + lat +
-         u",N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*47\r\n");
+    Feed(i % 2 ? kGga2 : kGga);
   }
   EXPECT_GE(events.data.size(), 6u);
   EXPECT_LE(events.data.size(), 10u);

