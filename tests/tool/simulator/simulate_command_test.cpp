@@ -18,7 +18,7 @@ std::string Errors(const Arguments& args) {
   return RunTool(args, out, err) == kExitUsage ? err.str() : "not refused: " + out.str();
 }
 
-TEST(KavogpsSimulate, BadArgumentsAreNamedAndLeaveNoFile) {
+TEST(KavogpsSimulate, BadArgumentsAreNamedAndLeaveNoFileGoodOnesWriteIt) {
   test::TempDir dir;
   const std::string file = dir.File("out.nmea");
   const bool live = LiveReceiverAvailable();
@@ -38,6 +38,10 @@ TEST(KavogpsSimulate, BadArgumentsAreNamedAndLeaveNoFile) {
     EXPECT_NE(Errors(args).find(mention), std::string::npos) << Errors(args);
     EXPECT_FALSE(std::ifstream(file).good()) << extra[0];
   }
+  std::ostringstream out, err;
+  EXPECT_EQ(RunTool({"simulate", "--seed", "3", "--duration", "20", "--output", file}, out, err), kExitOk) << err.str();
+  EXPECT_NE(out.str().find("Wrote 20 epochs"), std::string::npos) << out.str();
+  EXPECT_TRUE(std::ifstream(file).good());
   if (!live) return;
   EXPECT_NE(Errors({"simulate", "--baud", "9600"}).find("--baud needs --pty"), std::string::npos);
   EXPECT_NE(Errors({"simulate", "--pty", "--baud", "4000"}).find("4800"), std::string::npos);
