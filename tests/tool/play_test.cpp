@@ -110,6 +110,10 @@ TEST(KavogpsTool, EachFailureHasItsMessageAndCodeAndLeavesNoFile) {
       {{"monitor", "COM3", "--nmea", "--json"}, cli::kExitUsage, "choose one"},
       {{"monitor", "/dev/serial/by-id/usb-none-if00", "--gpx", gpx}, cli::kExitUsage, "too long, even as the device"},
       {{"find", "--all"}, cli::kExitUsage, "unknown option '--all'"},
+      {{"play", "--talkers", "G"}, cli::kExitUsage, "invalid value 'G'"},
+      {{"monitor", "COM3", "--talkers", "GP,"}, cli::kExitUsage, "invalid value 'GP,'"},
+      {{"find", "--checksums", "maybe"}, cli::kExitUsage, "invalid value 'maybe'"},
+      {{"serve", "--talkers", "GP,G1"}, cli::kExitUsage, "invalid value 'GP,G1'"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.args.back());

@@ -51,13 +51,7 @@ std::vector<Epoch> Simulate(const SimulatorOptions& options, int count) {
   return epochs;
 }
 
-// The fields of each of an epoch's sentences.
-using Sentences = std::vector<std::vector<std::string>>;
-Sentences Parse(const Epoch& e) {
-  Sentences sentences;
-  for (const Line& line : e.lines) sentences.push_back(Fields(line.text));
-  return sentences;
-}
+using Sentences = std::vector<std::vector<std::string>>;  // an epoch's, each its fields
 
 // The ids of the sentences, a run of one id written once.
 std::string Ids(const Sentences& sentences) {
@@ -83,8 +77,11 @@ TEST(Simulator, SentencesAreWellFormedInOrderAndAgreeOnTheFix) {
     if (extras) o.start = {-33.8688, -151.2093, 40.0};  // south and west
     int lost = 0;
     for (const Epoch& e : Simulate(o, 1000)) {
-      for (const Line& line : e.lines) ASSERT_EQ(SentenceProblem(line.text), "") << line.text;
-      const Sentences all = Parse(e);
+      Sentences all;
+      for (const Line& line : e.lines) {
+        ASSERT_EQ(SentenceProblem(line.text), "") << line.text;
+        all.push_back(Fields(line.text));
+      }
       std::string expected = std::string(extras && e.index == 0 ? " PSRFTXT" : "") + " GPGGA" +
                              (extras ? " GNGGA" : "") + " GPGSA" + (extras ? " GNGSA" : "");
       if (e.satellitesReported) expected += extras ? " GPGSV GLGSV" : " GPGSV";
