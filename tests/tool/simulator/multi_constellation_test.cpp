@@ -22,6 +22,7 @@ TEST(MultiConstellation, AllTalkersGiveTheFixAndTheSkyWhileDefaultsSeeOnlyTheLas
   modern.seed = 11;
   modern.mode = Mode::kDrive;
   modern.constellations = {System::kGps, System::kGlonass, System::kGalileo, System::kBeidou};
+  modern.start = {-33.8688, -151.2093, 40.0};  // south and west
   nmea::ReceiverOptions options;
   ASSERT_TRUE(options.SetTalkers("GP,GN,GL,GA,GB") && options.SetChecksums("require"));
   const test::ManualClock clock;  // every store stamped at one local time
