@@ -91,7 +91,7 @@ TEST(EpochAssembler, AnEpochEndsWithItsLastSentenceOnceTheRecordHoldsItOrElseWhe
                                            "10:00:12 speed used 2", "10:00:13 used 2", "10:00:14 used 2"}));
 }
 
-TEST(JsonReport, TpvModeAndStatusFollowTheFixAndNumbersStayPlain) {
+TEST(JsonReport, TpvFollowsTheFixSkyNamesEachSatellitesSystemAndNumbersStayPlain) {
   Reading reading{FullFix(), {}, GPS_STATUS_RECEIVING};
   reading.location.ValidFlags = GPS_VALID_POSITION;  // no altitude: two-dimensional
   reading.location.FixQuality = 6;                    // dead reckoning
@@ -100,6 +100,16 @@ TEST(JsonReport, TpvModeAndStatusFollowTheFixAndNumbersStayPlain) {
   EXPECT_EQ(JsonNumber(-0.0001, 3), "0");
   EXPECT_EQ(JsonNumber(1e20, 1), "100000000000000000000");  // never in exponent form
   EXPECT_EQ(JsonString("C:\\a \"b\"\n"), "\"C:\\\\a \\\"b\\\"\\u000a\"");
+
+  const std::vector<std::pair<int32_t, std::string>> satellites = {
+      {7, ",\"gnssid\":0,\"svid\":7,\"used\":true}"},      {40, ",\"gnssid\":1,\"svid\":127,\"used\":false}"},
+      {70, ",\"gnssid\":6,\"svid\":6,\"used\":false}"},    {195, ",\"gnssid\":5,\"svid\":3,\"used\":false}"},
+      {305, ",\"gnssid\":2,\"svid\":5,\"used\":true}"},    {410, ",\"gnssid\":3,\"svid\":10,\"used\":false}"},
+      {250, ",\"used\":false}"}};
+  for (const auto& satellite : satellites) reading.satellites.push_back({satellite.first, 30, 0, 0});
+  const std::string sky = SkyJson(reading, "", {7, 305});
+  for (const auto& [prn, system] : satellites)
+    EXPECT_NE(sky.find("{\"PRN\":" + std::to_string(prn) + ",\"el\":0,\"az\":0,\"ss\":30" + system), std::string::npos) << sky;
 }
 
 TEST(Reading, TimeShowsOnlyWhatTheReceiverSent) {

@@ -2,7 +2,6 @@
 
 #include <cstdlib>
 
-#include "cli/json_report.h"
 #include "common/temp_dir.h"
 #include "tool_run.h"
 
@@ -43,19 +42,6 @@ TEST(KavogpsReceiverOptions, ReachTheLibraryWhichSaysWhatItDoesNotRead) {
     if (c.error.empty()) EXPECT_TRUE(run.code == 0 && Contains(run.out, " N 11.516667")) << run.out << run.err;
     else EXPECT_TRUE(run.code == cli::kExitFile && Contains(run.err, c.error)) << run.err;
   }
-}
-
-TEST(JsonReport, SkySatellitesCarryTheirSystemAndNumberWithinIt) {
-  const std::vector<std::pair<int32_t, std::string>> satellites = {
-      {7, ",\"gnssid\":0,\"svid\":7,\"used\":true}"},      {40, ",\"gnssid\":1,\"svid\":127,\"used\":false}"},
-      {70, ",\"gnssid\":6,\"svid\":6,\"used\":false}"},    {195, ",\"gnssid\":5,\"svid\":3,\"used\":false}"},
-      {305, ",\"gnssid\":2,\"svid\":5,\"used\":true}"},    {410, ",\"gnssid\":3,\"svid\":10,\"used\":false}"},
-      {250, ",\"used\":false}"}};
-  cli::Reading reading;
-  for (const auto& satellite : satellites) reading.satellites.push_back({satellite.first, 30, 0, 0});
-  const std::string sky = cli::SkyJson(reading, "", {7, 305});
-  for (const auto& [prn, system] : satellites)
-    EXPECT_TRUE(Contains(sky, "{\"PRN\":" + std::to_string(prn) + ",\"el\":0,\"az\":0,\"ss\":30" + system)) << sky;
 }
 
 }  // namespace
