@@ -8,10 +8,6 @@
 namespace kavo::calendar {
 namespace {
 
-CivilTime At(int y, int mo, int d, int h = 0, int mi = 0, int s = 0, int ms = 0) {
-  return CivilTime{y, mo, d, h, mi, s, ms};
-}
-
 std::string Text(const CivilTime& t) {
   char text[48];
   std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d.%03d", t.year, t.month, t.day, t.hour,
@@ -26,21 +22,21 @@ std::string Split(double date, int64_t resolutionMs = 1) {
 
 TEST(CivilCalendar, KnownInstantsBothWays) {
   struct Case { CivilTime time; double date; } cases[] = {
-      {At(1899, 12, 30), 0.0},
-      {At(1899, 12, 31, 18), 1.75},
-      {At(1900, 1, 1), 2.0},
-      {At(1900, 3, 1), 61.0},  // 1900 is no leap year
-      {At(2000, 3, 1), 36586.0},  // 2000 is
-      {At(2000, 1, 1, 12), 36526.5},
-      {At(2024, 2, 29, 6, 30, 15), 45351.0 + (6 * 3600 + 30 * 60 + 15) / 86400.0},
-      {At(2024, 5, 14, 10, 0, 5, 250), 45426.0 + 36005.25 / 86400.0},
-      {At(100, 1, 1), -657434.0},
-      {At(9999, 12, 31, 23, 59, 59), 2958465.0 + 86399 / 86400.0},
+      {{1899, 12, 30}, 0.0},
+      {{1899, 12, 31, 18}, 1.75},
+      {{1900, 1, 1}, 2.0},
+      {{1900, 3, 1}, 61.0},  // 1900 is no leap year
+      {{2000, 3, 1}, 36586.0},  // 2000 is
+      {{2000, 1, 1, 12}, 36526.5},
+      {{2024, 2, 29, 6, 30, 15}, 45351.0 + (6 * 3600 + 30 * 60 + 15) / 86400.0},
+      {{2024, 5, 14, 10, 0, 5, 250}, 45426.0 + 36005.25 / 86400.0},
+      {{100, 1, 1}, -657434.0},
+      {{9999, 12, 31, 23, 59, 59}, 2958465.0 + 86399 / 86400.0},
       // Before the epoch the whole days count down but the time of day
       // still runs forward; between -1 and 0 the day is the epoch's.
-      {At(1899, 12, 29, 6), -1.25},
-      {At(1899, 12, 28, 18), -2.75},
-      {At(1899, 12, 30, 6), -0.25},
+      {{1899, 12, 29, 6}, -1.25},
+      {{1899, 12, 28, 18}, -2.75},
+      {{1899, 12, 30, 6}, -0.25},
   };
   for (const auto& c : cases) {
     EXPECT_TRUE(IsValid(c.time)) << Text(c.time);
@@ -53,10 +49,10 @@ TEST(CivilCalendar, KnownInstantsBothWays) {
 
 TEST(CivilCalendar, RejectsWhatIsNotAnInstant) {
   const CivilTime bad[] = {
-      At(0, 12, 31),         At(10000, 1, 1),         At(2023, 2, 29),         At(1900, 2, 29),
-      At(2024, 4, 31),       At(2024, 0, 1),          At(2024, 13, 1),         At(2024, 1, 0),
-      At(2024, 1, 1, 24),    At(2024, 1, 1, 0, 60),   At(2024, 1, 1, 0, 0, 60), At(2024, 1, 1, -1),
-      At(2024, 1, 1, 0, 0, 0, 1000),
+      {0, 12, 31},      {10000, 1, 1},       {2023, 2, 29},          {1900, 2, 29},
+      {2024, 4, 31},    {2024, 0, 1},        {2024, 13, 1},          {2024, 1, 0},
+      {2024, 1, 1, 24}, {2024, 1, 1, 0, 60}, {2024, 1, 1, 0, 0, 60}, {2024, 1, 1, -1},
+      {2024, 1, 1, 0, 0, 0, 1000},
   };
   for (const auto& t : bad) EXPECT_FALSE(IsValid(t)) << Text(t);
   for (double date : {std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity(),
@@ -78,12 +74,12 @@ TEST(CivilCalendar, SplittingRoundsToTheResolutionAcrossMidnight) {
 
 TEST(CivilCalendar, AddingMillisecondsCrossesDaysMonthsAndYears) {
   struct Case { CivilTime from; uint64_t ms; const char* want; } cases[] = {
-      {At(2024, 12, 31, 23, 59, 30, 500), 30000, "2025-01-01 00:00:00.500"},
-      {At(2024, 2, 28, 12), 86400000, "2024-02-29 12:00:00.000"},
-      {At(2023, 2, 28, 12), 86400000, "2023-03-01 12:00:00.000"},
-      {At(1999, 6, 1, 0, 0, 0, 999), 1, "1999-06-01 00:00:01.000"},
-      {At(2000, 1, 1), 146097ull * 86400000, "2400-01-01 00:00:00.000"},  // 400 years
-      {At(2024, 5, 14, 10), 0, "2024-05-14 10:00:00.000"},
+      {{2024, 12, 31, 23, 59, 30, 500}, 30000, "2025-01-01 00:00:00.500"},
+      {{2024, 2, 28, 12}, 86400000, "2024-02-29 12:00:00.000"},
+      {{2023, 2, 28, 12}, 86400000, "2023-03-01 12:00:00.000"},
+      {{1999, 6, 1, 0, 0, 0, 999}, 1, "1999-06-01 00:00:01.000"},
+      {{2000, 1, 1}, 146097ull * 86400000, "2400-01-01 00:00:00.000"},  // 400 years
+      {{2024, 5, 14, 10}, 0, "2024-05-14 10:00:00.000"},
   };
   for (const auto& c : cases) EXPECT_EQ(Text(AddMilliseconds(c.from, c.ms)), c.want) << Text(c.from);
 }

@@ -51,10 +51,10 @@ class ServerTest : public ::testing::Test {
     peer->socket.connect(server_->Endpoints()[0]);
     return peer;
   }
-  std::unique_ptr<Peer> Watcher() {
+  std::unique_ptr<Peer> Watcher(const std::string& stream = "json") {
     auto peer = Connect();
     EXPECT_EQ(peer->Object()["class"], "VERSION");
-    peer->Send("?WATCH={\"enable\":true,\"json\":true}\n");
+    peer->Send("?WATCH={\"enable\":true,\"" + stream + "\":true}\n");
     while (peer->Object()["class"] != "WATCH") {
     }
     return peer;
@@ -97,16 +97,12 @@ TEST_F(ServerTest, AClientThatDoesNotReadLosesItsOldestLinesNotTheNewest) {
     ASSERT_EQ(reader->Object()["n"], sent - 1);
   }
   ASSERT_GT(server_->DroppedLines(), 0u);
-  server_->Epoch(Tpv(sent++, 0), "");
-  reader->Object();
-  int received = 0, last = -1;
-  while (last != sent - 1) {
+  server_->Epoch(Tpv(sent++, 0), "");  // still connected: what it reads ends with the newest
+  for (int last = -1; last != sent - 1;) {
     const int n = stalled->Object()["n"];
-    EXPECT_GT(n, last);
+    ASSERT_GT(n, last);
     last = n;
-    ++received;
   }
-  EXPECT_LT(received, sent);
 }
 
 TEST_F(ServerTest, ThousandClientsComeAndGoMidRequestOrWithGarbage) {
@@ -135,11 +131,7 @@ TEST_F(ServerTest, ListensOnIpv6AndStreamsRawSentences) {
   } catch (const std::system_error&) {
     GTEST_SKIP() << "no IPv6 loopback here";
   }
-  auto peer = Connect();
-  peer->Line();
-  peer->Send("?WATCH={\"enable\":true,\"nmea\":true}\n");
-  while (peer->Object()["class"] != "WATCH") {
-  }
+  auto peer = Watcher("nmea");
   EXPECT_TRUE(server_->WantsNmea());
   server_->Epoch(Tpv(1), "");  // not asked for
   server_->Nmea("$GPGGA,100000.00*00");

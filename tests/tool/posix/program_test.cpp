@@ -1,6 +1,9 @@
-// The program as a user runs it: read by a pipe that closes early; ports,
-// find and monitor against receivers on pseudo-terminals, on a machine
-// modelled by a registry file (KAVOGPS_REGISTRY).
+// The program as a user runs it: read by a pipe that closes early, writing
+// to a full device, stopped by signals; ports, find and monitor against
+// receivers on pseudo-terminals, on a machine modelled by a registry file
+// (KAVOGPS_REGISTRY).
+#include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -46,6 +49,31 @@ TEST(KavogpsProgram, AReaderThatStopsEarlyEndsItQuietly) {
     text.resize(fread(text.data(), 1, text.size(), pipe));
     pclose(pipe);
     EXPECT_EQ(text, "0\n") << args;
+  }
+}
+
+TEST(KavogpsProgram, AFailedWriteIsAFileErrorAndADeviceNamedAsTheOutputStays) {
+  if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no /dev/full here";
+  const ProcessResult full = RunProcess(KAVOGPS_TOOL, {"simulate", "--output", "/dev/full"});
+  EXPECT_EQ(full.code, cli::kExitFile);
+  EXPECT_TRUE(Contains(full.err, "writing '/dev/full' failed")) << full.err;
+  EXPECT_EQ(access("/dev/full", F_OK), 0);
+}
+
+TEST(KavogpsProgram, ALiveReceiverStreamsUntilSignalledThenEndsCleanly) {
+  for (int signal : {SIGTERM, SIGINT}) {
+    SCOPED_TRACE(signal);
+    ProcessRunner tool(KAVOGPS_TOOL, {"simulate", "--pty", "--rate", "20"});
+    ASSERT_TRUE(tool.WaitForOutput([](const std::string& out) { return Contains(out, "\n"); }, 20000));
+    const std::string path = tool.Out().substr(0, tool.Out().find('\n'));  // the port
+    const int port = open(path.c_str(), O_RDONLY | O_NOCTTY | O_NONBLOCK);
+    ASSERT_GE(port, 0) << path;
+    pollfd readable{port, POLLIN, 0};
+    EXPECT_EQ(poll(&readable, 1, 20000), 1) << "nothing was sent";
+    close(port);
+    tool.Signal(signal);
+    EXPECT_EQ(tool.Finish(20000), 0) << "killed by the signal instead of stopping";
+    EXPECT_TRUE(Contains(tool.Err(), signal == SIGINT ? "interrupted" : "terminated")) << tool.Err();
   }
 }
 

@@ -1,24 +1,26 @@
-// The simulate command run in-process, and the bundled recordings it made.
+// The simulate command in-process, and the bundled recordings it made.
 #include <gtest/gtest.h>
 
 #include <fstream>
 #include <iterator>
-#include <sstream>
 
-#include "cli/commands.h"
 #include "cli/live_receiver.h"
 #include "cli/simulate_command.h"
 #include "common/temp_dir.h"
+#include "tool_run.h"
 
 namespace kavo::cli {
 namespace {
 
+using test::Contains;
+
+// What a refused command says; or, when it was not refused, what it wrote.
 std::string Errors(const Arguments& args) {
-  std::ostringstream out, err;
-  return RunTool(args, out, err) == kExitUsage ? err.str() : "not refused: " + out.str();
+  const test::ToolRun run = test::RunInProcess(args);
+  return run.code == kExitUsage ? run.err : "not refused: " + run.out;
 }
 
-TEST(KavogpsSimulate, BadArgumentsAreNamedAndLeaveNoFile) {
+TEST(KavogpsSimulate, BadArgumentsAreNamedAndLeaveNoFileGoodOnesWriteIt) {
   test::TempDir dir;
   const std::string file = dir.File("out.nmea");
   const bool live = LiveReceiverAvailable();
@@ -35,13 +37,16 @@ TEST(KavogpsSimulate, BadArgumentsAreNamedAndLeaveNoFile) {
   for (const auto& [extra, mention] : cases) {
     Arguments args = {"simulate", "--output", file};
     args.insert(args.end(), extra.begin(), extra.end());
-    EXPECT_NE(Errors(args).find(mention), std::string::npos) << Errors(args);
+    EXPECT_TRUE(Contains(Errors(args), mention)) << Errors(args);
     EXPECT_FALSE(std::ifstream(file).good()) << extra[0];
   }
+  const test::ToolRun good = test::RunInProcess({"simulate", "--seed", "3", "--duration", "20", "--output", file});
+  EXPECT_TRUE(good.code == kExitOk && Contains(good.out, "Wrote 20 epochs")) << good.out << good.err;
+  EXPECT_TRUE(std::ifstream(file).good());
   if (!live) return;
-  EXPECT_NE(Errors({"simulate", "--baud", "9600"}).find("--baud needs --pty"), std::string::npos);
-  EXPECT_NE(Errors({"simulate", "--pty", "--baud", "4000"}).find("4800"), std::string::npos);
-  EXPECT_NE(Errors({"simulate", "--pty", "--encoding", "utf8"}).find("--encoding is for"), std::string::npos);
+  EXPECT_TRUE(Contains(Errors({"simulate", "--baud", "9600"}), "--baud needs --pty"));
+  EXPECT_TRUE(Contains(Errors({"simulate", "--pty", "--baud", "4000"}), "4800"));
+  EXPECT_TRUE(Contains(Errors({"simulate", "--pty", "--encoding", "utf8"}), "--encoding is for"));
 }
 
 // Every recording in data/ is made by a command in data/README.md; running
