@@ -17,6 +17,7 @@ constexpr uint32_t kPollMs = 50;
 // and watch for the end: fewer wake-ups.
 constexpr uint32_t kPollMsWhileCallbacksDrain = 200;
 constexpr std::chrono::microseconds kSpinFor{500};
+constexpr uint64_t kNotificationIntervalMs = 100;  // the library's, fixed
 
 // A sentence with the state before it, or a reading of the newest state.
 struct Event {
@@ -37,6 +38,7 @@ struct Shared {
   std::condition_variable queued;
   GPSDriverHandle driver = nullptr;  // set while a session runs
   DriverSession* inline_ = nullptr;  // set while a session drains on callbacks
+  uint64_t lastDataMs = 0;            // when the data callback last came
   std::vector<Event> events;
   uint64_t sentences = 0;
 };
@@ -60,15 +62,23 @@ void Record(const KavoChar* sentence) {
   }
   if (!TakeReading(shared.driver, &event.reading)) return;
   event.ms = NowMs();
+  // A data callback follows a chunk's sentences unless the library holds it
+  // back (one per notification interval): while it comes, it drains them
+  // and the session's thread need not wake for each sentence.
+  const bool drainedSoon = shared.inline_ && event.ms - shared.lastDataMs > kNotificationIntervalMs + 20;
   shared.events.push_back(std::move(event));
-  shared.queued.notify_one();
+  if (!sentence || !drainedSoon) shared.queued.notify_one();
 }
 
 }  // namespace
 
 // Lets the callbacks drain a session that asked for it.
 struct SessionAccess {
-  static void RecordAndDrain() {
+  static void RecordAndDrain(bool data) {
+    if (data) {
+      std::lock_guard<std::mutex> lock(Active().mutex);
+      Active().lastDataMs = NowMs();
+    }
     Record(nullptr);
     DriverSession* session = nullptr;
     {
@@ -83,8 +93,8 @@ struct SessionAccess {
 
 namespace {
 
-void OnStatus() { SessionAccess::RecordAndDrain(); }
-void OnData(uint32_t) { SessionAccess::RecordAndDrain(); }
+void OnStatus() { SessionAccess::RecordAndDrain(false); }
+void OnData(uint32_t) { SessionAccess::RecordAndDrain(true); }
 void OnSentence(const KavoChar* sentence) { Record(sentence); }
 
 std::vector<Event> TakeQueued() {

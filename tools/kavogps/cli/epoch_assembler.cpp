@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <sstream>
 #include <vector>
 
 namespace kavo::cli {
@@ -17,12 +16,16 @@ constexpr uint32_t kNeedsFix = GPS_VALID_POSITION | GPS_VALID_ALTITUDE | GPS_VAL
 std::vector<std::string> Fields(const std::string& sentence) {
   size_t start = sentence.find_first_of("$!");
   start = start == std::string::npos ? 0 : start + 1;
-  const std::string body = sentence.substr(start, sentence.find_first_of("*\r\n", start) - start);
+  const size_t end = std::min(sentence.find_first_of("*\r\n", start), sentence.size());
   std::vector<std::string> fields;
-  std::istringstream stream(body);
-  for (std::string field; std::getline(stream, field, ',');) fields.push_back(field);
-  if (!body.empty() && body.back() == ',') fields.emplace_back();
-  return fields;
+  if (start >= end) return fields;
+  fields.reserve(24);
+  for (size_t at = start;;) {
+    const size_t comma = std::min(sentence.find(',', at), end);
+    fields.emplace_back(sentence, at, comma - at);
+    if (comma == end) return fields;
+    at = comma + 1;
+  }
 }
 
 // Whether the record's satellites are the cycle's: the library publishes a

@@ -1,5 +1,6 @@
 #include "cli/json_report.h"
 
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 
@@ -41,9 +42,9 @@ bool SystemOf(int32_t prn, int* gnssid, int* svid) {
 }  // namespace
 
 std::string JsonNumber(double value, int decimals) {
-  char text[64];
-  std::snprintf(text, sizeof text, "%.*f", decimals, value);
-  std::string number = text;
+  char text[400];  // the longest double in fixed notation, and its decimals
+  const std::to_chars_result end = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, decimals);
+  std::string number(text, end.ptr);
   if (number.find('.') != std::string::npos) {
     number.erase(number.find_last_not_of('0') + 1);
     if (number.back() == '.') number.pop_back();

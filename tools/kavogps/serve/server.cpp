@@ -24,6 +24,7 @@ class Client : public std::enable_shared_from_this<Client> {
   void Start() {
     std::error_code ignored;
     socket_.set_option(tcp::no_delay(true), ignored);
+    socket_.non_blocking(true, ignored);  // a write takes what fits and never waits
     Send(VersionJson());
     Read();
   }
@@ -75,12 +76,23 @@ class Client : public std::enable_shared_from_this<Client> {
     if (open_) Read();
   }
 
+  // Sends what the socket takes at once; only the rest waits for the
+  // network thread, so a client that keeps up costs one send per report.
   void Write() {
     if (writing_ || !open_ || queue_.Empty()) return;
-    writing_ = true;
     inFlight_ = queue_.TakeAll();
     std::vector<asio::const_buffer> buffers;
     for (const OutLine& line : inFlight_) buffers.push_back(asio::buffer(*line));
+    std::error_code error;
+    size_t sent = socket_.write_some(buffers, error);
+    if (error && error != asio::error::would_block) return Close();
+    while (!buffers.empty() && sent >= buffers.front().size()) {
+      sent -= buffers.front().size();
+      buffers.erase(buffers.begin());
+    }
+    if (buffers.empty()) return inFlight_.clear();
+    buffers.front() += sent;
+    writing_ = true;
     asio::async_write(socket_, buffers, [self = shared_from_this()](std::error_code error, size_t) {
       const auto lock = self->server_.Lock();
       self->writing_ = false;
