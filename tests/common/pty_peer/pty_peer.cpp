@@ -11,7 +11,6 @@
 //   SETTINGS         the line settings Wine set -> OK <speed> <stop bits>
 //   SEND <hex>       writes the bytes to the program
 //   RECV <max> <ms>  what the program wrote -> OK <hex>
-//   HANGUP           closes the receiver's side
 // Its exit status is the program's. Linux only.
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -116,10 +115,6 @@ std::string Answer(const std::string& line, const std::string& dosdevices) {
     int waitMs = 0;
     in >> max >> waitMs;
     return "OK " + kavo::test::Hex(g_receiver.Receive(max, waitMs));
-  }
-  if (command == "HANGUP") {
-    HangUp();
-    return "OK";
   }
   return "ERR unknown command";
 }
