@@ -63,7 +63,14 @@ TEST(TermiosSettings, FlagsTermiosHoldsTravelAndTheOthersAreKept) {
   EXPECT_EQ(DcbFrom(tio, kDcbParityCheck | kDcbDtrControlEnable).flags, kDcbBinary | kDcbDtrControlEnable);
 }
 
-TEST(TermiosSettings, OtherRatesKeepTheSpeed) {
+TEST(TermiosSettings, CodesThePortCannotTakeAreRefusedAndOtherRatesKeepTheSpeed) {
+  for (const SerialState& bad : {State(4800, 5, 8, 0), State(4800, 0, 4, 0), State(4800, 0, 9, 0),
+                                 State(4800, 0, 8, 3), State(0, 0, 8, 0)}) {
+    termios tio {};
+    tio.c_cflag = CS7;
+    EXPECT_FALSE(ApplyDcb(bad, &tio));
+    EXPECT_EQ(tio.c_cflag, tcflag_t(CS7)) << "changed although refused";
+  }
   termios tio {};
   ASSERT_TRUE(ApplyDcb(State(230400, 0, 8, 0), &tio));
   ASSERT_TRUE(ApplyDcb(State(14400, 0, 7, 0), &tio));  // set by number by the port
