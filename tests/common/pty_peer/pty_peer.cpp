@@ -1,12 +1,8 @@
 // pty_peer: plays a GPS receiver on a pseudo-terminal for a Windows test
-// program running under Wine, in a booted prefix.
-//
-//   WINEPREFIX=<prefix> pty_peer -- <wine> <program.exe> [arguments...]
-//
+// program under Wine: `WINEPREFIX=<booted prefix> pty_peer -- <wine> <program.exe>`.
 // It links $WINEPREFIX/dosdevices/comN (the first free N of 1 to 9) to the
-// pseudo-terminal, so that the program opens "COMN" as a serial port, then
-// runs the command with KAVOGPS_PTY_PEER set to a loopback TCP port on which
-// it answers one-line commands, each with "OK[ value]" or "ERR reason":
+// pseudo-terminal and runs the program with KAVOGPS_PTY_PEER set to a
+// loopback TCP port, where it answers "OK[ value]" or "ERR reason" to:
 //   NEW              a fresh pseudo-terminal behind the COM name -> OK COMN
 //   SETTINGS         the line settings Wine set -> OK <speed> <stop bits>
 //   SEND <hex>       writes the bytes to the program

@@ -163,8 +163,6 @@ TEST_F(Hive, AFileThatCannotModelAMachineIsReportedByWhatItIs) {
   ASSERT_EQ(truncate(dir_.File("huge.reg").c_str(), 17 << 20), 0);
   const std::pair<std::string, std::string> cases[] = {
       {dir_.File("bad.reg"), "bad.reg, line 3: malformed dword value; the registry is empty\n"},
-      {dir_.File("missing.reg"), "missing.reg does not exist;"},
-      {dir_.Path(), " is a directory;"},
       {dir_.File("fifo.reg"), "fifo.reg is a FIFO, not a regular file;"},
       {"/dev/zero", "/dev/zero is a device or special file, not a regular file;"},
       {dir_.File("huge.reg"), "huge.reg is larger than 16 MB;"},
