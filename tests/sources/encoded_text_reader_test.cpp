@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "common/temp_dir.h"
-#include "support/error.h"
 
 namespace kavo {
 namespace {
@@ -112,27 +111,7 @@ TEST(EncodedTextReader, TheCharacterAfterALoneCrIsCarriedWhenTheLineIsFull) {
   char16_t line[8];
   ASSERT_EQ(file.reader.ReadLine(line, 4), 1);
   EXPECT_EQ(std::u16string(line), u"AB\r");
-  // With room for the terminator only, the carried character waits.
-  ASSERT_EQ(file.reader.ReadLine(line, 1), 1);
-  EXPECT_EQ(line[0], 0);
-  line[0] = u'#';
-  EXPECT_EQ(file.reader.ReadLine(line, 0), 1);  // writes nothing at all
-  EXPECT_EQ(line[0], u'#');
   EXPECT_EQ(file.ReadLines(4), (Lines{u"C\n", u"D\n"}));
-}
-
-TEST(EncodedTextReader, AMissingFileRaisesTheSystemError) {
-  TempDir dir;
-  EncodedTextReader reader;
-  try {
-    reader.Open(dir.WideFile("absent.nmea"));
-    FAIL() << "opened a missing file";
-  } catch (const CIMExceptionEx& error) {
-    EXPECT_EQ(error.Code(), 2);  // ERROR_FILE_NOT_FOUND
-    EXPECT_NE(std::u16string(error.Detail()).find(u"absent.nmea"), std::u16string::npos);
-  }
-  char16_t c = 0;
-  EXPECT_FALSE(reader.ReadChar(&c));
 }
 
 }  // namespace

@@ -87,8 +87,6 @@ TEST_F(Playback, PacesCatchesUpAndRepeats) {
        {{1500, 1024, u"L1\nL2\nL3\n", {}, 1}, {kInterval, 1024, u"L1\nL2\n", {}, 0}, {0, 1024, u"L3\n", {kInterval}, 0}}},
       {"without repeat the end delivers nothing, still paced", NumberedLines(2), false, kInterval,
        {{1000, 1024, u"L1\nL2\n", {}, 1}, {0, 1024, u"", {kInterval}, 1}, {10 * kInterval, 1024, u"", {}, 11}}},
-      {"a zero interval paces at 1 ms", NumberedLines(9), false, 0,
-       {{0, 1024, u"L1\n", {1}, 0}, {3, 1024, u"L2\nL3\nL4\n", {}, 0}}},
   };
   for (const Script& script : scripts) {
     SCOPED_TRACE(script.name);

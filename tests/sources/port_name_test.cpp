@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "common/log_capture.h"
-
 namespace kavo {
 namespace {
 
@@ -18,16 +16,6 @@ TEST(PortName, IsLowerCasedWithATrailingColonAndFitsInNineteenCharacters) {
       {u"COM1", u"com1:"}, {u"com12:", u"com12:"}, {u"COM3:", u"com3:"}, {u"/dev/ttyUSB0", u"/dev/ttyusb0:"},
       {a18, lower18}, {a18 + u":", lower18}, {a18 + u"A", rejected}, {a18 + u"A:", rejected}, {u"", rejected}};
   for (const auto& [name, expected] : cases) EXPECT_EQ(Corrected(name), expected) << ToUtf8(name);
-}
-
-TEST(PortName, LogsTheAppendedColonAndTheLength) {
-  test::LogCapture log;
-  Corrected(u"COM7");
-  Corrected(u"COM8:");
-  EXPECT_EQ(log.Text(),
-            u"colon symbol is not found in port name\n"
-            u"port name length: 5\n"
-            u"port name length: 5\n");
 }
 
 }  // namespace

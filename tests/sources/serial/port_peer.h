@@ -12,8 +12,6 @@ namespace kavo::test {
 class PortPeer {
  public:
   virtual ~PortPeer() = default;
-  // Wine's serial emulation does not report a hang-up: reads just time out.
-  virtual bool HangUpFailsReads() const = 0;
   // The name to give the library for this port.
   virtual std::u16string PortName() const = 0;
   // The line as the receiver sees it: "<speed> <stop bits>".
@@ -21,8 +19,6 @@ class PortPeer {
   virtual void Send(const std::string& bytes) = 0;
   // What the library wrote, up to `max` bytes, waiting at most `waitMs` for each part.
   virtual std::string Receive(size_t max, uint32_t waitMs) = 0;
-  // The receiver goes away (its side of the pseudo-terminal is closed).
-  virtual void HangUp() = 0;
 };
 
 // A fresh port for one test; fails the test when none can be made.

@@ -14,12 +14,10 @@ class LocalPortPeer final : public PortPeer {
   LocalPortPeer() {
     if (!receiver_.Open(&path_)) ADD_FAILURE() << "openpty failed";
   }
-  bool HangUpFailsReads() const override { return true; }
   std::u16string PortName() const override { return platform::Utf8ToUtf16(path_); }
   std::string Settings() override { return receiver_.Settings(); }
   void Send(const std::string& bytes) override { ASSERT_TRUE(receiver_.Send(bytes)); }
   std::string Receive(size_t max, uint32_t waitMs) override { return receiver_.Receive(max, int(waitMs)); }
-  void HangUp() override { receiver_.HangUp(); }
 
  private:
   PtyReceiver receiver_;

@@ -38,14 +38,9 @@ class RemotePortPeer final : public PortPeer {
   }
 
   ~RemotePortPeer() override {
-    if (socket_ != INVALID_SOCKET) {
-      Command("HANGUP");
-      closesocket(socket_);
-    }
+    if (socket_ != INVALID_SOCKET) closesocket(socket_);
     WSACleanup();
   }
-
-  bool HangUpFailsReads() const override { return false; }
 
   std::u16string PortName() const override { return name_; }
 
@@ -56,8 +51,6 @@ class RemotePortPeer final : public PortPeer {
   std::string Receive(size_t max, uint32_t waitMs) override {
     return Unhex(Command("RECV " + std::to_string(max) + " " + std::to_string(waitMs)));
   }
-
-  void HangUp() override { Command("HANGUP"); }
 
  private:
   // Sends one command line and returns what follows "OK " in the answer.
