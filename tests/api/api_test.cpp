@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstring>
 #include <new>
 #include <string>
 #include <thread>
@@ -136,26 +135,6 @@ TEST(ComPortApi, TheCollectionListsPortsAndRefusesIndexesOutsideIt) {
   EXPECT_EQ(KavoMobileGPS_GetLastError(), 0u);
   EXPECT_EQ(std::u16string(reinterpret_cast<const char16_t*>(COMPortInfo_GetName(port))), u"COM95:")
       << "a port outlives its collection";
-  COMPortInfo_Release(port);
-}
-
-TEST(ComPortApi, SettingsOutsideTheTablesAreNotReadOut) {
-  const COMPortParams accepted{110, 1, 1, 0}, created{9600, 2, 2, 7};
-  const KavoChar name[] = {'C', 'O', 'M', '1', 0};
-  COMPortInfoHandle port = COMPortInfo_Create(name, &created);
-  COMPortParams read{-1, -1, -1, -1};
-  ASSERT_EQ(COMPortInfo_SetParams(port, &accepted), 1);
-  ASSERT_EQ(COMPortInfo_GetParams(port, &read), 1);
-  EXPECT_EQ(std::memcmp(&read, &accepted, sizeof read), 0);
-  for (auto spoil : {+[](COMPortInfo& p) { p.BaudRate = 300; }, +[](COMPortInfo& p) { p.Parity = 5; },
-                     +[](COMPortInfo& p) { p.StopBits = 3; }}) {
-    ASSERT_EQ(COMPortInfo_SetParams(port, &accepted), 1);
-    spoil(*PortInfo(port));
-    read = {-1, -1, -1, -1};
-    EXPECT_EQ(COMPortInfo_GetParams(port, &read), 0);
-    EXPECT_EQ(KavoMobileGPS_GetLastError(), 160u);
-    EXPECT_EQ(read.BaudRate, -1);
-  }
   COMPortInfo_Release(port);
 }
 
