@@ -162,18 +162,5 @@ TEST(KavogpsTool, EachFailureHasItsMessageAndCodeAndLeavesNoFile) {
   }
 }
 
-TEST(KavogpsTool, EveryCommandHasHelpWithinEightyColumnsAndItsVersion) {
-  const std::string version = RunInProcess({"--version"}).out;
-  EXPECT_TRUE(std::regex_match(version, std::regex("kavogps [0-9]+\\.[0-9]+\\.[0-9]+\n"))) << version;
-  for (const char* command : {"play", "ports", "find", "monitor", "simulate", "serve"}) {
-    SCOPED_TRACE(command);
-    const ToolRun run = RunInProcess({command, "--help"});
-    EXPECT_TRUE(run.code == 0 && Contains(run.out, std::string("Usage: kavogps ") + command)) << run.out;
-    EXPECT_TRUE(Contains(run.out, "5  no GPS receiver found")) << run.out;
-    for (const std::string& line : Lines(run.out)) EXPECT_LE(line.size(), 80u) << line;
-    EXPECT_EQ(RunInProcess({command, "--version"}).out, version);
-  }
-}
-
 }  // namespace
 }  // namespace kavo::test
