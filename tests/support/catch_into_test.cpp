@@ -7,8 +7,7 @@
 namespace kavo {
 namespace {
 
-// What each kind of throw leaves in the record; the texts show whether the
-// raised record was kept whole or the code's standard text filled in.
+// What each kind of throw leaves in the record, raised text or standard.
 TEST(CatchInto, ClassifiesWhatTheBodyThrows) {
   using Body = void (*)();
   const struct {

@@ -1,6 +1,4 @@
-// The commands in-process: play reports what a recording holds, epoch by
-// epoch, read as the receiver options say; each failure says why, has its
-// own code and leaves nothing behind.
+// The commands in-process: play's reports and each command's failures.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -31,8 +29,7 @@ const char kRecording[] =
     "$GPRMC,100002.00,V,,,,,,,140524,,,N*78\r\n"
     "$GPVTG,,T,,M,,N,,K,N*2C\r\n";
 
-// Each epoch's TPV; one whose end reached the library with the next epoch
-// leaves out what the record did not hold (a slow machine), never mixing.
+// Each epoch's TPV; on a slow machine one may lack fields, never mix epochs.
 const std::vector<std::pair<std::string, std::string>> kTpvs = {
     {"T10:00:00", "\"mode\":3,\"status\":1,\"time\":\"2024-05-14T10:00:00.000Z\",\"lat\":48.1173,\"lon\":11.5167,"
                  "\"alt\":520,\"altMSL\":520,\"altHAE\":558.8,\"geoidSep\":38.8,\"speed\":0,\"track\":233.4,"

@@ -1,7 +1,4 @@
-// The program as a user runs it: read by a pipe that closes early, writing
-// to a full device, stopped by signals; ports, find and monitor against
-// receivers on pseudo-terminals, on a machine modelled by a registry file
-// (KAVOGPS_REGISTRY).
+// The program as a user runs it, with receivers on pseudo-terminals.
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>

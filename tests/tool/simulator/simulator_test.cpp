@@ -1,6 +1,4 @@
 // The simulated receiver's output: well-formed and in a receiver's order.
-// The bundled recordings pin each seed's run, what the sentences say and
-// the recording encodings.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -11,9 +9,8 @@
 namespace kavo::sim {
 namespace {
 
-// Empty when `line` is a well-formed sentence: "$", printable ASCII, at
-// most 82 characters, and a "*" with the two upper-case hex digits of the
-// XOR of the body at the end. Written apart from the simulator's formatting.
+// Empty when `line` is a well-formed sentence: at most 82 printable ASCII
+// characters from "$" to "*" and the upper-case hex XOR of the body.
 std::string SentenceProblem(const std::string& line) {
   if (line.size() < 4 || line.size() > 82 || line[0] != '$') return "wrong start or length";
   for (unsigned char c : line)
