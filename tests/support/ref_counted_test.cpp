@@ -8,8 +8,7 @@ namespace {
 class Readable : public virtual RefCounted {};
 class Pausable : public virtual RefCounted {};
 
-// One object behind two counted interfaces, as a playback is a source and a
-// control at once; it counts its own destruction.
+// One object behind two counted interfaces; it counts its destructions.
 class Component final : public Readable, public Pausable {
  public:
   explicit Component(int* destroyed) : destroyed_(destroyed) {}

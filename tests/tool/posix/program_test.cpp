@@ -1,7 +1,4 @@
-// The program as a user runs it: read by a pipe that closes early, writing
-// to a full device, stopped by signals; ports, find and monitor against
-// receivers on pseudo-terminals, on a machine modelled by a registry file
-// (KAVOGPS_REGISTRY).
+// The program as a user runs it, with receivers on pseudo-terminals.
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -110,17 +107,6 @@ TEST(KavogpsPorts, ListAndSearchTellEachPortsDeviceAndWhyOneCannotBeOpened) {
   EXPECT_TRUE(Contains(find.err, "Skipped COM9: it is busy: another program is using it\n"
                                  "Skipped COM8: there is no such device"))
       << find.err;
-
-  // A machine description that cannot be used is told, not taken for a
-  // machine without ports.
-  dir.Write("bad.reg", "[HKEY_LOCAL_MACHINE\\Drivers]\r\n");
-  for (const auto& [command, file] : {std::make_pair("ports", "absent.reg"), std::make_pair("find", "bad.reg")}) {
-    const ProcessResult bad = RunProcess(KAVOGPS_TOOL, {command}, {{"KAVOGPS_REGISTRY", dir.File(file)}});
-    EXPECT_EQ(bad.code, cli::kExitFile) << bad.err;
-    EXPECT_TRUE(Contains(bad.err, std::string("kavogps ") + command + ": KAVOGPS_REGISTRY names '" +
-                                      dir.File(file) + (file[0] == 'a' ? "', which does not exist" : "', which is not")))
-        << bad.err;
-  }
 }
 
 TEST(KavogpsMonitor, FollowsAReceiverByItsLongNameUntilItIsUnplugged) {

@@ -57,7 +57,6 @@ TEST(Protocol, EachRequestLineIsAnsweredOnItsOwn) {
     std::vector<std::string> classes;
   } cases[] = {
       {"?VERSION;", {"VERSION"}},
-      {"?DEVICES;\r", {"DEVICES"}},
       {"?VERSION;?DEVICES;", {"VERSION", "DEVICES"}},
       {"?VERSION", {"VERSION"}},
       {"", {}},

@@ -90,8 +90,7 @@ TEST_F(ServerTest, AClientThatDoesNotReadLosesItsOldestLinesNotTheNewest) {
   auto stalled = Watcher();
   auto reader = Watcher();
   int sent = 0;
-  // Until the server had to drop lines for the stalled client (the hang
-  // guard: far more than any socket buffers hold).
+  // Until lines are dropped for the stalled client (the bound: a hang guard).
   while (server_->DroppedLines() == 0 && sent < 20000) {
     server_->Epoch(Tpv(sent++, 4000), "");
     ASSERT_EQ(reader->Object()["n"], sent - 1);
