@@ -70,9 +70,12 @@ class Client : public std::enable_shared_from_this<Client> {
                        " characters"));
         continue;
       }
-      for (const std::string& answer : protocol_.Answer(line.text, server_.State())) Send(answer);
+      const std::vector<std::string> answers = protocol_.Answer(line.text, server_.State());
+      // Counted before the answer goes: a client told it watches sentences
+      // gets the next one.
+      server_.CountNmeaWatcher(&nmeaCounted_, open_ && protocol_.WantsNmea());
+      for (const std::string& answer : answers) Send(answer);
     }
-    server_.CountNmeaWatcher(&nmeaCounted_, open_ && protocol_.WantsNmea());
     if (open_) Read();
   }
 
