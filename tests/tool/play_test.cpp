@@ -144,6 +144,7 @@ TEST(KavogpsTool, EachFailureHasItsMessageAndCodeAndLeavesNoFile) {
       {{"monitor", "COM3", "--baud", "300"}, cli::kExitUsage, "invalid value '300' for --baud: expected 110, 1200"},
       {{"monitor", "COM3", "--nmea", "--json"}, cli::kExitUsage, "choose one"},
       {{"monitor", "/dev/serial/by-id/usb-none-if00", "--gpx", gpx}, cli::kExitUsage, "too long, even as the device"},
+      {{"serve", "--port", "/dev/serial/by-id/usb-none-if00"}, cli::kExitUsage, "too long, even as the device"},
       {{"find", "--all"}, cli::kExitUsage, "unknown option '--all'"},
       {{"play", "--talkers", "G"}, cli::kExitUsage, "invalid value 'G'"},
       {{"monitor", "COM3", "--talkers", "GP,"}, cli::kExitUsage, "invalid value 'GP,'"},
