@@ -213,8 +213,10 @@ void PtyReceiver::HandlePortEvents() {
   // The kernel merges identical events queued back to back (opens from
   // several threads, say) and drops them when its queue overflows, so the
   // events only say that readers came or went; after a close the readers
-  // are counted where the system keeps them.
-  const int readers = closedOrLost ? CountReaders() : -1;
+  // are counted where the system keeps them. An open is announced before
+  // its descriptor shows there, so a count of none after one is too early.
+  int readers = closedOrLost ? CountReaders() : -1;
+  if (opened && readers == 0) readers = 1;
   std::lock_guard<std::mutex> lock(mutex_);
   counters_.readers = readers >= 0 ? readers : std::max(counters_.readers, 0) + 1;
 }
