@@ -17,7 +17,9 @@ constexpr uint32_t kPollMs = 50;
 // and watch for the end: fewer wake-ups.
 constexpr uint32_t kPollMsWhileCallbacksDrain = 200;
 constexpr std::chrono::microseconds kSpinFor{500};
-constexpr uint64_t kNotificationIntervalMs = 100;  // the library's, fixed
+// The library holds a data callback back for its notification interval
+// (100 ms, fixed) after the last one; a little later the next one comes.
+constexpr uint64_t kDataCallbackDueAfterMs = 120;
 
 // A sentence with the state before it, or a reading of the newest state.
 struct Event {
@@ -48,26 +50,31 @@ Shared& Active() {
   return shared;
 }
 
-void Record(const KavoChar* sentence) {
+// Queues `sentence` with the state before it, or (null) a reading of the
+// newest state, `fromData` when the data callback asks; returns the session
+// that drains on callbacks, if one runs.
+DriverSession* Record(const KavoChar* sentence, bool fromData = false) {
   Shared& shared = Active();
   std::lock_guard<std::mutex> lock(shared.mutex);
-  if (!shared.driver) return;
+  if (!shared.driver) return nullptr;
   Event event;
+  event.ms = NowMs();
+  if (fromData) shared.lastDataMs = event.ms;
   if (sentence) {
     ++shared.sentences;
     event.sentence = FromLibraryText(sentence);
     while (!event.sentence.empty() && (event.sentence.back() == '\n' || event.sentence.back() == '\r'))
       event.sentence.pop_back();
-    if (event.sentence.empty()) return;
+    if (event.sentence.empty()) return shared.inline_;
   }
-  if (!TakeReading(shared.driver, &event.reading)) return;
-  event.ms = NowMs();
+  if (!TakeReading(shared.driver, &event.reading)) return shared.inline_;
   // A data callback follows a chunk's sentences unless the library holds it
-  // back (one per notification interval): while it comes, it drains them
-  // and the session's thread need not wake for each sentence.
-  const bool drainedSoon = shared.inline_ && event.ms - shared.lastDataMs > kNotificationIntervalMs + 20;
+  // back: while it comes, it drains them and the session's thread need not
+  // wake for each sentence.
+  const bool drainedSoon = shared.inline_ && event.ms - shared.lastDataMs > kDataCallbackDueAfterMs;
   shared.events.push_back(std::move(event));
   if (!sentence || !drainedSoon) shared.queued.notify_one();
+  return shared.inline_;
 }
 
 }  // namespace
@@ -75,19 +82,9 @@ void Record(const KavoChar* sentence) {
 // Lets the callbacks drain a session that asked for it.
 struct SessionAccess {
   static void RecordAndDrain(bool data) {
-    if (data) {
-      std::lock_guard<std::mutex> lock(Active().mutex);
-      Active().lastDataMs = NowMs();
-    }
-    Record(nullptr);
-    DriverSession* session = nullptr;
-    {
-      std::lock_guard<std::mutex> lock(Active().mutex);
-      session = Active().inline_;
-    }
-    // Stop clears the pointer before it joins this thread, so the session
+    // Stop clears the session before it joins this thread, so the session
     // outlives this call.
-    if (session) session->Drain();
+    if (DriverSession* session = Record(nullptr, data)) session->Drain();
   }
 };
 

@@ -89,11 +89,10 @@ class Client : public std::enable_shared_from_this<Client> {
     std::error_code error;
     size_t sent = socket_.write_some(buffers, error);
     if (error && error != asio::error::would_block) return Close();
-    while (!buffers.empty() && sent >= buffers.front().size()) {
-      sent -= buffers.front().size();
-      buffers.erase(buffers.begin());
-    }
-    if (buffers.empty()) return inFlight_.clear();
+    size_t done = 0;  // lines sent whole
+    while (done < buffers.size() && sent >= buffers[done].size()) sent -= buffers[done++].size();
+    if (done == buffers.size()) return inFlight_.clear();
+    buffers.erase(buffers.begin(), buffers.begin() + static_cast<std::ptrdiff_t>(done));
     buffers.front() += sent;
     writing_ = true;
     asio::async_write(socket_, buffers, [self = shared_from_this()](std::error_code error, size_t) {
