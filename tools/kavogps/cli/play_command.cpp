@@ -57,12 +57,8 @@ bool ParsePlayArguments(const Arguments& args, PlaySettings* s, std::string* err
     else if (!reader.IsOption() && s->file.empty()) s->file = name;
     else ok = reader.Unknown();
   }
-  if (!ok) *error = reader.Error();
-  if (ok && s->output.json && s->output.nmea) {
-    *error = "--json and --nmea are two kinds of output: choose one";
-    return false;
-  }
-  return ok;
+  *error = ok ? OutputOptionsConflict(s->output) : reader.Error();
+  return ok && error->empty();
 }
 
 namespace {

@@ -16,6 +16,10 @@ bool ReadOutputOption(OptionReader& reader, OutputOptions* options, bool* ok) {
   return true;
 }
 
+std::string OutputOptionsConflict(const OutputOptions& options) {
+  return options.json && options.nmea ? "--json and --nmea are two kinds of output: choose one" : "";
+}
+
 std::string OutputOptionsHelp(size_t column) {
   const std::string indent(column, ' ');
   const auto option = [&](const std::string& name) {

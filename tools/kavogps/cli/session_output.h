@@ -26,6 +26,8 @@ struct OutputOptions {
 // Reads --json, --nmea, --gpx, --talkers or --checksums when the reader
 // stands on one of them: true when it did (`*ok` false for a bad value).
 bool ReadOutputOption(OptionReader& reader, OutputOptions* options, bool* ok);
+// Why the options cannot go together; empty when they can.
+std::string OutputOptionsConflict(const OutputOptions& options);
 // Their help, descriptions starting at `column`.
 std::string OutputOptionsHelp(size_t column);
 
