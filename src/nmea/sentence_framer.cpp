@@ -24,11 +24,6 @@ Parser FindParserOfType(WideView sentence) {
   return nullptr;
 }
 
-Parser FindParser(WideView sentence) {
-  if (sentence.size() < 6 || sentence.compare(0, 3, u"$GP") != 0) return nullptr;
-  return FindParserOfType(sentence);
-}
-
 // Runs a parser; 0 when it rejected a value.
 int RunParser(Parser parse, WideView sentence, ReceiverState& state) {
   try {
@@ -54,12 +49,7 @@ class ChunkScope {
 
 }  // namespace
 
-int Dispatch(WideView sentence, ReceiverState& state) {
-  const Parser parse = FindParser(sentence);
-  return parse ? RunParser(parse, sentence, state) : 0;
-}
-
-int SentenceFramer::DispatchLine(WideView line, ReceiverState& state) {
+int SentenceFramer::Dispatch(WideView line, ReceiverState& state) {
   if (line.size() < 6 || line[0] != u'$' || !options_.Accepts(line[1], line[2])) return 0;
   const Parser parse = FindParserOfType(line);
   if (!parse) return 0;
@@ -130,7 +120,7 @@ void SentenceFramer::TakeLine(WideView head, WideView tail, ReceiverState& state
   std::copy(tail.begin(), tail.end(), line_.get() + head.size());
   line_[length] = u'\0';
   const WideView line(line_.get(), length);
-  if (!DispatchLine(line, state)) return;
+  if (!Dispatch(line, state)) return;
   sentences_.Append(line);
   state.SetSentencesSeen();
   state.SetStatus(0);

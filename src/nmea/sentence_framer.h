@@ -19,12 +19,6 @@
 
 namespace kavo::nmea {
 
-// Runs the parser of a "$GPGGA", "$GPGSV", "$GPRMC", "$GPGSA" or "$GPVTG"
-// sentence. 1 when the sentence is one of them and its parser ran; 0 for
-// anything else, and for a sentence whose parser rejected a value (logged
-// as "Exception on parsing: ...").
-int Dispatch(WideView sentence, ReceiverState& state);
-
 class SentenceFramer {
  public:
   explicit SentenceFramer(const ReceiverOptions& options = ReceiverOptions()) : options_(options) {}
@@ -50,7 +44,11 @@ class SentenceFramer {
   void TakeLine(WideView head, WideView tail, ReceiverState& state);
   void KeepTail(bool afterLeftover, WideView rest);
   int Failed(ReceiverState& state);
-  int DispatchLine(WideView line, ReceiverState& state);
+  // Runs the parser of a GGA, GSV, RMC, GSA or VTG sentence from an
+  // accepted talker whose checksum passes: 1 when it ran; 0 for anything
+  // else, and for a sentence whose parser rejected a value (logged as
+  // "Exception on parsing: ...").
+  int Dispatch(WideView line, ReceiverState& state);
 
   char16_t leftover_[kMaxLeftover + 1] = {};
   size_t leftoverLength_ = 0;
