@@ -49,7 +49,6 @@ class StoreTest : public testing::Test {
     for (const std::string& line : lines) text += line + "\r\n";
     return store_.ProcessChunk(W(text));
   }
-  int Feed(const std::string& line) { return Feed(std::vector<std::string>{line}); }
 
   std::vector<WideString> Recognised() const {
     std::vector<WideString> texts;

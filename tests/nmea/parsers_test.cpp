@@ -75,7 +75,7 @@ TEST(CommaDecimalLocale, ChangesNothing) {
 }
 
 TEST_F(ParsersTest, WorkedGgaStoresEveryFieldExactlyAndOnlyChangesCount) {
-  ASSERT_EQ(Feed(kWorkedGga), 1);
+  ASSERT_EQ(Feed({kWorkedGga}), 1);
   const GPSLocation& l = Location();
   EXPECT_EQ(l.Longitude, Degrees(1131.000));
   EXPECT_NEAR(l.Latitude, 48.1173, 1e-12);
@@ -86,9 +86,9 @@ TEST_F(ParsersTest, WorkedGgaStoresEveryFieldExactlyAndOnlyChangesCount) {
   EXPECT_EQ(l.ValidFlags, 0x563u);
   EXPECT_EQ(store_.UpdateMask(), 0x33u);
   EXPECT_EQ(Recognised(), std::vector<WideString>{W(kWorkedGga + "\r")});
-  Feed(kWorkedGga);  // the same fix again changes nothing
+  Feed({kWorkedGga});  // the same fix again changes nothing
   EXPECT_EQ(store_.UpdateMask(), 0u);
-  Feed("$GPGGA,123520,4807.038,N,01131.000,E,1,08,0.9,545.5,M,46.9,M,,*47");
+  Feed({"$GPGGA,123520,4807.038,N,01131.000,E,1,08,0.9,545.5,M,46.9,M,,*47"});
   EXPECT_EQ(store_.UpdateMask(), GPS_CHANGED_ALTITUDE);
 }
 
@@ -98,8 +98,8 @@ TEST_F(ParsersTest, HemispheresAndFixQualities) {
       {"N", true, "0", 0},  {"E", true, "2", 2},  {"S", false, "8", 8},  {"s", false, "9", 1},
       {"", false, "-3", 1}, {"n", false, "", 0}, {"N ", false, "4x", 4}, {"W", false, "1", 1}};
   for (const auto& [hemisphere, positive, quality, expected] : cases) {
-    Feed(std::string("$GPGGA,123519,4807.038,") + hemisphere + ",01131.000," + hemisphere + "," + quality +
-         ",08,0.9,545.4,M,46.9,M,,");
+    Feed({std::string("$GPGGA,123519,4807.038,") + hemisphere + ",01131.000," + hemisphere + "," + quality +
+         ",08,0.9,545.4,M,46.9,M,,"});
     EXPECT_EQ(Location().Latitude, Degrees(4807.038, positive)) << '"' << hemisphere << '"';
     EXPECT_EQ(Location().Longitude, Degrees(1131.0, positive)) << '"' << hemisphere << '"';
     EXPECT_EQ(Location().FixQuality, expected) << quality;
@@ -107,42 +107,42 @@ TEST_F(ParsersTest, HemispheresAndFixQualities) {
 }
 
 TEST_F(ParsersTest, RmcDatesPivotAt1971AndItsStatusDecidesTheFix) {
-  Feed("$GPRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,230394,003.1,W*6A");
+  Feed({"$GPRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,230394,003.1,W*6A"});
   EXPECT_EQ(Location().Time, OleDate(34416, 12, 35, 19));  // 23 March 1994
   EXPECT_EQ(Location().TimeType, GPS_TIME_FULL);
   EXPECT_EQ(Location().Speed, 22.4 * kKnots);
   EXPECT_EQ(Location().Course, 84.4 * kRadians);
   EXPECT_EQ(Location().ValidFlags, 0x00Fu);
-  Feed("$GPGGA,134501.25,4807.038,N,01131.000,E,4,08,0.9,545.4,M,46.9,M,,*47");
+  Feed({"$GPGGA,134501.25,4807.038,N,01131.000,E,4,08,0.9,545.4,M,46.9,M,,*47"});
   EXPECT_EQ(Location().Time, OleDate(34416, 13, 45, 1));  // a later GGA keeps the date
-  Feed("$GPRMC,000000,A,4807.038,N,01131.000,E,,,230370,,*6A");
+  Feed({"$GPRMC,000000,A,4807.038,N,01131.000,E,,,230370,,*6A"});
   EXPECT_EQ(Location().Time, OleDate(62175, 0, 0, 0));  // 23 March 2070
   EXPECT_EQ(Location().FixQuality, 4);  // an active RMC keeps GGA's better quality
-  Feed("$GPRMC,123521,V,4900.000,S,01131.000,W,1.5,10.0,230394,,*7B");
+  Feed({"$GPRMC,123521,V,4900.000,S,01131.000,W,1.5,10.0,230394,,*7B"});
   EXPECT_EQ(Location().FixQuality, 0);  // void, yet the position is stored
   EXPECT_EQ(Location().Latitude, Degrees(4900.0, false));
   EXPECT_EQ(store_.UpdateMask(), 0x25u);
-  Feed("$GPGGA,,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,");
+  Feed({"$GPGGA,,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,"});
   EXPECT_EQ(Location().Time, OleDate(kToday, 9, 0, 0));  // no time: the local clock
   EXPECT_EQ(Location().TimeType, GPS_TIME_LOCAL_CLOCK);
 }
 
 TEST_F(ParsersTest, GsaStoresOnlyChangedDilutionsAndFlagsThem) {
-  Feed("$GPGSA,A,3,04,05,,09,12,,,24,,,,,2.5,1.3,2.1*39");
+  Feed({"$GPGSA,A,3,04,05,,09,12,,,24,,,,,2.5,1.3,2.1*39"});
   EXPECT_EQ(std::make_tuple(Location().PDOP, Location().HDOP, Location().VDOP), std::make_tuple(2.5, 1.3, 2.1));
   EXPECT_EQ(Location().ValidFlags, 0x380u);
   EXPECT_EQ(store_.UpdateMask(), GPS_CHANGED_PRECISION);
-  Feed("$GPGSA,A,3,04,05,,09,12,,,24,,,,,2.5,1.3,2.1*39");
+  Feed({"$GPGSA,A,3,04,05,,09,12,,,24,,,,,2.5,1.3,2.1*39"});
   EXPECT_EQ(store_.UpdateMask(), 0u);
   store_.Reset();
-  Feed("$GPGSA,A,3,04,05,,09,12,,,24,,,,,2.5,0,0");
+  Feed({"$GPGSA,A,3,04,05,,09,12,,,24,,,,,2.5,0,0"});
   ASSERT_EQ(Location().ValidFlags, 0x080u);  // the zeros equal what was stored
   // Damage reads as 0, quietly: PDOP must be a number to its end, HDOP and
   // VDOP need only begin with one (no checksum leaves the line end on VDOP).
   const std::tuple<const char*, double, double, double> cases[] = {
       {",1.3x,2.1", 0.0, 1.3, 2.1}, {"2.5,x1.3,nan", 2.5, 0.0, 0.0}, {"x,,", 0.0, 0.0, 0.0}};
   for (const auto& [dops, pdop, hdop, vdop] : cases) {
-    Feed(std::string("$GPGSA,A,3,04,05,,09,12,,,24,,,,,") + dops);
+    Feed({std::string("$GPGSA,A,3,04,05,,09,12,,,24,,,,,") + dops});
     EXPECT_EQ(std::make_tuple(Location().PDOP, Location().HDOP, Location().VDOP), std::make_tuple(pdop, hdop, vdop))
         << dops;
   }
@@ -150,11 +150,11 @@ TEST_F(ParsersTest, GsaStoresOnlyChangedDilutionsAndFlagsThem) {
 }
 
 TEST_F(ParsersTest, VtgStoresCourseAndSpeedTogether) {
-  Feed("$GPVTG,054.7,T,034.4,M,005.5,N,010.2,K*48");
+  Feed({"$GPVTG,054.7,T,034.4,M,005.5,N,010.2,K*48"});
   EXPECT_EQ(std::make_tuple(Location().Course, Location().MagneticCourse, Location().Speed),
             std::make_tuple(54.7 * kRadians, 34.4 * kRadians, 5.5 * kKnots));
   EXPECT_EQ(Location().ValidFlags, 0x01Cu);
-  Feed("$GPVTG,054.7,T,,M,005.5,N,010.2,K*48");
+  Feed({"$GPVTG,054.7,T,,M,005.5,N,010.2,K*48"});
   EXPECT_EQ(Location().MagneticCourse, 0.0);
   EXPECT_EQ(store_.UpdateMask(), GPS_CHANGED_MOTION);
 }
@@ -169,7 +169,7 @@ TEST_F(ParsersTest, GsvCyclesArePublishedOnTheirLastMessage) {
   Feed({first, second});
   EXPECT_EQ(Satellites().Count, 0);
   clock_.SetLocalTime({2026, 11, 0, 22, 9, 30, 15, 999});  // stamped to the whole second
-  Feed(Gsv(3, 3, ",25,28,045,36"));  // short last message
+  Feed({Gsv(3, 3, ",25,28,045,36")});  // short last message
   ASSERT_EQ(Satellites().Count, 9);
   EXPECT_EQ(store_.UpdateMask(), GPS_CHANGED_SATELLITES);
   EXPECT_EQ(Satellites().Time, OleDate(kToday, 9, 30, 15));
@@ -182,7 +182,7 @@ TEST_F(ParsersTest, GsvCyclesArePublishedOnTheirLastMessage) {
   EXPECT_EQ(Satellites().Satellites[8].SNR, 37);
   EXPECT_EQ(Satellites().Time, OleDate(kToday, 9, 30, 15));
   // A different count replaces the table and its time.
-  Feed(Gsv(1, 1, ",01,40,083,46,02,17,308,41"));
+  Feed({Gsv(1, 1, ",01,40,083,46,02,17,308,41")});
   EXPECT_EQ(Satellites().Count, 2);
   EXPECT_EQ(Satellites().Time, OleDate(kToday, 9, 31, 0));
   // Only the first twelve are kept, and order is not checked: a cycle
@@ -193,7 +193,7 @@ TEST_F(ParsersTest, GsvCyclesArePublishedOnTheirLastMessage) {
     for (int i = 0; i < 4; ++i) blocks += "," + std::to_string(message * 10 + i) + ",10,100,30";
     cycle.push_back(Gsv(4, message, blocks));
   }
-  Feed(cycle);
+  Feed({cycle});
   ASSERT_EQ(Satellites().Count, 12);
   EXPECT_EQ(Satellites().Satellites[11].PRN, 33);
   Feed({Gsv(3, 1, ",01,10,100,30"), Gsv(3, 2, ",02,10,100,30"), Gsv(2, 2, ",03,10,100,30")});
@@ -202,7 +202,7 @@ TEST_F(ParsersTest, GsvCyclesArePublishedOnTheirLastMessage) {
 }
 
 TEST_F(ParsersTest, RejectedFieldsAreLoggedOnOneLineAndKeepEarlierValues) {
-  Feed(kWorkedGga);
+  Feed({kWorkedGga});
   const GPSLocation before = Location();
   const char* rejected[] = {
       "$GPGGA,240000,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,",  // hour 24
@@ -223,27 +223,27 @@ TEST_F(ParsersTest, RejectedFieldsAreLoggedOnOneLineAndKeepEarlierValues) {
   };
   for (const char* sentence : rejected) {
     LogCapture log;
-    EXPECT_EQ(Feed(sentence), 1) << sentence;
+    EXPECT_EQ(Feed({sentence}), 1) << sentence;
     EXPECT_TRUE(Recognised().empty()) << sentence;
     EXPECT_EQ(log.Text().rfind(u"Exception on parsing: ", 0), 0u) << log.Utf8();
     EXPECT_EQ(log.Text().find_first_of(u"\r\n"), log.Text().size() - 1) << log.Utf8();
     EXPECT_TRUE(SameBits(&Location(), &before, sizeof before)) << sentence;
   }
   LogCapture log;
-  Feed("$GPRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,300294,,");
+  Feed({"$GPRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,300294,,"});
   EXPECT_TRUE(log.Contains(u"error -16")) << log.Utf8();
 }
 
 TEST_F(ParsersTest, OverlongFieldsEndTheSentenceQuietly) {
   const std::string lat19 = "4807.03800000000000";  // the most a coordinate may have
-  Feed("$GPGGA,123519," + lat19 + ",N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,");
+  Feed({"$GPGGA,123519," + lat19 + ",N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,"});
   const GPSLocation before = Location();
   EXPECT_EQ(before.Latitude, Degrees(4807.038));
   for (const std::string& sentence :
        {"$GPGGA,123519," + lat19 + "0,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,",
         "$GPGGA,123519,4807.038,N,01131.000,E,1,08," + std::string(256, '1') + ",545.4,M,46.9,M,,",
         std::string("$GPRMC,123519.0000000000000,A,4807.038,N,01131.000,E,022.4,084.4,230394,,")}) {
-    Feed(sentence);
+    Feed({sentence});
     EXPECT_EQ(Recognised().size(), 1u);  // the parser ran
     EXPECT_TRUE(SameBits(&Location(), &before, sizeof before)) << sentence.substr(0, 40);
   }
