@@ -73,7 +73,10 @@ DriverSession* Record(const KavoChar* sentence, bool fromData = false) {
   // wake for each sentence.
   const bool drainedSoon = shared.inline_ && event.ms - shared.lastDataMs > kDataCallbackDueAfterMs;
   shared.events.push_back(std::move(event));
-  if (!sentence || !drainedSoon) shared.queued.notify_one();
+  // The data callback that drains needs no one woken; a status change may
+  // end the session, so that thread hears of it at once.
+  const bool drainsNow = fromData && shared.inline_;
+  if ((!sentence && !drainsNow) || (sentence && !drainedSoon)) shared.queued.notify_one();
   return shared.inline_;
 }
 
