@@ -38,8 +38,10 @@ class InterruptWatch {
   InterruptWatch(const InterruptWatch&) = delete;
   InterruptWatch& operator=(const InterruptWatch&) = delete;
 
-  // Waits up to `ms`; true once an interruption came.
+  // Waits up to `ms`, less after a Wake; true once an interruption came.
   bool Wait(uint32_t ms);
+  // Ends the Wait under way, or else the next one, early. Any thread.
+  void Wake();
 
  private:
   struct State;

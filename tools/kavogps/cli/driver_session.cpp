@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <mutex>
 #include <ostream>
 #include <thread>
@@ -13,9 +12,9 @@ namespace kavo::cli {
 namespace {
 
 constexpr uint32_t kPollMs = 50;
-// When the callbacks drain, the session's own polls only close quiet epochs
-// and watch for the end: fewer wake-ups.
-constexpr uint32_t kPollMsWhileCallbacksDrain = 200;
+// When the callbacks drain, the session's thread is woken for what they
+// cannot do; its own polls only close epochs that went quiet.
+constexpr uint32_t kPollMsWhileCallbacksDrain = 1000;
 constexpr std::chrono::microseconds kSpinFor{500};
 // The library holds a data callback back for its notification interval
 // (100 ms, fixed) after the last one; a little later the next one comes.
@@ -37,7 +36,7 @@ uint64_t NowMs() {
 // What the callbacks share with the session's thread.
 struct Shared {
   std::mutex mutex;
-  std::condition_variable queued;
+  InterruptWatch* waiter = nullptr;  // where the session's thread waits, while it runs
   GPSDriverHandle driver = nullptr;  // set while a session runs
   DriverSession* inline_ = nullptr;  // set while a session drains on callbacks
   uint64_t lastDataMs = 0;            // when the data callback last came
@@ -50,16 +49,18 @@ Shared& Active() {
   return shared;
 }
 
-// Queues `sentence` with the state before it, or (null) a reading of the
-// newest state, `fromData` when the data callback asks; returns the session
-// that drains on callbacks, if one runs.
-DriverSession* Record(const KavoChar* sentence, bool fromData = false) {
+// Who records: what it queues, and whether the session's thread must wake.
+enum class Recorder { kSentence, kStatus, kData, kSession };
+
+// Queues a sentence with the state before it, or (null) a reading of the
+// newest state; returns the session that drains on callbacks, if one runs.
+DriverSession* Record(Recorder recorder, const KavoChar* sentence = nullptr) {
   Shared& shared = Active();
   std::lock_guard<std::mutex> lock(shared.mutex);
   if (!shared.driver) return nullptr;
   Event event;
   event.ms = NowMs();
-  if (fromData) shared.lastDataMs = event.ms;
+  if (recorder == Recorder::kData) shared.lastDataMs = event.ms;
   if (sentence) {
     ++shared.sentences;
     event.sentence = FromLibraryText(sentence);
@@ -73,10 +74,16 @@ DriverSession* Record(const KavoChar* sentence, bool fromData = false) {
   // wake for each sentence.
   const bool drainedSoon = shared.inline_ && event.ms - shared.lastDataMs > kDataCallbackDueAfterMs;
   shared.events.push_back(std::move(event));
-  // The data callback that drains needs no one woken; a status change may
-  // end the session, so that thread hears of it at once.
-  const bool drainsNow = fromData && shared.inline_;
-  if ((!sentence && !drainsNow) || (sentence && !drainedSoon)) shared.queued.notify_one();
+  // A data callback that drains needs no one woken; a status change may
+  // end the session, so its thread hears of that at once.
+  bool wake = false;
+  switch (recorder) {
+    case Recorder::kSentence: wake = !drainedSoon; break;
+    case Recorder::kStatus: wake = true; break;
+    case Recorder::kData: wake = !shared.inline_; break;
+    case Recorder::kSession: break;
+  }
+  if (wake && shared.waiter) shared.waiter->Wake();
   return shared.inline_;
 }
 
@@ -87,7 +94,7 @@ struct SessionAccess {
   static void RecordAndDrain(bool data) {
     // Stop clears the session before it joins this thread, so the session
     // outlives this call.
-    if (DriverSession* session = Record(nullptr, data)) session->Drain();
+    if (DriverSession* session = Record(data ? Recorder::kData : Recorder::kStatus)) session->Drain();
   }
 };
 
@@ -95,7 +102,7 @@ namespace {
 
 void OnStatus() { SessionAccess::RecordAndDrain(false); }
 void OnData(uint32_t) { SessionAccess::RecordAndDrain(true); }
-void OnSentence(const KavoChar* sentence) { Record(sentence); }
+void OnSentence(const KavoChar* sentence) { Record(Recorder::kSentence, sentence); }
 
 std::vector<Event> TakeQueued() {
   Shared& shared = Active();
@@ -160,6 +167,10 @@ bool DriverSession::Drain() {
 SessionEnd DriverSession::Run(InterruptWatch& interrupt) {
   using Clock = std::chrono::steady_clock;
   const Clock::time_point start = Clock::now();
+  {
+    std::lock_guard<std::mutex> lock(Active().mutex);
+    Active().waiter = &interrupt;
+  }
   bool delivering = false;  // the status has left "stopped" at least once
   SessionEnd end = SessionEnd::kInterrupted;
   int duePolls = 0;
@@ -186,14 +197,9 @@ SessionEnd DriverSession::Run(InterruptWatch& interrupt) {
     } else {
       wait = std::min(wait, std::chrono::microseconds(250 << std::min(duePolls, 8)));
     }
-    if (wait == wait.zero()) {
-      std::this_thread::yield();
-    } else {
-      std::unique_lock<std::mutex> lock(Active().mutex);
-      Active().queued.wait_for(lock, wait, [] { return !Active().events.empty(); });
-    }
-    const bool interrupted = interrupt.Wait(0);
-    Record(nullptr);
+    if (wait == wait.zero()) std::this_thread::yield();
+    const bool interrupted = interrupt.Wait(static_cast<uint32_t>((wait.count() + 999) / 1000));
+    Record(Recorder::kSession);
     const bool drained = Drain();
     std::lock_guard<std::mutex> lock(draining_);
     for (ReadingView* view : views_) view->Tick();
@@ -236,6 +242,7 @@ void DriverSession::Stop() {
   GPSDriver_Stop(driver_);  // joins the reading thread: no callback runs after this
   std::lock_guard<std::mutex> lock(Active().mutex);
   Active().driver = nullptr;
+  Active().waiter = nullptr;
   Active().events.clear();
 }
 

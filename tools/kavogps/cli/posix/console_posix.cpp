@@ -1,8 +1,10 @@
+#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -37,13 +39,22 @@ std::filesystem::path ExecutablePath() {
   return std::filesystem::read_symlink("/proc/self/exe", error);
 }
 
-// SIGINT and SIGTERM are blocked and collected with sigtimedwait; threads
-// started meanwhile inherit the mask. A closed output pipe shows as a
-// failed write instead of ending the program before it cleans up.
+// SIGINT and SIGTERM are blocked, so threads started meanwhile inherit
+// the mask and never take them; a Wait lets them in for its ppoll alone,
+// where a handler notes them. Wake writes to a pipe that ppoll watches. A
+// closed output pipe shows as a failed write instead of ending the program
+// before it cleans up.
+namespace {
+volatile sig_atomic_t interruptArrived = 0;
+void NoteInterrupt(int) { interruptArrived = 1; }
+}  // namespace
+
 struct InterruptWatch::State {
   sigset_t set{};
   sigset_t previousMask{};
-  struct sigaction previousPipe {};
+  struct sigaction previousPipe {}, previousInt{}, previousTerm{};
+  int wake[2] = {-1, -1};
+  std::atomic<bool> wakePending{false};
   bool interrupted = false;
 };
 
@@ -52,10 +63,17 @@ InterruptWatch::InterruptWatch() : state_(new State) {
   sigaddset(&state_->set, SIGINT);
   sigaddset(&state_->set, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &state_->set, &state_->previousMask);
+  interruptArrived = 0;
+  struct sigaction note {};
+  note.sa_handler = NoteInterrupt;
+  sigemptyset(&note.sa_mask);
+  sigaction(SIGINT, &note, &state_->previousInt);
+  sigaction(SIGTERM, &note, &state_->previousTerm);
   struct sigaction ignore {};
   ignore.sa_handler = SIG_IGN;
   sigemptyset(&ignore.sa_mask);
   sigaction(SIGPIPE, &ignore, &state_->previousPipe);
+  if (pipe2(state_->wake, O_NONBLOCK | O_CLOEXEC) != 0) state_->wake[0] = state_->wake[1] = -1;
 }
 
 InterruptWatch::~InterruptWatch() {
@@ -63,16 +81,40 @@ InterruptWatch::~InterruptWatch() {
   timespec none{0, 0};
   while (sigtimedwait(&state_->set, nullptr, &none) > 0) {
   }
+  sigaction(SIGINT, &state_->previousInt, nullptr);
+  sigaction(SIGTERM, &state_->previousTerm, nullptr);
   sigaction(SIGPIPE, &state_->previousPipe, nullptr);
   pthread_sigmask(SIG_SETMASK, &state_->previousMask, nullptr);
+  for (int fd : state_->wake)
+    if (fd >= 0) close(fd);
   delete state_;
 }
 
 bool InterruptWatch::Wait(uint32_t ms) {
   if (state_->interrupted) return true;
-  timespec wait{static_cast<time_t>(ms / 1000), static_cast<long>(ms % 1000) * 1000000L};
-  if (sigtimedwait(&state_->set, nullptr, &wait) > 0) state_->interrupted = true;
+  sigset_t during = state_->previousMask;
+  sigdelset(&during, SIGINT);
+  sigdelset(&during, SIGTERM);
+  pollfd wake{state_->wake[0], POLLIN, 0};
+  const timespec wait{static_cast<time_t>(ms / 1000), static_cast<long>(ms % 1000) * 1000000L};
+  if (ppoll(&wake, 1, &wait, &during) > 0 && (wake.revents & POLLIN)) {
+    char drained[64];
+    while (read(state_->wake[0], drained, sizeof drained) > 0) {
+    }
+    // Only now: a Wake between the read and this is seen by the caller,
+    // who is awake anyway.
+    state_->wakePending.store(false);
+  }
+  if (interruptArrived) state_->interrupted = true;
   return state_->interrupted;
+}
+
+void InterruptWatch::Wake() {
+  if (state_->wakePending.exchange(true)) return;
+  const char byte = 0;
+  if (write(state_->wake[1], &byte, 1) < 0) {
+    // Full, so a wake is already there; or no pipe, and Wait times out.
+  }
 }
 
 }  // namespace kavo::cli

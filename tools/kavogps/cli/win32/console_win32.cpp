@@ -67,12 +67,14 @@ std::filesystem::path ExecutablePath() {
 }
 
 struct InterruptWatch::State {
-  HANDLE event = nullptr;
+  HANDLE event = nullptr;  // set by the console's handler
+  HANDLE wake = nullptr;   // set by Wake; a Wait resets it
   bool interrupted = false;
 };
 
 InterruptWatch::InterruptWatch() : state_(new State) {
   state_->event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  state_->wake = CreateEventW(nullptr, FALSE, FALSE, nullptr);
   interruptEvent.store(state_->event);
   if (state_->event) SetConsoleCtrlHandler(OnConsoleControl, TRUE);
 }
@@ -83,15 +85,27 @@ InterruptWatch::~InterruptWatch() {
     interruptEvent.store(nullptr);
     CloseHandle(state_->event);
   }
+  if (state_->wake) CloseHandle(state_->wake);
   delete state_;
 }
 
 bool InterruptWatch::Wait(uint32_t ms) {
-  if (!state_->interrupted && state_->event)
-    state_->interrupted = WaitForSingleObject(state_->event, ms) == WAIT_OBJECT_0;
-  else if (!state_->interrupted)
+  if (state_->interrupted) return true;
+  HANDLE handles[2];
+  DWORD count = 0;
+  if (state_->event) handles[count++] = state_->event;
+  if (state_->wake) handles[count++] = state_->wake;
+  if (count == 0) {
     Sleep(ms);
+    return false;
+  }
+  const DWORD result = WaitForMultipleObjects(count, handles, FALSE, ms);
+  state_->interrupted = state_->event && result == WAIT_OBJECT_0;
   return state_->interrupted;
+}
+
+void InterruptWatch::Wake() {
+  if (state_->wake) SetEvent(state_->wake);
 }
 
 }  // namespace kavo::cli
