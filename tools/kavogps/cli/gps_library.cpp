@@ -19,14 +19,17 @@ LibraryText ToLibraryText(const std::string& text) {
 
 std::string FromLibraryText(const KavoChar* text) {
   if (!text) return {};
-  std::u16string wide;
+  std::string ascii;  // sentences and most names: nothing to convert
+  for (; *text && *text < 0x80; ++text) ascii += static_cast<char>(*text);
+  if (!*text) return ascii;
+  std::u16string wide(ascii.begin(), ascii.end());
   for (; *text; ++text) wide += static_cast<char16_t>(*text);
   try {
     return std::filesystem::path(wide).u8string();
   } catch (const std::exception&) {
-    std::string ascii;
-    for (char16_t c : wide) ascii += c < 0x80 ? static_cast<char>(c) : '?';
-    return ascii;
+    std::string replaced;
+    for (char16_t c : wide) replaced += c < 0x80 ? static_cast<char>(c) : '?';
+    return replaced;
   }
 }
 

@@ -13,6 +13,7 @@ bool TakeReading(GPSDriverHandle driver, Reading* reading) {
   if (!state) return false;
   const int32_t count = GPSSatellitesState_GetVisibleSatellitesCount(state.get());
   reading->satellites.clear();
+  reading->satellites.reserve(count > 0 ? static_cast<size_t>(count) : 0);
   for (int32_t i = 0; i < count; ++i) {
     GPSSatellite satellite{};
     if (GPSSatellitesState_GetSatellite(state.get(), i, &satellite)) reading->satellites.push_back(satellite);
