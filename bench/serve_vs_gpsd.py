@@ -1,13 +1,15 @@
 #!/usr/bin/python3
 """`kavogps serve` beside the Debian gpsd daemon, side by side.
 
-  bench/serve_vs_gpsd.py KAVOGPS [--rate HZ] [--seconds S] [--clients 1,10,200]
+  bench/serve_vs_gpsd.py KAVOGPS [--rate HZ] [--seconds S] [--clients 1,10,200] [--runs N]
 
 Each server reads its own pseudo-terminal; one simulated receiver writes
 the same epochs (data/walk.nmea) to both at the same rate. N clients per
 server watch the JSON stream. Latency runs from the last byte of an epoch
 written to its pty to the TPV of that epoch received by a client; CPU is
-the server's user+system time over the run, memory its peak resident set.
+the run time of all the server's threads over the run, memory its peak
+resident set. Each client count runs several times; the median of each
+figure is reported after the runs themselves.
 Loopback only. A benchmark, never a test: the figures depend on the machine.
 """
 import argparse, json, os, selectors, socket, subprocess, sys, time, tty
@@ -32,9 +34,11 @@ def free_port():
         return s.getsockname()[1]
 
 
-def cpu_seconds(pid):
-    fields = open("/proc/%d/stat" % pid).read().rsplit(")", 1)[1].split()
-    return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+def cpu_ms(pid):
+    # Every thread's run time in nanoseconds: clock ticks are too coarse
+    # for a server that works a fraction of a millisecond per epoch.
+    tasks = os.listdir("/proc/%d/task" % pid)
+    return sum(int(open("/proc/%d/task/%s/schedstat" % (pid, t)).read().split()[0]) for t in tasks) / 1e6
 
 
 def peak_rss_mib(pid):
@@ -138,7 +142,7 @@ def measure(kavogps, clients, rate, seconds, blocks, servers):
         pump(time.monotonic() + period)
     for peer in peers:
         peer["measure"] = True
-    cpu0 = {n: cpu_seconds(s["process"].pid) for n, s in servers.items()}
+    cpu0 = {n: cpu_ms(s["process"].pid) for n, s in servers.items()}
     next_due = time.monotonic()
     for _ in range(int(rate * seconds)):
         write_epoch()
@@ -148,7 +152,7 @@ def measure(kavogps, clients, rate, seconds, blocks, servers):
     rows = []
     for name, s in servers.items():
         pid = s["process"].pid
-        cpu, rss = cpu_seconds(pid) - cpu0[name], peak_rss_mib(pid)
+        cpu, rss = cpu_ms(pid) - cpu0[name], peak_rss_mib(pid)
         s["process"].terminate()
         s["process"].wait(30)
         lat = sorted(s["latency"]) or [float("nan")]
@@ -163,15 +167,29 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("kavogps")
     parser.add_argument("--rate", type=float, default=5)
-    parser.add_argument("--seconds", type=float, default=20)
+    parser.add_argument("--seconds", type=float, default=30)
     parser.add_argument("--clients", default="1,10,200")
+    parser.add_argument("--runs", type=int, default=3, help="runs per client count; the median of each figure")
     options = parser.parse_args()
     blocks = epochs(os.path.join(HERE, "..", "data", "walk.nmea"))
-    print("%7s %-6s %6s %8s %8s %8s %7s %8s" % ("clients", "server", "heard", "p50 ms", "p99 ms", "max ms",
-                                              "CPU s", "RSS MiB"))
+    header = "%7s %-6s %6s %8s %8s %8s %7s %8s" % ("clients", "server", "heard", "p50 ms", "p99 ms", "max ms",
+                                                "CPU ms", "RSS MiB")
+    line = "%7d %-6s %6d %8.2f %8.2f %8.2f %7.1f %8.1f"
+    print("each run:\n" + header)
+    medians = []
     for n in [int(c) for c in options.clients.split(",")]:
-        for row in run(options.kavogps, n, options.rate, options.seconds, blocks):
-            print("%7d %-6s %6d %8.2f %8.2f %8.2f %7.2f %8.1f" % row, flush=True)
+        runs = []
+        for _ in range(options.runs):
+            rows = run(options.kavogps, n, options.rate, options.seconds, blocks)
+            for row in rows:
+                print(line % row, flush=True)
+            runs.append(rows)
+        for i, row in enumerate(runs[0]):
+            column = lambda k: sorted(r[i][k] for r in runs)[len(runs) // 2]
+            medians.append(row[:2] + tuple(column(k) for k in range(2, len(row))))
+    print("\nmedian of %d runs:\n%s" % (options.runs, header))
+    for row in medians:
+        print(line % row)
 
 
 main()
