@@ -152,8 +152,6 @@ int GpsReadingThreadImpl::Start(TextSink* sink, CIMExceptionImpl* error) {
     run->DropSink();
     return 0;
   }
-  // Woken after every read: it must not delay the chunk in hand.
-  watchdog_->SetWatcherOnly();
   run_ = std::move(run);
   running_ = 1;
   return 1;

@@ -89,9 +89,6 @@ class Thread {
     return Start([proc, arg] { return proc(arg); });
   }
   virtual bool SetPriorityAboveNormal() = 0;
-  // Keeps its priority, but a thread it wakes is not put aside for it: for
-  // a thread that only watches, so that waking it costs the waker nothing.
-  virtual bool SetWatcherOnly() = 0;
   virtual WaitResult Join(uint32_t ms) = 0;
   // kStillActive while running, else the procedure's result.
   virtual bool GetExitCode(uint32_t* code) = 0;

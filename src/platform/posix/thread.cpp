@@ -1,5 +1,4 @@
 #include <pthread.h>
-#include <sched.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -7,7 +6,6 @@
 #include <cerrno>
 #include <memory>
 
-#include "platform/posix/errno_map.h"
 #include "platform/posix/wait_hub.h"
 
 namespace kavo::platform {
@@ -56,7 +54,12 @@ class PosixThread final : public Thread {
   }
 
   bool SetPriorityAboveNormal() override {
-    const pid_t tid = Tid();
+    pid_t tid;
+    {
+      std::unique_lock<std::mutex> lock(posix::HubMutex());
+      posix::HubChanged().wait(lock, [&] { return state_->tid != 0 || state_->finished; });
+      tid = state_->tid;
+    }
     // Raising a thread's priority needs privileges on most systems; without
     // them the thread runs at normal priority, which the library tolerates.
     if (setpriority(PRIO_PROCESS, static_cast<id_t>(tid), -5) != 0) {
@@ -64,14 +67,6 @@ class PosixThread final : public Thread {
       return false;
     }
     return true;
-  }
-
-  // SCHED_BATCH: the same nice value, without preempting on wake-up.
-  bool SetWatcherOnly() override {
-    const sched_param normal{};
-    if (sched_setscheduler(Tid(), SCHED_BATCH, &normal) == 0) return true;
-    posix::SetLastErrorFromErrno();
-    return false;
   }
 
   WaitResult Join(uint32_t ms) override {
@@ -94,13 +89,6 @@ class PosixThread final : public Thread {
   }
 
   uintptr_t HandleValue() const override { return static_cast<uintptr_t>(thread_); }
-
-  // The thread's own id, once it has one.
-  pid_t Tid() const {
-    std::unique_lock<std::mutex> lock(posix::HubMutex());
-    posix::HubChanged().wait(lock, [&] { return state_->tid != 0 || state_->finished; });
-    return state_->tid;
-  }
 
   bool Finished() const {
     std::lock_guard<std::mutex> lock(posix::HubMutex());

@@ -43,10 +43,6 @@ class Win32Thread final : public Thread {
     return SetThreadPriority(handle_, THREAD_PRIORITY_ABOVE_NORMAL) != FALSE;
   }
 
-  // Windows has no such policy; the threads that wake watchers run above
-  // normal priority, which keeps them ahead.
-  bool SetWatcherOnly() override { return true; }
-
   WaitResult Join(uint32_t ms) override { return win32::WaitOn(handle_, ms); }
 
   bool GetExitCode(uint32_t* code) override {
