@@ -108,6 +108,7 @@ std::vector<Event> TakeQueued() {
   Shared& shared = Active();
   std::lock_guard<std::mutex> lock(shared.mutex);
   std::vector<Event> events;
+  events.reserve(shared.events.capacity());  // the next chunk's sentences need no regrowth
   events.swap(shared.events);
   return events;
 }
