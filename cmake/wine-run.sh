@@ -32,6 +32,10 @@ if [ ! -f "$prefix/system.reg" ]; then
   fi
   exec 9>&-
 fi
+# One server for a whole test run: tests start and end in parallel, and a
+# server that was just exiting as a test connected reset that test's
+# connection. It stays 30 s after its last client, then goes by itself.
+wineserver -p30 >/dev/null 2>&1 || true
 if [ "${1-}" = --host ]; then
   shift
   exec "$@"
