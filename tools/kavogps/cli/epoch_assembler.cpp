@@ -88,7 +88,8 @@ void SetTimeOfDay(GPSLocation& l, const std::string& hhmmss) {
 // ddmm.mmmm and its hemisphere as signed degrees.
 double Angle(const std::string& value, const std::string& hemisphere, size_t degreeDigits) {
   const std::string_view text(value);
-  const double degrees = Number(text.substr(0, degreeDigits)) + Number(text.substr(std::min(degreeDigits, text.size()))) / 60.0;
+  const double degrees =
+      Number(text.substr(0, degreeDigits)) + Number(text.substr(std::min(degreeDigits, text.size()))) / 60.0;
   return hemisphere == "S" || hemisphere == "W" ? -degrees : degrees;
 }
 
@@ -196,8 +197,7 @@ SentenceFacts ReadSentenceFacts(const std::string& sentence) {
     facts.cycleEnd = f[1] == f[2];
     if (!facts.cycleEnd) facts.kind = facts.key;
     for (size_t at = 4; at + 3 < count; at += 4)  // PRN, elevation, azimuth, signal
-      facts.satellites.push_back({Integer(f[at]), Integer(f[at + 3]), Number(f[at + 1]),
-                                  Number(f[at + 2])});
+      facts.satellites.push_back({Integer(f[at]), Integer(f[at + 3]), Number(f[at + 1]), Number(f[at + 2])});
   } else if (type == "ZDA") {
     facts.time = f[1];
   }

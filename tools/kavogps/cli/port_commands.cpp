@@ -290,11 +290,11 @@ bool ParseMonitorArguments(const Arguments& args, MonitorSettings* s, std::ostre
     else if (!reader.IsOption() && s->port.empty()) s->port = name;
     else ok = reader.Unknown();
   }
+  const std::string conflict = OutputOptionsConflict(s->output);
   if (!ok) err << "kavogps monitor: " << reader.Error() << '\n';
   else if (s->help) return true;
   else if (s->port.empty()) err << "kavogps monitor: name the port to monitor, e.g. COM3 or /dev/ttyUSB0\n";
-  else if (!OutputOptionsConflict(s->output).empty())
-    err << "kavogps monitor: " << OutputOptionsConflict(s->output) << '\n';
+  else if (!conflict.empty()) err << "kavogps monitor: " << conflict << '\n';
   else if (LibraryPortName(s->port).empty())
     // The library opens a port by its name with a colon, in 19 characters.
     err << "kavogps monitor: the port name '" << s->port << "' is too long, even as the device it names: the "

@@ -64,7 +64,8 @@ std::string IsoTime(const GPSLocation& location) {
   if (location.TimeType != GPS_TIME_FULL || !FromOleDate(location.Time, &t)) return {};
   std::string text = "0000-00-00T00:00:00.000Z";
   const auto put = [&text](size_t at, int value, int width) {
-    for (size_t i = at + static_cast<size_t>(width); i-- > at; value /= 10) text[i] = static_cast<char>('0' + value % 10);
+    for (size_t i = at + static_cast<size_t>(width); i-- > at; value /= 10)
+      text[i] = static_cast<char>('0' + value % 10);
   };
   put(0, t.year, 4);
   put(5, t.month, 2);
