@@ -64,12 +64,18 @@ int main(int argc, char** argv) {
   kavo::nmea::ReceiverOptions options;
   for (int i = 1; i < argc; ++i) {
     const bool hasValue = i + 1 < argc;
-    if (std::strcmp(argv[i], "--smoke") == 0) smoke = true;
-    else if (hasValue && std::strcmp(argv[i], "--talkers") == 0 && options.SetTalkers(argv[i + 1])) ++i;
-    else if (hasValue && std::strcmp(argv[i], "--checksums") == 0 && options.SetChecksums(argv[i + 1])) ++i;
+    if (std::strcmp(argv[i], "--smoke") == 0)
+      smoke = true;
+    else if (hasValue && std::strcmp(argv[i], "--talkers") == 0 && options.SetTalkers(argv[i + 1]))
+      ++i;
+    else if (hasValue && std::strcmp(argv[i], "--checksums") == 0 && options.SetChecksums(argv[i + 1]))
+      ++i;
     else if (argv[i][0] == '-')
-      return std::fprintf(stderr, "usage: %s [--smoke] [--talkers LIST] [--checksums MODE] [recording.nmea]\n", argv[0]), 2;
-    else path = argv[i];
+      return std::fprintf(stderr, "usage: %s [--smoke] [--talkers LIST] [--checksums MODE] [recording.nmea]\n",
+                          argv[0]),
+             2;
+    else
+      path = argv[i];
   }
 
   std::string bytes;
@@ -101,8 +107,8 @@ int main(int argc, char** argv) {
 
   const double megabytes = static_cast<double>(bytes.size()) * repeats / 1e6;
   std::printf("recording: %s, %zu bytes x %d\n", path ? path : "generated", bytes.size(), repeats);
-  std::printf("lines: %zu, recognised sentences: %zu, best of %d passes: %.3f s\n", best.lines,
-              best.recognised, smoke ? 1 : 5, best.seconds);
+  std::printf("lines: %zu, recognised sentences: %zu, best of %d passes: %.3f s\n", best.lines, best.recognised,
+              smoke ? 1 : 5, best.seconds);
   std::printf("log lines of rejected sentences, all passes: %zu\n", log->Lines());
   std::printf("sentences per second: %.0f\n", best.lines / best.seconds);
   std::printf("megabytes per second: %.1f\n", megabytes / best.seconds);

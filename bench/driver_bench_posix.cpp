@@ -120,9 +120,10 @@ void Latency(int samples) {
   const auto at = [&](double q) { return microseconds[static_cast<size_t>(q * (microseconds.size() - 1))]; };
   std::printf("sentence latency: %zu samples, median %.0f us, p99 %.0f us, max %.0f us (target p99 < 5000 us)\n",
               microseconds.size(), at(0.5), at(0.99), microseconds.back());
-  std::printf("GPSDriver_Stop on a live port: median %.1f ms, max %.1f ms over %zu stops "
-              "(target: a few ms where a read can be cut short, else within one read time-out, 700 ms)\n",
-              stopMs[stopMs.size() / 2], stopMs.back(), stopMs.size());
+  std::printf(
+      "GPSDriver_Stop on a live port: median %.1f ms, max %.1f ms over %zu stops "
+      "(target: a few ms where a read can be cut short, else within one read time-out, 700 ms)\n",
+      stopMs[stopMs.size() / 2], stopMs.back(), stopMs.size());
 }
 
 void SilentPort(int seconds) {
@@ -167,8 +168,10 @@ int main(int argc, char** argv) {
   bool smoke = false;
   int seconds = 60;
   for (int i = 1; i < argc; ++i) {
-    if (!std::strcmp(argv[i], "--smoke")) smoke = true;
-    else if (!std::strcmp(argv[i], "--seconds") && i + 1 < argc) seconds = std::atoi(argv[++i]);
+    if (!std::strcmp(argv[i], "--smoke"))
+      smoke = true;
+    else if (!std::strcmp(argv[i], "--seconds") && i + 1 < argc)
+      seconds = std::atoi(argv[++i]);
     else {
       std::fprintf(stderr, "usage: %s [--smoke] [--seconds N]\n", argv[0]);
       return 2;

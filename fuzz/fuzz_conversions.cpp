@@ -55,8 +55,7 @@ template <class F>
 void Accepts(F convert) {
   try {
     convert();
-  } catch (const CException&) {
-  }
+  } catch (const CException&) {}
 }
 
 void CheckTime(const ReceiverTime& time, int32_t allowedTypes) {

@@ -54,23 +54,23 @@ typedef struct COMPortCollectionObject *COMPortCollectionHandle;
 
 /* Bits of the mask handed to the data callback. */
 #define GPS_CHANGED_POSITION 0x01u
-#define GPS_CHANGED_ALTITUDE 0x02u   /* altitude or geoid separation */
-#define GPS_CHANGED_MOTION 0x04u     /* speed or course */
+#define GPS_CHANGED_ALTITUDE 0x02u /* altitude or geoid separation */
+#define GPS_CHANGED_MOTION 0x04u   /* speed or course */
 #define GPS_CHANGED_SATELLITES 0x08u
-#define GPS_CHANGED_PRECISION 0x10u  /* satellites in use or a dilution */
+#define GPS_CHANGED_PRECISION 0x10u /* satellites in use or a dilution */
 #define GPS_CHANGED_FIX_QUALITY 0x20u
 
 /* Driver status values (GPSDriver_GetStatus). */
 #define GPS_STATUS_RECEIVING 0
-#define GPS_STATUS_TIMEOUT (-1)      /* no text within the time-out interval */
-#define GPS_STATUS_STOPPED (-2)      /* stopped, or the source failed */
-#define GPS_STATUS_NO_SENTENCE (-3)  /* text, but no known sentence for 3 s */
+#define GPS_STATUS_TIMEOUT (-1)     /* no text within the time-out interval */
+#define GPS_STATUS_STOPPED (-2)     /* stopped, or the source failed */
+#define GPS_STATUS_NO_SENTENCE (-3) /* text, but no known sentence for 3 s */
 #define GPS_STATUS_PARSE_ERROR (-4)
 
 /* Time types of the records. */
-#define GPS_TIME_FULL 0         /* date and time from the receiver (UTC) */
-#define GPS_TIME_OF_DAY 1       /* time of day from the receiver, local date */
-#define GPS_TIME_LOCAL_CLOCK 2  /* no receiver time: the local clock */
+#define GPS_TIME_FULL 0        /* date and time from the receiver (UTC) */
+#define GPS_TIME_OF_DAY 1      /* time of day from the receiver, local date */
+#define GPS_TIME_LOCAL_CLOCK 2 /* no receiver time: the local clock */
 
 /* Validity flags of GPSLocation.ValidFlags. */
 #define GPS_VALID_POSITION 0x003u
@@ -87,41 +87,41 @@ typedef struct COMPortCollectionObject *COMPortCollectionHandle;
 /* The latest fix, 104 bytes. Times are OLE Automation dates: days since
  * 30 December 1899, the fraction being the time of day. */
 typedef struct GPSLocation {
-    double Longitude;       /* decimal degrees, west negative */
-    double Latitude;        /* decimal degrees, south negative */
-    double Altitude;        /* as sent by the receiver */
-    double Speed;           /* statute miles per hour */
-    double Course;          /* true course, radians */
-    double MagneticCourse;  /* radians */
-    double GeoidSeparation; /* as sent by the receiver */
-    int32_t SatellitesInUse;
-    int32_t FixQuality;     /* 0 no fix, 1 fix, 2..8 as sent */
-    double HDOP;
-    double VDOP;
-    double PDOP;
-    double Time;
-    int32_t TimeType;       /* GPS_TIME_* */
-    uint32_t ValidFlags;    /* GPS_VALID_* */
+  double Longitude;       /* decimal degrees, west negative */
+  double Latitude;        /* decimal degrees, south negative */
+  double Altitude;        /* as sent by the receiver */
+  double Speed;           /* statute miles per hour */
+  double Course;          /* true course, radians */
+  double MagneticCourse;  /* radians */
+  double GeoidSeparation; /* as sent by the receiver */
+  int32_t SatellitesInUse;
+  int32_t FixQuality; /* 0 no fix, 1 fix, 2..8 as sent */
+  double HDOP;
+  double VDOP;
+  double PDOP;
+  double Time;
+  int32_t TimeType;    /* GPS_TIME_* */
+  uint32_t ValidFlags; /* GPS_VALID_* */
 } GPSLocation;
 
 /* One satellite in view, 24 bytes. */
 typedef struct GPSSatellite {
-    int32_t PRN;
-    int32_t SNR;            /* as sent, 0 when not tracked */
-    double Elevation;       /* radians */
-    double Azimuth;         /* radians */
+  int32_t PRN;
+  int32_t SNR;      /* as sent, 0 when not tracked */
+  double Elevation; /* radians */
+  double Azimuth;   /* radians */
 } GPSSatellite;
 
 #define GPS_MAX_SATELLITES 12
 
 /* The satellites in view, 312 bytes: what a GPSSatellitesStateHandle holds. */
 typedef struct GPSSatellites {
-    int32_t Count;
-    int32_t Reserved0;
-    GPSSatellite Satellites[GPS_MAX_SATELLITES];
-    double Time;            /* OLE Automation date, local clock */
-    int32_t TimeType;       /* always GPS_TIME_LOCAL_CLOCK */
-    int32_t Reserved1;
+  int32_t Count;
+  int32_t Reserved0;
+  GPSSatellite Satellites[GPS_MAX_SATELLITES];
+  double Time;      /* OLE Automation date, local clock */
+  int32_t TimeType; /* always GPS_TIME_LOCAL_CLOCK */
+  int32_t Reserved1;
 } GPSSatellites;
 
 /* Serial line parameters, 16 bytes.
@@ -131,10 +131,10 @@ typedef struct GPSSatellites {
  * StopBits: 0 one, 1 one and a half, 2 two.
  * ByteSize: data bits, not checked. */
 typedef struct COMPortParams {
-    int32_t BaudRate;
-    int32_t Parity;
-    int32_t StopBits;
-    int32_t ByteSize;
+  int32_t BaudRate;
+  int32_t Parity;
+  int32_t StopBits;
+  int32_t ByteSize;
 } COMPortParams;
 
 /* Callbacks run on the library's reading thread. */
@@ -145,57 +145,44 @@ typedef void (*GPSSentenceCallback)(const KavoChar *sentence);
 
 /* --- GPS driver ------------------------------------------------------- */
 
-KAVOGPS_API GPSDriverHandle GPSDriver_CreateFromCOMPort(
-    COMPortInfoHandle port, GPSStatusCallback onStatus, GPSDataCallback onData,
-    GPSSentenceCallback onSentence);
-KAVOGPS_API GPSDriverHandle GPSDriver_CreateFromFile(
-    const KavoChar *path, int32_t intervalMs, uint8_t repeat,
-    GPSStatusCallback onStatus, GPSDataCallback onData,
-    GPSSentenceCallback onSentence);
+KAVOGPS_API GPSDriverHandle GPSDriver_CreateFromCOMPort(COMPortInfoHandle port, GPSStatusCallback onStatus,
+                                                        GPSDataCallback onData, GPSSentenceCallback onSentence);
+KAVOGPS_API GPSDriverHandle GPSDriver_CreateFromFile(const KavoChar *path, int32_t intervalMs, uint8_t repeat,
+                                                     GPSStatusCallback onStatus, GPSDataCallback onData,
+                                                     GPSSentenceCallback onSentence);
 KAVOGPS_API void GPSDriver_Release(GPSDriverHandle driver);
 KAVOGPS_API int32_t GPSDriver_Start(GPSDriverHandle driver);
 KAVOGPS_API int32_t GPSDriver_Stop(GPSDriverHandle driver);
-KAVOGPS_API int32_t GPSDriver_GetLocation(GPSDriverHandle driver,
-                                          GPSLocation *location);
-KAVOGPS_API GPSSatellitesStateHandle
-GPSDriver_GetSatellitesInfo(GPSDriverHandle driver);
+KAVOGPS_API int32_t GPSDriver_GetLocation(GPSDriverHandle driver, GPSLocation *location);
+KAVOGPS_API GPSSatellitesStateHandle GPSDriver_GetSatellitesInfo(GPSDriverHandle driver);
 KAVOGPS_API int32_t GPSDriver_GetStatus(GPSDriverHandle driver);
-KAVOGPS_API int32_t GPSDriver_SetTimeoutInterval(GPSDriverHandle driver,
-                                                 int32_t intervalMs);
+KAVOGPS_API int32_t GPSDriver_SetTimeoutInterval(GPSDriverHandle driver, int32_t intervalMs);
 KAVOGPS_API int32_t GPSDriver_GetTimeoutInterval(GPSDriverHandle driver);
 
 /* --- Satellites snapshot ---------------------------------------------- */
 
-KAVOGPS_API int32_t
-GPSSatellitesState_GetVisibleSatellitesCount(GPSSatellitesStateHandle state);
-KAVOGPS_API uint8_t GPSSatellitesState_GetSatellite(
-    GPSSatellitesStateHandle state, int32_t index, GPSSatellite *satellite);
-KAVOGPS_API uint8_t GPSSatellitesState_GetTime(GPSSatellitesStateHandle state,
-                                               double *time);
-KAVOGPS_API int32_t
-GPSSatellitesState_GetTimeType(GPSSatellitesStateHandle state);
+KAVOGPS_API int32_t GPSSatellitesState_GetVisibleSatellitesCount(GPSSatellitesStateHandle state);
+KAVOGPS_API uint8_t GPSSatellitesState_GetSatellite(GPSSatellitesStateHandle state, int32_t index,
+                                                    GPSSatellite *satellite);
+KAVOGPS_API uint8_t GPSSatellitesState_GetTime(GPSSatellitesStateHandle state, double *time);
+KAVOGPS_API int32_t GPSSatellitesState_GetTimeType(GPSSatellitesStateHandle state);
 KAVOGPS_API void GPSSatellitesState_Release(GPSSatellitesStateHandle state);
 
 /* --- Serial ports ----------------------------------------------------- */
 
-KAVOGPS_API COMPortInfoHandle COMPortInfo_Create(const KavoChar *name,
-                                                 const COMPortParams *params);
+KAVOGPS_API COMPortInfoHandle COMPortInfo_Create(const KavoChar *name, const COMPortParams *params);
 KAVOGPS_API void COMPortInfo_Release(COMPortInfoHandle port);
 KAVOGPS_API const KavoChar *COMPortInfo_GetName(COMPortInfoHandle port);
-KAVOGPS_API uint8_t COMPortInfo_SetName(COMPortInfoHandle port,
-                                        const KavoChar *name);
-KAVOGPS_API uint8_t COMPortInfo_GetParams(COMPortInfoHandle port,
-                                          COMPortParams *params);
-KAVOGPS_API uint8_t COMPortInfo_SetParams(COMPortInfoHandle port,
-                                          const COMPortParams *params);
+KAVOGPS_API uint8_t COMPortInfo_SetName(COMPortInfoHandle port, const KavoChar *name);
+KAVOGPS_API uint8_t COMPortInfo_GetParams(COMPortInfoHandle port, COMPortParams *params);
+KAVOGPS_API uint8_t COMPortInfo_SetParams(COMPortInfoHandle port, const COMPortParams *params);
 /* reserved must be at least 1. */
 KAVOGPS_API COMPortInfoHandle COMPortInfo_FindGPSCOMPort(int32_t reserved);
 
 KAVOGPS_API COMPortCollectionHandle COMPortCollection_Create(int32_t reserved);
 KAVOGPS_API void COMPortCollection_Release(COMPortCollectionHandle ports);
 KAVOGPS_API int32_t COMPortCollection_GetCount(COMPortCollectionHandle ports);
-KAVOGPS_API COMPortInfoHandle COMPortCollection_GetPort(
-    COMPortCollectionHandle ports, int32_t index, uint8_t *busy);
+KAVOGPS_API COMPortInfoHandle COMPortCollection_GetPort(COMPortCollectionHandle ports, int32_t index, uint8_t *busy);
 
 /* --- Errors ----------------------------------------------------------- */
 

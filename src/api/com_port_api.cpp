@@ -44,9 +44,8 @@ KAVOGPS_API void COMPortInfo_Release(COMPortInfoHandle port) {
 }
 
 KAVOGPS_API const KavoChar* COMPortInfo_GetName(COMPortInfoHandle port) {
-  return AccessorFrame<const KavoChar*>(port != nullptr, nullptr, [&] {
-    return reinterpret_cast<const KavoChar*>(port->Name);
-  });
+  return AccessorFrame<const KavoChar*>(port != nullptr, nullptr,
+                                        [&] { return reinterpret_cast<const KavoChar*>(port->Name); });
 }
 
 KAVOGPS_API uint8_t COMPortInfo_SetName(COMPortInfoHandle port, const KavoChar* name) {
@@ -84,20 +83,15 @@ KAVOGPS_API void COMPortCollection_Release(COMPortCollectionHandle ports) {
 }
 
 KAVOGPS_API int32_t COMPortCollection_GetCount(COMPortCollectionHandle ports) {
-  return AccessorFrame<int32_t>(ports != nullptr, 0, [&] {
-    return static_cast<int32_t>(ports->ports->GetCount());
-  });
+  return AccessorFrame<int32_t>(ports != nullptr, 0, [&] { return static_cast<int32_t>(ports->ports->GetCount()); });
 }
 
-KAVOGPS_API COMPortInfoHandle COMPortCollection_GetPort(COMPortCollectionHandle ports, int32_t index,
-                                                        uint8_t* busy) {
-  const bool listed = ports != nullptr && index >= 0 &&
-                      static_cast<uint32_t>(index) < ports->ports->GetCount();
+KAVOGPS_API COMPortInfoHandle COMPortCollection_GetPort(COMPortCollectionHandle ports, int32_t index, uint8_t* busy) {
+  const bool listed = ports != nullptr && index >= 0 && static_cast<uint32_t>(index) < ports->ports->GetCount();
   return CreatingFrame<COMPortInfoHandle>(listed && busy != nullptr, [&](kavo::CIMExceptionImpl& error) {
     kavo::OwningHolder<COMPortInfoObject> port(new COMPortInfoObject);
     uint8_t inUse = 0;
-    kavo::CheckOrRaise(ports->ports->ObtainPort(static_cast<uint32_t>(index), port.get(), &inUse, &error),
-                       &error);
+    kavo::CheckOrRaise(ports->ports->ObtainPort(static_cast<uint32_t>(index), port.get(), &inUse, &error), &error);
     *busy = inUse;
     return port.Detach();
   });

@@ -28,22 +28,19 @@ GPSDriverHandle HandOut(kavo::Ref<kavo::GpsDriver> driver) {
 
 extern "C" {
 
-KAVOGPS_API GPSDriverHandle GPSDriver_CreateFromCOMPort(COMPortInfoHandle port,
-                                                        GPSStatusCallback onStatus,
-                                                        GPSDataCallback onData,
-                                                        GPSSentenceCallback onSentence) {
+KAVOGPS_API GPSDriverHandle GPSDriver_CreateFromCOMPort(COMPortInfoHandle port, GPSStatusCallback onStatus,
+                                                        GPSDataCallback onData, GPSSentenceCallback onSentence) {
   return CreatingFrame<GPSDriverHandle>(port != nullptr, [&](kavo::CIMExceptionImpl&) {
     return HandOut(kavo::CreateDriverFromPort(*kavo::api::PortInfo(port), {onStatus, onData, onSentence}));
   });
 }
 
-KAVOGPS_API GPSDriverHandle GPSDriver_CreateFromFile(const KavoChar* path, int32_t intervalMs,
-                                                     uint8_t repeat, GPSStatusCallback onStatus,
-                                                     GPSDataCallback onData,
+KAVOGPS_API GPSDriverHandle GPSDriver_CreateFromFile(const KavoChar* path, int32_t intervalMs, uint8_t repeat,
+                                                     GPSStatusCallback onStatus, GPSDataCallback onData,
                                                      GPSSentenceCallback onSentence) {
   return CreatingFrame<GPSDriverHandle>(path != nullptr && intervalMs > 0, [&](kavo::CIMExceptionImpl&) {
-    return HandOut(kavo::CreateDriverFromFile(FromCaller(path), static_cast<uint32_t>(intervalMs),
-                                              repeat != 0, {onStatus, onData, onSentence}));
+    return HandOut(kavo::CreateDriverFromFile(FromCaller(path), static_cast<uint32_t>(intervalMs), repeat != 0,
+                                              {onStatus, onData, onSentence}));
   });
 }
 
@@ -55,8 +52,7 @@ KAVOGPS_API void GPSDriver_Release(GPSDriverHandle driver) {
 }
 
 KAVOGPS_API int32_t GPSDriver_Start(GPSDriverHandle driver) {
-  return OperationFrame(driver != nullptr,
-                        [&](kavo::CIMExceptionImpl* error) { return Driver(driver)->Start(error); });
+  return OperationFrame(driver != nullptr, [&](kavo::CIMExceptionImpl* error) { return Driver(driver)->Start(error); });
 }
 
 KAVOGPS_API int32_t GPSDriver_Stop(GPSDriverHandle driver) {
@@ -66,9 +62,8 @@ KAVOGPS_API int32_t GPSDriver_Stop(GPSDriverHandle driver) {
 }
 
 KAVOGPS_API int32_t GPSDriver_GetLocation(GPSDriverHandle driver, GPSLocation* location) {
-  return OperationFrame(driver != nullptr && location != nullptr, [&](kavo::CIMExceptionImpl* error) {
-    return Driver(driver)->GetLocation(location, error);
-  });
+  return OperationFrame(driver != nullptr && location != nullptr,
+                        [&](kavo::CIMExceptionImpl* error) { return Driver(driver)->GetLocation(location, error); });
 }
 
 KAVOGPS_API GPSSatellitesStateHandle GPSDriver_GetSatellitesInfo(GPSDriverHandle driver) {
@@ -81,8 +76,7 @@ KAVOGPS_API GPSSatellitesStateHandle GPSDriver_GetSatellitesInfo(GPSDriverHandle
 }
 
 KAVOGPS_API int32_t GPSDriver_GetStatus(GPSDriverHandle driver) {
-  return AccessorFrame<int32_t>(driver != nullptr, GPS_STATUS_PARSE_ERROR,
-                                [&] { return Driver(driver)->GetStatus(); });
+  return AccessorFrame<int32_t>(driver != nullptr, GPS_STATUS_PARSE_ERROR, [&] { return Driver(driver)->GetStatus(); });
 }
 
 KAVOGPS_API int32_t GPSDriver_SetTimeoutInterval(GPSDriverHandle driver, int32_t intervalMs) {
@@ -92,9 +86,8 @@ KAVOGPS_API int32_t GPSDriver_SetTimeoutInterval(GPSDriverHandle driver, int32_t
 }
 
 KAVOGPS_API int32_t GPSDriver_GetTimeoutInterval(GPSDriverHandle driver) {
-  return AccessorFrame<int32_t>(driver != nullptr, -1, [&] {
-    return static_cast<int32_t>(Driver(driver)->GetTimeoutInterval());
-  });
+  return AccessorFrame<int32_t>(driver != nullptr, -1,
+                                [&] { return static_cast<int32_t>(Driver(driver)->GetTimeoutInterval()); });
 }
 
 }  // extern "C"

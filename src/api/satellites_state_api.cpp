@@ -10,8 +10,7 @@ using kavo::api::AccessorFrame;
 extern "C" {
 
 KAVOGPS_API int32_t GPSSatellitesState_GetVisibleSatellitesCount(GPSSatellitesStateHandle state) {
-  return AccessorFrame<int32_t>(state != nullptr, 0,
-                                [&] { return kavo::api::Snapshot(state)->Count; });
+  return AccessorFrame<int32_t>(state != nullptr, 0, [&] { return kavo::api::Snapshot(state)->Count; });
 }
 
 KAVOGPS_API uint8_t GPSSatellitesState_GetSatellite(GPSSatellitesStateHandle state, int32_t index,

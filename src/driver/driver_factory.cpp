@@ -10,8 +10,7 @@
 
 namespace kavo {
 
-Ref<GpsDriver> BuildDriver(Ref<DataSource> source, Ref<PlaybackControl> playback,
-                           const DriverCallbacks& callbacks) {
+Ref<GpsDriver> BuildDriver(Ref<DataSource> source, Ref<PlaybackControl> playback, const DriverCallbacks& callbacks) {
   Ref<GpsReadingThread> readingThread(new GpsReadingThreadImpl(std::move(source)));
   // Options are read for every new driver, so a changed .ini or
   // environment applies to the drivers made after the change.

@@ -22,7 +22,6 @@ Ref<GpsDriver> CreateDriverFromFile(const WideString& path, uint32_t intervalMs,
                                     const DriverCallbacks& callbacks);
 
 // The step both share: a receiver over the source, and a driver over both.
-Ref<GpsDriver> BuildDriver(Ref<DataSource> source, Ref<PlaybackControl> playback,
-                           const DriverCallbacks& callbacks);
+Ref<GpsDriver> BuildDriver(Ref<DataSource> source, Ref<PlaybackControl> playback, const DriverCallbacks& callbacks);
 
 }  // namespace kavo

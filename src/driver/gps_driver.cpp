@@ -11,10 +11,11 @@ const KavoChar* ToCaller(const char16_t* text) { return reinterpret_cast<const K
 
 }  // namespace
 
-GpsDriver::GpsDriver(Ref<Receiver> receiver, Ref<GpsReadingThread> readingThread,
-                     Ref<PlaybackControl> playback)
-    : receiver_(std::move(receiver)), readingThread_(std::move(readingThread)),
-      playback_(std::move(playback)), entry_(this) {}
+GpsDriver::GpsDriver(Ref<Receiver> receiver, Ref<GpsReadingThread> readingThread, Ref<PlaybackControl> playback)
+    : receiver_(std::move(receiver)),
+      readingThread_(std::move(readingThread)),
+      playback_(std::move(playback)),
+      entry_(this) {}
 
 GpsDriver::~GpsDriver() {
   {
@@ -30,8 +31,7 @@ GpsDriver::~GpsDriver() {
   receiver_.reset();
 }
 
-void GpsDriver::Initialise(GPSStatusCallback onStatus, GPSDataCallback onData,
-                           GPSSentenceCallback onSentence) {
+void GpsDriver::Initialise(GPSStatusCallback onStatus, GPSDataCallback onData, GPSSentenceCallback onSentence) {
   onStatus_ = onStatus;
   onData_ = onData;
   onSentence_ = onSentence;

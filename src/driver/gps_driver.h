@@ -16,25 +16,19 @@ namespace kavo {
 
 class GpsDriver : public virtual RefCounted, private ReceiverListener {
  public:
-  GpsDriver(Ref<Receiver> receiver, Ref<GpsReadingThread> readingThread,
-            Ref<PlaybackControl> playback);
+  GpsDriver(Ref<Receiver> receiver, Ref<GpsReadingThread> readingThread, Ref<PlaybackControl> playback);
 
   // Stores the callbacks (each may be null) and starts listening.
-  void Initialise(GPSStatusCallback onStatus, GPSDataCallback onData,
-                  GPSSentenceCallback onSentence);
+  void Initialise(GPSStatusCallback onStatus, GPSDataCallback onData, GPSSentenceCallback onSentence);
   int Start(CIMExceptionImpl* error);
   int Stop();
 
   int32_t GetStatus() { return receiver_->GetStatus(); }
-  int GetLocation(GPSLocation* location, CIMExceptionImpl* error) {
-    return receiver_->GetLocation(location, error);
-  }
+  int GetLocation(GPSLocation* location, CIMExceptionImpl* error) { return receiver_->GetLocation(location, error); }
   int GetSatellitesInfo(GPSSatellites* satellites, CIMExceptionImpl* error) {
     return receiver_->GetSatellitesInfo(satellites, error);
   }
-  int SetTimeoutInterval(uint32_t ms, CIMExceptionImpl* error) {
-    return receiver_->SetTimeoutInterval(ms, error);
-  }
+  int SetTimeoutInterval(uint32_t ms, CIMExceptionImpl* error) { return receiver_->SetTimeoutInterval(ms, error); }
   uint32_t GetTimeoutInterval() { return receiver_->GetTimeoutInterval(); }
 
  private:

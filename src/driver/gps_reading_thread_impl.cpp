@@ -12,7 +12,8 @@ namespace kavo {
 class ReadingRun : public RefCounted {
  public:
   ReadingRun(Ref<DataSource> source, TextSink* sink)
-      : source_(std::move(source)), sink_(sink),
+      : source_(std::move(source)),
+        sink_(sink),
         heartbeat_(platform::Event::Create(false, false)),
         stopping_(platform::Event::Create(true, false)) {
     if (!heartbeat_ || !stopping_) Raise(nullptr);

@@ -7,8 +7,7 @@
 namespace kavo {
 
 FileLogSink::FileLogSink(const WideString& path)
-    : file_(platform::File::Open(path, platform::FileAccess::kWrite,
-                                 platform::FileDisposition::kCreateAlways)) {
+    : file_(platform::File::Open(path, platform::FileAccess::kWrite, platform::FileDisposition::kCreateAlways)) {
   if (!file_) Raise(kErrNotSupported, path.c_str());
 }
 

@@ -69,13 +69,13 @@ bool FormatLogText(const char16_t* format, const LogArg* args, size_t count,
         snprintf(digits, sizeof digits, zero ? "%0*lld" : "%*lld", width, static_cast<long long>(arg.Signed()));
         break;
       case u'u':
-        snprintf(digits, sizeof digits, zero ? "%0*llu" : "%*llu", width, static_cast<unsigned long long>(arg.Unsigned()));
+        snprintf(digits, sizeof digits, zero ? "%0*llu" : "%*llu", width,
+                 static_cast<unsigned long long>(arg.Unsigned()));
         break;
       case u'x':
       case u'X':
-        snprintf(digits, sizeof digits,
-                 conversion == u'x' ? (zero ? "%0*llx" : "%*llx") : (zero ? "%0*llX" : "%*llX"), width,
-                 static_cast<unsigned long long>(arg.Unsigned()));
+        snprintf(digits, sizeof digits, conversion == u'x' ? (zero ? "%0*llx" : "%*llx") : (zero ? "%0*llX" : "%*llX"),
+                 width, static_cast<unsigned long long>(arg.Unsigned()));
         break;
       default:
         ok = text.Put(u'%') && text.Put(conversion);

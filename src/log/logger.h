@@ -25,8 +25,8 @@ class LogSink : public virtual RefCounted {
 class LogArg {
  public:
   LogArg(const char16_t* text) : text_(text ? text : u"(null)"), isText_(true) {}  // NOLINT
-  LogArg(char16_t* text) : LogArg(static_cast<const char16_t*>(text)) {}  // NOLINT
-  LogArg(const WideString& text) : LogArg(text.c_str()) {}  // NOLINT
+  LogArg(char16_t* text) : LogArg(static_cast<const char16_t*>(text)) {}           // NOLINT
+  LogArg(const WideString& text) : LogArg(text.c_str()) {}                         // NOLINT
   template <class T, class = std::enable_if_t<std::is_integral_v<T> || std::is_enum_v<T>>>
   LogArg(T value)  // NOLINT
       : number_(static_cast<int64_t>(value)), unsignedBits_(static_cast<uint64_t>(value)) {}
@@ -80,8 +80,7 @@ class Logger {
 };
 
 // Formats a message like Logger::Format; false when it is longer than 255.
-bool FormatLogText(const char16_t* format, const LogArg* args, size_t count,
-                   char16_t (&out)[Logger::kFormatLimit + 1]);
+bool FormatLogText(const char16_t* format, const LogArg* args, size_t count, char16_t (&out)[Logger::kFormatLimit + 1]);
 
 // A scope in the log: writes the title, "\n" and indents; on every way out
 // unindents and writes "Finished\n".

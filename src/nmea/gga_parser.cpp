@@ -25,11 +25,9 @@ void ParseGga(WideView sentence, ReceiverState& state) {
 
   state.Update(&GPSLocation::FixQuality, fixQuality, GPS_CHANGED_FIX_QUALITY);
   state.Update(&GPSLocation::SatellitesInUse, satellitesInUse, GPS_CHANGED_PRECISION);
-  state.UpdateTogether({{&GPSLocation::Longitude, lon}, {&GPSLocation::Latitude, lat}},
-                       GPS_CHANGED_POSITION);
-  state.UpdateTogether(
-      {{&GPSLocation::Altitude, height}, {&GPSLocation::GeoidSeparation, separation}},
-      GPS_CHANGED_ALTITUDE);
+  state.UpdateTogether({{&GPSLocation::Longitude, lon}, {&GPSLocation::Latitude, lat}}, GPS_CHANGED_POSITION);
+  state.UpdateTogether({{&GPSLocation::Altitude, height}, {&GPSLocation::GeoidSeparation, separation}},
+                       GPS_CHANGED_ALTITUDE);
   state.Update(&GPSLocation::HDOP, horizontal, GPS_CHANGED_PRECISION);
 
   uint32_t flags = GPS_VALID_POSITION;

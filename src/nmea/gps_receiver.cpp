@@ -157,8 +157,7 @@ void GpsReceiver::OnText(const char16_t* text, uint32_t count) {
 
   if (seen || copied) {
     lastSentence_ = platform::TickCount();
-  } else if (Elapsed(platform::TickCount(), lastSentence_, kNoSentenceMs) &&
-             status_ != GPS_STATUS_NO_SENTENCE) {
+  } else if (Elapsed(platform::TickCount(), lastSentence_, kNoSentenceMs) && status_ != GPS_STATUS_NO_SENTENCE) {
     status_ = GPS_STATUS_NO_SENTENCE;
     NotifyStatusChanged();
     lastData_ = platform::TickCount();

@@ -18,9 +18,7 @@ void ParseGsv(WideView sentence, ReceiverState& state) {
     WideView prn, elevation, azimuth, snr;
     // The checksum reads as one more field, so it starts a block that can
     // never be completed.
-    if (!fields.Next(&prn) || !fields.Next(&elevation) || !fields.Next(&azimuth) ||
-        !fields.Next(&snr))
-      break;
+    if (!fields.Next(&prn) || !fields.Next(&elevation) || !fields.Next(&azimuth) || !fields.Next(&snr)) break;
     GPSSatellite satellite;
     satellite.PRN = IntegerField(prn);
     satellite.SNR = IntegerField(snr);

@@ -108,8 +108,7 @@ int32_t ParseInteger(WideView text) {
   if (i < text.size() && (text[i] == u'+' || text[i] == u'-')) negative = text[i++] == u'-';
   constexpr int64_t kLimit = int64_t{std::numeric_limits<int32_t>::max()} + 1;
   int64_t v = 0;
-  for (; i < text.size() && text[i] >= u'0' && text[i] <= u'9'; ++i)
-    v = std::min(v * 10 + (text[i] - u'0'), kLimit);
+  for (; i < text.size() && text[i] >= u'0' && text[i] <= u'9'; ++i) v = std::min(v * 10 + (text[i] - u'0'), kLimit);
   if (negative) return static_cast<int32_t>(-v);
   return static_cast<int32_t>(std::min<int64_t>(v, kLimit - 1));
 }

@@ -35,21 +35,19 @@ struct Setting {
   const char16_t* key = nullptr;
 };
 
-Setting Find(const WideString& iniPath, const char16_t* iniKey, const char* variable,
-             const char16_t* variableKey) {
+Setting Find(const WideString& iniPath, const char16_t* iniKey, const char* variable, const char16_t* variableKey) {
   if (const char* fromEnvironment = std::getenv(variable); fromEnvironment && *fromEnvironment)
     return {fromEnvironment, variableKey};
   char16_t buffer[kMaxValue] = {};
-  if (iniPath.empty() || ReadIniString(iniPath, u"Receiver", iniKey, u"", buffer, kMaxValue) == 0)
-    return {};
+  if (iniPath.empty() || ReadIniString(iniPath, u"Receiver", iniKey, u"", buffer, kMaxValue) == 0) return {};
   return {ToUtf8(buffer), iniKey};
 }
 
 template <class Apply>
 void Use(const Setting& setting, Apply apply, const char16_t* fallback) {
   if (!setting.key || apply(setting.value)) return;
-  Logger::Instance().Format(u"Receiver option %s=%s is not valid; %s is used\n", setting.key,
-                            FromUtf8(setting.value), fallback);
+  Logger::Instance().Format(u"Receiver option %s=%s is not valid; %s is used\n", setting.key, FromUtf8(setting.value),
+                            fallback);
 }
 
 }  // namespace
@@ -80,31 +78,34 @@ bool ReceiverOptions::SetTalkers(std::string_view list) {
 
 bool ReceiverOptions::SetChecksums(std::string_view name) {
   name = Trim(name);
-  if (SameIgnoringCase(name, "ignore")) checksums_ = ChecksumMode::kIgnore;
-  else if (SameIgnoringCase(name, "verify")) checksums_ = ChecksumMode::kVerify;
-  else if (SameIgnoringCase(name, "require")) checksums_ = ChecksumMode::kRequire;
-  else return false;
+  if (SameIgnoringCase(name, "ignore"))
+    checksums_ = ChecksumMode::kIgnore;
+  else if (SameIgnoringCase(name, "verify"))
+    checksums_ = ChecksumMode::kVerify;
+  else if (SameIgnoringCase(name, "require"))
+    checksums_ = ChecksumMode::kRequire;
+  else
+    return false;
   return true;
 }
 
 bool ReceiverOptions::HasAcceptedTalker(WideView text) const {
-  for (size_t at = text.find(u'$'); at != WideView::npos && at + 2 < text.size();
-       at = text.find(u'$', at + 1))
+  for (size_t at = text.find(u'$'); at != WideView::npos && at + 2 < text.size(); at = text.find(u'$', at + 1))
     if (Accepts(text[at + 1], text[at + 2])) return true;
   return false;
 }
 
 ReceiverOptions ReadReceiverOptions(const WideString& iniPath) {
   ReceiverOptions options;
-  Use(Find(iniPath, u"Talkers", "KAVOGPS_TALKERS", u"KAVOGPS_TALKERS"),
+  Use(
+      Find(iniPath, u"Talkers", "KAVOGPS_TALKERS", u"KAVOGPS_TALKERS"),
       [&](const std::string& value) { return options.SetTalkers(value); }, u"GP");
-  Use(Find(iniPath, u"Checksums", "KAVOGPS_CHECKSUMS", u"KAVOGPS_CHECKSUMS"),
+  Use(
+      Find(iniPath, u"Checksums", "KAVOGPS_CHECKSUMS", u"KAVOGPS_CHECKSUMS"),
       [&](const std::string& value) { return options.SetChecksums(value); }, u"ignore");
   return options;
 }
 
-ReceiverOptions LoadReceiverOptions() {
-  return ReadReceiverOptions(LibraryIniPath(platform::ModulePath()));
-}
+ReceiverOptions LoadReceiverOptions() { return ReadReceiverOptions(LibraryIniPath(platform::ModulePath())); }
 
 }  // namespace kavo::nmea

@@ -36,9 +36,7 @@ class ReceiverOptions {
   }
   // True once anything but "GP" alone is accepted: satellites of several
   // talkers are then merged into one table.
-  bool MergesConstellations() const {
-    return count_ != 1 || talkers_[0][0] != u'G' || talkers_[0][1] != u'P';
-  }
+  bool MergesConstellations() const { return count_ != 1 || talkers_[0][0] != u'G' || talkers_[0][1] != u'P'; }
   ChecksumMode Checksums() const { return checksums_; }
   // True when `text` holds "$" followed by an accepted talker id: how a
   // port probe recognises a receiver ("$GP" with the defaults).

@@ -87,8 +87,8 @@ void ReceiverState::CompleteSatelliteCycle() {
   for (int32_t i = 0; i < working_.Count; ++i) {
     const GPSSatellite& fresh = working_.Satellites[i];
     GPSSatellite& published = satellites_.Satellites[i];
-    if (published.PRN != fresh.PRN || published.SNR != fresh.SNR ||
-        published.Azimuth != fresh.Azimuth || published.Elevation != fresh.Elevation) {
+    if (published.PRN != fresh.PRN || published.SNR != fresh.SNR || published.Azimuth != fresh.Azimuth ||
+        published.Elevation != fresh.Elevation) {
       published = fresh;
       mask_ |= GPS_CHANGED_SATELLITES;
     }

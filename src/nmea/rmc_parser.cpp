@@ -23,10 +23,8 @@ void ParseRmc(WideView sentence, ReceiverState& state) {
   const ReceiverTime fixTime = DateAndTime(time, date, state.LocalNow());
 
   state.Update(&GPSLocation::FixQuality, fixQuality, GPS_CHANGED_FIX_QUALITY);
-  state.UpdateTogether({{&GPSLocation::Longitude, lon}, {&GPSLocation::Latitude, lat}},
-                       GPS_CHANGED_POSITION);
-  state.UpdateTogether({{&GPSLocation::Speed, mph}, {&GPSLocation::Course, radians}},
-                       GPS_CHANGED_MOTION);
+  state.UpdateTogether({{&GPSLocation::Longitude, lon}, {&GPSLocation::Latitude, lat}}, GPS_CHANGED_POSITION);
+  state.UpdateTogether({{&GPSLocation::Speed, mph}, {&GPSLocation::Course, radians}}, GPS_CHANGED_MOTION);
   state.SetTime(fixTime);
 
   uint32_t flags = GPS_VALID_POSITION;

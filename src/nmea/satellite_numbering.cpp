@@ -5,12 +5,18 @@ namespace kavo::nmea {
 GnssSystem SystemOfTalker(char16_t first, char16_t second) {
   if (first == u'G') {
     switch (second) {
-      case u'P': return GnssSystem::kGps;
-      case u'L': return GnssSystem::kGlonass;
-      case u'A': return GnssSystem::kGalileo;
-      case u'B': return GnssSystem::kBeidou;
-      case u'Q': return GnssSystem::kQzss;
-      default: return GnssSystem::kOther;
+      case u'P':
+        return GnssSystem::kGps;
+      case u'L':
+        return GnssSystem::kGlonass;
+      case u'A':
+        return GnssSystem::kGalileo;
+      case u'B':
+        return GnssSystem::kBeidou;
+      case u'Q':
+        return GnssSystem::kQzss;
+      default:
+        return GnssSystem::kOther;
     }
   }
   if (first == u'B' && second == u'D') return GnssSystem::kBeidou;
@@ -20,12 +26,18 @@ GnssSystem SystemOfTalker(char16_t first, char16_t second) {
 
 GnssSystem SystemOfId(int32_t id) {
   switch (id) {
-    case 1: return GnssSystem::kGps;
-    case 2: return GnssSystem::kGlonass;
-    case 3: return GnssSystem::kGalileo;
-    case 4: return GnssSystem::kBeidou;
-    case 5: return GnssSystem::kQzss;
-    default: return GnssSystem::kOther;
+    case 1:
+      return GnssSystem::kGps;
+    case 2:
+      return GnssSystem::kGlonass;
+    case 3:
+      return GnssSystem::kGalileo;
+    case 4:
+      return GnssSystem::kBeidou;
+    case 5:
+      return GnssSystem::kQzss;
+    default:
+      return GnssSystem::kOther;
   }
 }
 
@@ -40,11 +52,16 @@ GnssSystem SystemOfNumber(int32_t number) {
 
 int32_t TableNumber(GnssSystem system, int32_t sent) {
   switch (system) {
-    case GnssSystem::kGlonass: return sent >= 1 && sent <= 32 ? sent + 64 : sent;
-    case GnssSystem::kGalileo: return sent >= 1 && sent <= 36 ? sent + 300 : sent;
-    case GnssSystem::kBeidou: return sent >= 1 && sent <= 63 ? sent + 400 : sent;
-    case GnssSystem::kQzss: return sent >= 1 && sent <= 10 ? sent + 192 : sent;
-    default: return sent;
+    case GnssSystem::kGlonass:
+      return sent >= 1 && sent <= 32 ? sent + 64 : sent;
+    case GnssSystem::kGalileo:
+      return sent >= 1 && sent <= 36 ? sent + 300 : sent;
+    case GnssSystem::kBeidou:
+      return sent >= 1 && sent <= 63 ? sent + 400 : sent;
+    case GnssSystem::kQzss:
+      return sent >= 1 && sent <= 10 ? sent + 192 : sent;
+    default:
+      return sent;
   }
 }
 

@@ -57,8 +57,7 @@ int SentenceFramer::Dispatch(WideView line, ReceiverState& state) {
     const ChecksumState checksum = CheckChecksum(line);
     if (checksum == ChecksumState::kWrong ||
         (checksum == ChecksumState::kMissing && options_.Checksums() == ChecksumMode::kRequire)) {
-      Logger::Instance().Format(checksum == ChecksumState::kWrong ? u"Wrong checksum: %s\n"
-                                                                  : u"Missing checksum: %s\n",
+      Logger::Instance().Format(checksum == ChecksumState::kWrong ? u"Wrong checksum: %s\n" : u"Missing checksum: %s\n",
                                 line.data());  // the line buffer is terminated
       return 0;
     }

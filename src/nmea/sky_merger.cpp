@@ -38,8 +38,7 @@ void SkyMerger::Reset() {
 SkyMerger::Cycle* SkyMerger::FindCycle(WideView sentence, char16_t signal) {
   for (size_t i = 0; i < cycleCount_; ++i) {
     Cycle& cycle = cycles_[i];
-    if (cycle.talker[0] == sentence[1] && cycle.talker[1] == sentence[2] && cycle.signal == signal)
-      return &cycle;
+    if (cycle.talker[0] == sentence[1] && cycle.talker[1] == sentence[2] && cycle.signal == signal) return &cycle;
   }
   if (cycleCount_ == kMaxCycles) return nullptr;  // a receiver this busy keeps its first cycles
   Cycle& cycle = cycles_[cycleCount_++];
@@ -123,8 +122,7 @@ void SkyMerger::Publish(ReceiverState& state) {
   for (size_t i = 0; i < cycleCount_; ++i) {
     if (!(doneThisEpoch_ & (1u << i))) continue;
     const Cycle& cycle = cycles_[i];
-    for (size_t e = 0; e < cycle.complete && count < kMaxMerged; ++e)
-      merged_[count++] = {cycle.entries[e], false};
+    for (size_t e = 0; e < cycle.complete && count < kMaxMerged; ++e) merged_[count++] = {cycle.entries[e], false};
   }
   // One satellite on several signals: its strongest comes first, and stays.
   std::sort(merged_, merged_ + count, [](const Merged& a, const Merged& b) {

@@ -23,10 +23,10 @@ namespace kavo::nmea {
 
 class SkyMerger {
  public:
-  static constexpr size_t kMaxCycles = 16;     // talker and signal pairs
-  static constexpr size_t kMaxPerCycle = 40;   // ten messages of four
-  static constexpr size_t kMaxUsed = 12;       // slots of one GSA
-  static constexpr size_t kMaxMerged = 256;    // more than all systems have
+  static constexpr size_t kMaxCycles = 16;    // talker and signal pairs
+  static constexpr size_t kMaxPerCycle = 40;  // ten messages of four
+  static constexpr size_t kMaxUsed = 12;      // slots of one GSA
+  static constexpr size_t kMaxMerged = 256;   // more than all systems have
 
   // Forgets all cycles and satellites in use.
   void Reset();

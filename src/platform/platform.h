@@ -148,9 +148,7 @@ class File {
   virtual ~File() = default;  // closes
   // Read: shared for reading, must exist. Write: truncated or created,
   // others may read. nullptr with the last error set on failure.
-  static std::unique_ptr<File> Open(const std::u16string& path,
-                                    FileAccess access,
-                                    FileDisposition disposition);
+  static std::unique_ptr<File> Open(const std::u16string& path, FileAccess access, FileDisposition disposition);
   // false with the last error set on failure; `got` 0 at the end.
   virtual bool Read(void* buffer, uint32_t size, uint32_t* got) = 0;
   virtual bool Write(const void* data, uint32_t size, uint32_t* written) = 0;

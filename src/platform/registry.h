@@ -47,8 +47,8 @@ constexpr uint32_t kErrorKeyDeleted = 1018;
 uint32_t OpenKey(Key parent, const char16_t* subKey, uint32_t access, Key* result);
 // RegCreateKeyExW: opens the key, creating it and any missing parent.
 // `disposition` may be null.
-uint32_t CreateKey(Key parent, const char16_t* subKey, const char16_t* className,
-                   uint32_t options, uint32_t access, Key* result, uint32_t* disposition);
+uint32_t CreateKey(Key parent, const char16_t* subKey, const char16_t* className, uint32_t options, uint32_t access,
+                   Key* result, uint32_t* disposition);
 // RegQueryValueExW. `size` is in bytes: in, the buffer's size; out, the
 // value's. `type` and `data` may be null. When the data do not fit the
 // result is kErrorMoreData and `size` the size needed.

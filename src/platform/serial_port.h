@@ -21,10 +21,10 @@ struct SerialState {
 
 // DCB flag bits.
 constexpr uint32_t kDcbBinary = 0x0001;
-constexpr uint32_t kDcbParityCheck = 0x0002;      // fParity
-constexpr uint32_t kDcbDtrControlMask = 0x0030;   // fDtrControl, 2 bits
+constexpr uint32_t kDcbParityCheck = 0x0002;     // fParity
+constexpr uint32_t kDcbDtrControlMask = 0x0030;  // fDtrControl, 2 bits
 constexpr uint32_t kDcbDtrControlEnable = 0x0010;
-constexpr uint32_t kDcbRtsControlMask = 0x3000;   // fRtsControl, 2 bits
+constexpr uint32_t kDcbRtsControlMask = 0x3000;  // fRtsControl, 2 bits
 constexpr uint32_t kDcbRtsControlEnable = 0x1000;
 constexpr uint32_t kDcbRtsControlToggle = 0x3000;
 
@@ -54,7 +54,7 @@ class SerialPort {
   virtual bool SetState(const SerialState& state) = 0;                    // SetCommState
   virtual bool GetTimeouts(SerialTimeouts* timeouts) = 0;
   virtual bool SetTimeouts(const SerialTimeouts& timeouts) = 0;
-  virtual bool SetEventMask(uint32_t mask) = 0;                           // SetCommMask
+  virtual bool SetEventMask(uint32_t mask) = 0;  // SetCommMask
   // Honours the time-outs set: with the library's settings a read returns
   // at once with what is queued, else waits for the first byte up to the
   // constant. false with the last error set on failure.

@@ -56,17 +56,14 @@ bool COMPortCollection::AddCommonPorts() {
   RegistryKey active;
   if (!active.Open(kActiveDriversPath, platform::registry::kKeyRead)) return false;
   std::vector<WideString> normal;
-  const int enumerated =
-      active.EnumerateSubkeys([&](const char16_t* subkey) { ProcessEntry(active, subkey, normal); });
+  const int enumerated = active.EnumerateSubkeys([&](const char16_t* subkey) { ProcessEntry(active, subkey, normal); });
   // Each normal port goes in front of those before it: all of them, last
   // found first, ahead of the special ports.
-  names_.insert(names_.begin(), std::make_move_iterator(normal.rbegin()),
-                std::make_move_iterator(normal.rend()));
+  names_.insert(names_.begin(), std::make_move_iterator(normal.rbegin()), std::make_move_iterator(normal.rend()));
   return enumerated != 0;
 }
 
-void COMPortCollection::ProcessEntry(RegistryKey& active, const char16_t* subkey,
-                                     std::vector<WideString>& normal) {
+void COMPortCollection::ProcessEntry(RegistryKey& active, const char16_t* subkey, std::vector<WideString>& normal) {
   LogScope scope(u"Processing registry entry");
   Ref<RegistryKey> entry;
   if (!active.OpenSubkey(subkey, &entry, platform::registry::kKeyRead)) return;
@@ -112,15 +109,13 @@ int COMPortCollection::GetPort(uint32_t index, COMPortInfo* port, CIMExceptionIm
   return 1;
 }
 
-int COMPortCollection::ObtainPort(uint32_t index, COMPortInfo* port, uint8_t* busy,
-                                  CIMExceptionImpl* /*error*/) const {
+int COMPortCollection::ObtainPort(uint32_t index, COMPortInfo* port, uint8_t* busy, CIMExceptionImpl* /*error*/) const {
   LogScope scope(u"Obtaining port");
   const WideString& name = NameAt(index);
   WideString corrected;
   if (!CorrectPortName(name, &corrected)) Raise(kErrNone, u"Not a port name", name.c_str());
 
-  std::unique_ptr<platform::SerialPort> opened =
-      platform::SerialPort::Open(corrected, platform::SerialAccess::kQuery);
+  std::unique_ptr<platform::SerialPort> opened = platform::SerialPort::Open(corrected, platform::SerialAccess::kQuery);
   Logger::Instance().Format(u"Create file returned: %X\n",
                             opened ? opened->HandleValue() : uintptr_t{kInvalidHandleValue});
   platform::SerialState state;

@@ -29,8 +29,7 @@ bool IsSpecialPort(RegistryKey& entry) {
   length = kPathBuffer;
   if (!driver->QueryString(u"FriendlyName", friendlyName, &length)) return false;
   Logger::Instance().Format(u"Friendly name: %s\n", friendlyName);
-  return Contains(friendlyName, u"Bluetooth") || Contains(friendlyName, u"DGPS") ||
-         Contains(friendlyName, u"TSIP");
+  return Contains(friendlyName, u"Bluetooth") || Contains(friendlyName, u"DGPS") || Contains(friendlyName, u"TSIP");
 }
 
 }  // namespace kavo

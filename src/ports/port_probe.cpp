@@ -12,11 +12,8 @@ SharedEvent::SharedEvent() : event_(platform::Event::Create(true, false)) {
   if (!event_) Raise(nullptr);
 }
 
-PortProbe::PortProbe(const COMPortInfo& port, Ref<SharedEvent> dataFound,
-                     const nmea::ReceiverOptions& options)
-    : record_(port.Name, COMPortInfo::kDefaultBaudRate, 0, 8, 0),
-      dataFound_(std::move(dataFound)),
-      options_(options) {}
+PortProbe::PortProbe(const COMPortInfo& port, Ref<SharedEvent> dataFound, const nmea::ReceiverOptions& options)
+    : record_(port.Name, COMPortInfo::kDefaultBaudRate, 0, 8, 0), dataFound_(std::move(dataFound)), options_(options) {}
 
 platform::Thread& PortProbe::StartThread() {
   AddRef();

@@ -100,8 +100,8 @@ int RegistryKey::SetString(const char16_t* text, const char16_t* name, bool mult
   if (!text) Raise(kFailCode, u"No text to write to the registry", name);
   if (multi && length == -1) return 0;
   if (length < -1) return 0;
-  const uint32_t characters = length == -1 ? static_cast<uint32_t>(WideLength(text) + 1)
-                                           : static_cast<uint32_t>(length);
+  const uint32_t characters =
+      length == -1 ? static_cast<uint32_t>(WideLength(text) + 1) : static_cast<uint32_t>(length);
   const uint32_t type = multi ? reg::kTypeMultiString : reg::kTypeString;
   const uint32_t error = reg::SetValue(key_, name, type, text, characters * sizeof(char16_t));
   return error == platform::kErrorSuccess ? 1 : 0;
@@ -170,8 +170,8 @@ int RegistryKey::Enumerate(bool values, const NameCallback& callback) {
   std::vector<char16_t> name(kFirstNameBufferSize);
   for (uint32_t index = 0;;) {
     auto length = static_cast<uint32_t>(name.size());
-    const uint32_t error = values ? reg::EnumValue(key_, index, name.data(), &length)
-                                  : reg::EnumKey(key_, index, name.data(), &length);
+    const uint32_t error =
+        values ? reg::EnumValue(key_, index, name.data(), &length) : reg::EnumKey(key_, index, name.data(), &length);
     if (error == platform::kErrorNoMoreItems) return 1;
     if (error == platform::kErrorMoreData) {
       name.resize(GrowNameBuffer(static_cast<uint32_t>(name.size())));
@@ -183,8 +183,8 @@ int RegistryKey::Enumerate(bool values, const NameCallback& callback) {
   }
 }
 
-int RegistryKey::CreateSubkey(const char16_t* name, Ref<RegistryKey>* key, const char16_t* className,
-                              uint32_t options, uint32_t access, uint32_t* disposition) {
+int RegistryKey::CreateSubkey(const char16_t* name, Ref<RegistryKey>* key, const char16_t* className, uint32_t options,
+                              uint32_t access, uint32_t* disposition) {
   if (!key_ || !key) return 0;
   reg::Key created = 0;
   const uint32_t error = reg::CreateKey(key_, name, className, options, access, &created, disposition);

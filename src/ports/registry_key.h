@@ -18,7 +18,7 @@ class RegistryKey {
  public:
   // Raised (as the code of a CIMExceptionEx) for a missing text to write.
   static constexpr int32_t kFailCode = static_cast<int32_t>(0x80004005u);  // E_FAIL
-  static constexpr uint32_t kFirstNameBufferSize = 1024;  // characters
+  static constexpr uint32_t kFirstNameBufferSize = 1024;                   // characters
   static constexpr uint32_t kNameBufferGrowth = 512;
 
   // A key made by its user, on the stack or as a member: its count never

@@ -47,19 +47,16 @@ constexpr int DaysInMonth(int y, int m) {
 // Whether `t` is a real instant of the years 1 to 9999.
 inline bool IsValid(const CivilTime& t) {
   return t.year >= 1 && t.year <= 9999 && t.month >= 1 && t.month <= 12 && t.day >= 1 &&
-         t.day <= DaysInMonth(t.year, t.month) && t.hour >= 0 && t.hour < 24 && t.minute >= 0 &&
-         t.minute < 60 && t.second >= 0 && t.second < 60 && t.millisecond >= 0 &&
-         t.millisecond < 1000;
+         t.day <= DaysInMonth(t.year, t.month) && t.hour >= 0 && t.hour < 24 && t.minute >= 0 && t.minute < 60 &&
+         t.second >= 0 && t.second < 60 && t.millisecond >= 0 && t.millisecond < 1000;
 }
 
 // `t` moved on by `ms` milliseconds, across days, months and years.
 inline CivilTime AddMilliseconds(const CivilTime& t, uint64_t ms) {
   constexpr uint64_t kDayMs = 86400000;
-  const uint64_t sinceMidnight =
-      ((t.hour * 60ull + t.minute) * 60ull + t.second) * 1000ull + t.millisecond + ms;
+  const uint64_t sinceMidnight = ((t.hour * 60ull + t.minute) * 60ull + t.second) * 1000ull + t.millisecond + ms;
   CivilTime result;
-  CivilFromDays(DaysFromCivil(t.year, t.month, t.day) + static_cast<int64_t>(sinceMidnight / kDayMs),
-                &result);
+  CivilFromDays(DaysFromCivil(t.year, t.month, t.day) + static_cast<int64_t>(sinceMidnight / kDayMs), &result);
   const uint64_t rest = sinceMidnight % kDayMs;
   result.hour = static_cast<int>(rest / 3600000);
   result.minute = static_cast<int>(rest / 60000 % 60);
@@ -75,8 +72,8 @@ constexpr double kSecondsToDays = 1.1574074074074073e-5;  // 1 / 86400
 // but the time of day still runs forward: 29 December 1899 06:00 is -1.25.
 inline double OleDateFromCivil(const CivilTime& t) {
   const double days = static_cast<double>(DaysFromCivil(t.year, t.month, t.day) - kOleEpochDays);
-  const double fraction = (t.hour * 3600 + t.minute * 60 + t.second) * kSecondsToDays +
-                          t.millisecond * (kSecondsToDays / 1000.0);
+  const double fraction =
+      (t.hour * 3600 + t.minute * 60 + t.second) * kSecondsToDays + t.millisecond * (kSecondsToDays / 1000.0);
   return days < 0 ? days - fraction : days + fraction;
 }
 

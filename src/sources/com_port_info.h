@@ -14,14 +14,13 @@ struct COMPortInfo {
 
   char16_t Name[kMaxName + 1] = {};
   uint32_t BaudRate = kDefaultBaudRate;
-  uint8_t Parity = 0;    // none
+  uint8_t Parity = 0;  // none
   uint8_t ByteSize = 8;
   uint8_t StopBits = 0;  // one
 
   COMPortInfo() = default;
   // At most 20 characters of the name are kept; always terminated.
-  COMPortInfo(const char16_t* name, uint32_t baudRate, uint8_t parity, uint8_t byteSize,
-              uint8_t stopBits)
+  COMPortInfo(const char16_t* name, uint32_t baudRate, uint8_t parity, uint8_t byteSize, uint8_t stopBits)
       : BaudRate(baudRate), Parity(parity), ByteSize(byteSize), StopBits(stopBits) {
     SetName(name);
   }

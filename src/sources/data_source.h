@@ -13,10 +13,8 @@ class DataSource : public virtual RefCounted {
  public:
   // Places at most `capacity - 1` characters in `buffer`, zero-terminated,
   // and their number in `count`. Returns 1, or 0 with `error` filled.
-  virtual int Read(char16_t* buffer, uint32_t capacity, uint32_t* count,
-                   CIMExceptionImpl* error) = 0;
-  virtual int Write(const char16_t* text, uint32_t length, uint32_t* written,
-                    CIMExceptionImpl* error) = 0;
+  virtual int Read(char16_t* buffer, uint32_t capacity, uint32_t* count, CIMExceptionImpl* error) = 0;
+  virtual int Write(const char16_t* text, uint32_t length, uint32_t* written, CIMExceptionImpl* error) = 0;
   // Asks a Read that waits for data to return now, with what it has (maybe
   // nothing), so a stop need not sit out the read time-out. Safe from any
   // thread; a source that never waits long may ignore it.

@@ -12,8 +12,7 @@ constexpr uint32_t kErrorInvalidHandle = 6;
 
 void EncodedTextReader::Open(const WideString& path) {
   Close();
-  file_ = platform::File::Open(path, platform::FileAccess::kRead,
-                               platform::FileDisposition::kOpenExisting);
+  file_ = platform::File::Open(path, platform::FileAccess::kRead, platform::FileDisposition::kOpenExisting);
   if (!file_) RaiseLastSystemError(path.c_str());
   DetectByteOrderMark();
 }

@@ -61,10 +61,10 @@ class EncodedTextReader {
   bool endOfData_ = false;
   char16_t pendingUnit_ = 0;  // second half of a surrogate pair
   bool hasPendingUnit_ = false;
-  uint8_t heldByte_ = 0;      // the byte that broke a UTF-8 sequence
+  uint8_t heldByte_ = 0;  // the byte that broke a UTF-8 sequence
   bool hasHeldByte_ = false;
   TextConverter converter_;
-  char16_t carried_ = 0;      // follows a lone CR that filled the line
+  char16_t carried_ = 0;  // follows a lone CR that filled the line
 };
 
 }  // namespace kavo

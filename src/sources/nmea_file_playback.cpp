@@ -27,8 +27,7 @@ int NmeaFilePlayback::Open(const WideString& path, uint32_t intervalMs, bool rep
   return 1;
 }
 
-int NmeaFilePlayback::Read(char16_t* buffer, uint32_t capacity, uint32_t* count,
-                           CIMExceptionImpl* error) {
+int NmeaFilePlayback::Read(char16_t* buffer, uint32_t capacity, uint32_t* count, CIMExceptionImpl* error) {
   CriticalSectionLock::Guard guard(lock_);
   // Paused: nothing flows, and the lock is not kept past the call, so a
   // reading thread that ends here leaves it free for the next one.

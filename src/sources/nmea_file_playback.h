@@ -26,8 +26,7 @@ class NmeaFilePlayback : public DataSource, public PlaybackControl {
   // While paused returns 1 at once and leaves `count` alone.
   int Read(char16_t* buffer, uint32_t capacity, uint32_t* count, CIMExceptionImpl* error) override;
   // Nothing is written back to a recording.
-  int Write(const char16_t* text, uint32_t length, uint32_t* written,
-            CIMExceptionImpl* error) override;
+  int Write(const char16_t* text, uint32_t length, uint32_t* written, CIMExceptionImpl* error) override;
 
   int Pause() override;
   int Resume(CIMExceptionImpl* error) override;

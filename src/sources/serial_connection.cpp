@@ -81,11 +81,9 @@ void SerialConnection::OpenLocked(const COMPortInfo& port) {
   WideString name;
   if (!CorrectPortName(port.Name, &name)) Raise(kErrNone);
 
-  std::shared_ptr<platform::SerialPort> opened =
-      platform::SerialPort::Open(name, platform::SerialAccess::kReadWrite);
+  std::shared_ptr<platform::SerialPort> opened = platform::SerialPort::Open(name, platform::SerialAccess::kReadWrite);
   const uint32_t lastError = platform::GetLastError();
-  log.Format(u"Create file on %s returned: %x\n", name,
-             opened ? opened->HandleValue() : kInvalidHandleValue);
+  log.Format(u"Create file on %s returned: %x\n", name, opened ? opened->HandleValue() : kInvalidHandleValue);
   if (!opened) {
     log.Format(u"Last error returned %d\n", lastError);
     Raise(kErrPortNotFound, port.Name);
@@ -116,22 +114,19 @@ void SerialConnection::ApplyLineSettings(platform::SerialPort& opened, const COM
   platform::SerialState state;
   if (!opened.GetState(&state)) return;
   state.baudRate = port.BaudRate;
-  state.flags = (state.flags & ~kLineControlMask) | platform::kDcbDtrControlEnable |
-                platform::kDcbRtsControlToggle;
+  state.flags = (state.flags & ~kLineControlMask) | platform::kDcbDtrControlEnable | platform::kDcbRtsControlToggle;
   state.byteSize = port.ByteSize;
   state.parity = port.Parity;
   state.stopBits = port.StopBits;
   if (opened.SetState(state)) return;
   // Some serial drivers (Wine's among them) refuse RTS toggling, which a
   // receiver that only talks has no use for anyway.
-  Logger::Instance().Format(u"RTS toggle refused (error %d), trying RTS enabled\n",
-                            platform::GetLastError());
+  Logger::Instance().Format(u"RTS toggle refused (error %d), trying RTS enabled\n", platform::GetLastError());
   state.flags = (state.flags & ~platform::kDcbRtsControlMask) | platform::kDcbRtsControlEnable;
   CheckOrRaise(opened.SetState(state), kErrOperationFailed, port.Name);
 }
 
-int SerialConnection::Read(char16_t* buffer, uint32_t capacity, uint32_t* count,
-                           CIMExceptionImpl* error) {
+int SerialConnection::Read(char16_t* buffer, uint32_t capacity, uint32_t* count, CIMExceptionImpl* error) {
   PortLock lock(*mutex_, platform::kInfinite);
   return CatchInto(error, [&] {
     if (!open_) Raise(kErrNone);
@@ -146,8 +141,7 @@ int SerialConnection::Read(char16_t* buffer, uint32_t capacity, uint32_t* count,
   });
 }
 
-int SerialConnection::Write(const char16_t* text, uint32_t length, uint32_t* written,
-                            CIMExceptionImpl* error) {
+int SerialConnection::Write(const char16_t* text, uint32_t length, uint32_t* written, CIMExceptionImpl* error) {
   return CatchInto(error, [&] {
     if (!text && length != 0) Raise(kErrInvalidParameter);
     std::shared_ptr<platform::SerialPort> port = CurrentPort();

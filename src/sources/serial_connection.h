@@ -33,8 +33,7 @@ class SerialConnection : public DataSource {
   int Open(const COMPortInfo& port, CIMExceptionImpl* error);
   // Reads at most `capacity - 1` bytes, as characters, into `buffer`.
   int Read(char16_t* buffer, uint32_t capacity, uint32_t* count, CIMExceptionImpl* error) override;
-  int Write(const char16_t* text, uint32_t length, uint32_t* written,
-            CIMExceptionImpl* error) override;
+  int Write(const char16_t* text, uint32_t length, uint32_t* written, CIMExceptionImpl* error) override;
   // Ends a read waiting for its first byte, where the port can be woken.
   void CancelRead() override;
 

@@ -7,10 +7,16 @@ namespace kavo {
 
 class CriticalSectionLock {
  public:
-  int Lock() { section_.Enter(); return 1; }
+  int Lock() {
+    section_.Enter();
+    return 1;
+  }
   // Kept for its slot: the lock needs no preparation and always succeeds.
   int Prepare() { return 1; }
-  int Unlock() { section_.Leave(); return 1; }
+  int Unlock() {
+    section_.Leave();
+    return 1;
+  }
 
   class Guard {
    public:

@@ -9,12 +9,12 @@ namespace kavo {
 
 // Internal error codes.
 enum ErrorCode : int32_t {
-  kErrNone = -1,               // also: thread creation failed, general failure
+  kErrNone = -1,  // also: thread creation failed, general failure
   kErrOutOfMemory = -3,
-  kErrPortCollection = -5,     // the port collection could not be filled
+  kErrPortCollection = -5,  // the port collection could not be filled
   kErrInvalidParameter = -9,
-  kErrOperationFailed = -11,   // a serial or file operation failed
-  kErrPortNotFound = -14,      // port cannot be opened, or no GPS port found
+  kErrOperationFailed = -11,  // a serial or file operation failed
+  kErrPortNotFound = -14,     // port cannot be opened, or no GPS port found
   kErrNotSupported = -16,
 };
 
@@ -58,8 +58,7 @@ std::u16string StandardErrorText(int32_t code);
 // Sets the code and both texts; an empty text is filled with the code's
 // standard text. Does nothing when `record` is null.
 void SetError(CIMExceptionImpl* record, int32_t code);
-void SetError(CIMExceptionImpl* record, int32_t code, const char16_t* message,
-              const char16_t* detail);
+void SetError(CIMExceptionImpl* record, int32_t code, const char16_t* message, const char16_t* detail);
 
 // Base of everything the library raises. Thrown and caught by value.
 class CException {
@@ -73,8 +72,7 @@ class CException {
 // start).
 class CNotSupportedException : public CException {
  public:
-  explicit CNotSupportedException(std::u16string what = u"not supported")
-      : what_(std::move(what)) {}
+  explicit CNotSupportedException(std::u16string what = u"not supported") : what_(std::move(what)) {}
   std::u16string Describe() const override { return what_; }
 
  private:
@@ -97,16 +95,14 @@ class CIMExceptionEx : public CException, public CIMExceptionImpl {
 // Raises the record's error; a null record raises code -1 with empty texts.
 [[noreturn]] void Raise(const CIMExceptionImpl* record);
 // Raises a fresh error with the code and texts (standard text for empty).
-[[noreturn]] void Raise(int32_t code, const char16_t* message = nullptr,
-                        const char16_t* detail = nullptr);
+[[noreturn]] void Raise(int32_t code, const char16_t* message = nullptr, const char16_t* detail = nullptr);
 
 // Creation code runs each step through these: a step reports failure by
 // returning zero after filling the record.
 inline void CheckOrRaise(long ok, const CIMExceptionImpl* record) {
   if (!ok) Raise(record);
 }
-inline void CheckOrRaise(long ok, int32_t code, const char16_t* message = nullptr,
-                         const char16_t* detail = nullptr) {
+inline void CheckOrRaise(long ok, int32_t code, const char16_t* message = nullptr, const char16_t* detail = nullptr) {
   if (!ok) Raise(code, message, detail);
 }
 

@@ -20,8 +20,7 @@ WideView Trim(WideView text) {
 // The whole file as text: UTF-16 with a byte-order mark, UTF-8 with one,
 // else the system code page.
 bool ReadText(const std::u16string& path, WideString* text) {
-  auto file = platform::File::Open(path, platform::FileAccess::kRead,
-                                   platform::FileDisposition::kOpenExisting);
+  auto file = platform::File::Open(path, platform::FileAccess::kRead, platform::FileDisposition::kOpenExisting);
   if (!file) return false;
   std::string bytes;
   char block[4096];
@@ -34,17 +33,15 @@ bool ReadText(const std::u16string& path, WideString* text) {
     *text = platform::Utf8ToUtf16(bytes.substr(3));
   } else {
     text->resize(bytes.size());
-    TextConverter().BytesToWide(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size(),
-                                text->data());
+    TextConverter().BytesToWide(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size(), text->data());
   }
   return true;
 }
 
 }  // namespace
 
-size_t ReadIniString(const std::u16string& path, const std::u16string& section,
-                     const std::u16string& key, const char16_t* defaultValue, char16_t* buffer,
-                     size_t length) {
+size_t ReadIniString(const std::u16string& path, const std::u16string& section, const std::u16string& key,
+                     const char16_t* defaultValue, char16_t* buffer, size_t length) {
   if (!buffer || length == 0) return 0;
   const auto copyOut = [&](WideView value) {
     const size_t n = std::min(value.size(), length - 1);
@@ -72,8 +69,7 @@ size_t ReadIniString(const std::u16string& path, const std::u16string& section,
     if (!EqualsIgnoreCase(Trim(line.substr(0, equals)), key)) continue;
     WideView value = Trim(line.substr(equals + 1));
     // A value may be quoted to keep its outer spaces.
-    if (value.size() >= 2 && value.front() == u'"' && value.back() == u'"')
-      value = value.substr(1, value.size() - 2);
+    if (value.size() >= 2 && value.front() == u'"' && value.back() == u'"') value = value.substr(1, value.size() - 2);
     return copyOut(value);
   }
   return copyOut(defaultValue ? defaultValue : u"");

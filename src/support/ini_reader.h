@@ -12,8 +12,7 @@ namespace kavo {
 // `defaultValue` into `buffer` of `length` characters, cut to fit and
 // terminated. Returns the number of characters copied: the default's length
 // (0 for an empty default) when the file or the key is missing.
-size_t ReadIniString(const std::u16string& path, const std::u16string& section,
-                     const std::u16string& key, const char16_t* defaultValue,
-                     char16_t* buffer, size_t length);
+size_t ReadIniString(const std::u16string& path, const std::u16string& section, const std::u16string& key,
+                     const char16_t* defaultValue, char16_t* buffer, size_t length);
 
 }  // namespace kavo

@@ -8,9 +8,7 @@ bool OleDateFromParts(const DateTimeParts& parts, double* date) {
   return true;
 }
 
-bool OleDateToParts(double date, DateTimeParts* parts) {
-  return calendar::CivilFromOleDate(date, parts, 1000);
-}
+bool OleDateToParts(double date, DateTimeParts* parts) { return calendar::CivilFromOleDate(date, parts, 1000); }
 
 double OleDateFromLocalTime(const platform::LocalTime& t) {
   DateTimeParts parts{t.year, t.month, t.day, t.hour, t.minute, t.second};

@@ -35,13 +35,20 @@ template <class T>
 class Ref {
  public:
   Ref() = default;
-  Ref(T* p) : p_(p) { if (p_) p_->AddRef(); }  // NOLINT: implicit by design
+  Ref(T* p) : p_(p) {
+    if (p_) p_->AddRef();
+  }  // NOLINT: implicit by design
   Ref(const Ref& o) : Ref(o.p_) {}
   Ref(Ref&& o) noexcept : p_(std::exchange(o.p_, nullptr)) {}
   template <class U>
   Ref(const Ref<U>& o) : Ref(o.get()) {}  // NOLINT
-  ~Ref() { if (p_) p_->Release(); }
-  Ref& operator=(Ref o) noexcept { std::swap(p_, o.p_); return *this; }
+  ~Ref() {
+    if (p_) p_->Release();
+  }
+  Ref& operator=(Ref o) noexcept {
+    std::swap(p_, o.p_);
+    return *this;
+  }
 
   T* get() const { return p_; }
   T* operator->() const { return p_; }
@@ -62,10 +69,15 @@ class OwningHolder {
   explicit OwningHolder(T* p) : p_(p) {}
   OwningHolder(const OwningHolder&) = delete;
   OwningHolder& operator=(const OwningHolder&) = delete;
-  ~OwningHolder() { if (owns_) delete p_; }
+  ~OwningHolder() {
+    if (owns_) delete p_;
+  }
   T* get() const { return p_; }
   T* operator->() const { return p_; }
-  T* Detach() { owns_ = false; return p_; }
+  T* Detach() {
+    owns_ = false;
+    return p_;
+  }
 
  private:
   bool owns_ = true;

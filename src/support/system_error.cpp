@@ -11,8 +11,7 @@ void RaiseSystemError(uint32_t win32Code, const char16_t* detail) {
   if (win32Code == 0 || win32Code > 0x7FFFFFFFu) win32Code = platform::kErrorNotSupported;
   const WideString message = u"System error " + FromUtf8(std::to_string(win32Code));
   CIMExceptionEx error;
-  SetError(&error, static_cast<int32_t>(win32Code), message.c_str(),
-           detail && *detail ? detail : message.c_str());
+  SetError(&error, static_cast<int32_t>(win32Code), message.c_str(), detail && *detail ? detail : message.c_str());
   throw error;
 }
 

@@ -45,8 +45,7 @@ WideString ToLower(WideView text) {
 
 bool EqualsIgnoreCase(WideView a, WideView b) {
   return a.size() == b.size() &&
-         std::equal(a.begin(), a.end(), b.begin(),
-                    [](char16_t x, char16_t y) { return LowerUnit(x) == LowerUnit(y); });
+         std::equal(a.begin(), a.end(), b.begin(), [](char16_t x, char16_t y) { return LowerUnit(x) == LowerUnit(y); });
 }
 
 bool Contains(WideView haystack, WideView needle) { return haystack.find(needle) != WideView::npos; }

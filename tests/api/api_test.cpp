@@ -41,9 +41,16 @@ uint32_t LastError() { return KavoMobileGPS_GetLastError(); }
 
 TEST(Frames, OperationReportsTheRecordOrWhatWasRaised) {
   using Work = int (*)(CIMExceptionImpl*);
-  const struct { Work work; uint32_t win32; } table[] = {
+  const struct {
+    Work work;
+    uint32_t win32;
+  } table[] = {
       {[](CIMExceptionImpl*) { return 5; }, 0},
-      {[](CIMExceptionImpl* r) { SetError(r, -14); return 0; }, 2},
+      {[](CIMExceptionImpl* r) {
+         SetError(r, -14);
+         return 0;
+       },
+       2},
       {[](CIMExceptionImpl*) { return 0; }, 50},  // zero without a code
       {[](CIMExceptionImpl*) -> int { Raise(kErrOperationFailed); }, 1006},
       {[](CIMExceptionImpl*) -> int { throw std::bad_alloc(); }, 14},
@@ -98,16 +105,14 @@ TEST(LastErrorExport, IsPerThread) {
   std::atomic<int> step{0};
   uint32_t seenElsewhere = 1;
   std::thread other([&] {
-    while (step.load() != 1) {
-    }
+    while (step.load() != 1) {}
     seenElsewhere = KavoMobileGPS_GetLastError();
     platform::SetLastError(87);
     step = 2;
   });
   platform::SetLastError(160);
   step = 1;
-  while (step.load() != 2) {
-  }
+  while (step.load() != 2) {}
   EXPECT_EQ(KavoMobileGPS_GetLastError(), 160u);
   other.join();
   EXPECT_NE(seenElsewhere, 160u);

@@ -33,8 +33,6 @@ LogCapture::~LogCapture() { logger_.SetSink(previous_); }
 
 std::u16string LogCapture::Text() const { return sink_->Text(); }
 std::string LogCapture::Utf8() const { return ToUtf8(Text()); }
-bool LogCapture::Contains(const std::u16string& piece) const {
-  return Text().find(piece) != std::u16string::npos;
-}
+bool LogCapture::Contains(const std::u16string& piece) const { return Text().find(piece) != std::u16string::npos; }
 
 }  // namespace kavo::test

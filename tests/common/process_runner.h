@@ -17,8 +17,7 @@ class ProcessRunner {
  public:
   using Environment = std::vector<std::pair<std::string, std::string>>;
   // Starts `program` with `args`, its environment this one's plus `environment`.
-  ProcessRunner(const std::string& program, const std::vector<std::string>& args,
-                const Environment& environment = {});
+  ProcessRunner(const std::string& program, const std::vector<std::string>& args, const Environment& environment = {});
   ~ProcessRunner();  // kills a program still running
   ProcessRunner(const ProcessRunner&) = delete;
   ProcessRunner& operator=(const ProcessRunner&) = delete;

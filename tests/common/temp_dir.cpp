@@ -24,13 +24,9 @@ TempDir::~TempDir() {
   std::filesystem::remove_all(path_, ignored);
 }
 
-std::string TempDir::File(const std::string& name) const {
-  return (std::filesystem::path(path_) / name).string();
-}
+std::string TempDir::File(const std::string& name) const { return (std::filesystem::path(path_) / name).string(); }
 
-std::u16string TempDir::WideFile(const std::string& name) const {
-  return platform::Utf8ToUtf16(File(name));
-}
+std::u16string TempDir::WideFile(const std::string& name) const { return platform::Utf8ToUtf16(File(name)); }
 
 void TempDir::Write(const std::string& name, const std::string& bytes) const {
   std::ofstream out(File(name), std::ios::binary);

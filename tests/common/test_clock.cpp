@@ -37,8 +37,7 @@ void ManualClock::ClearSleeps() {
   sleeps_.clear();
 }
 
-FastClock::FastClock(uint32_t speedUp)
-    : speedUp_(speedUp ? speedUp : 1), start_(std::chrono::steady_clock::now()) {
+FastClock::FastClock(uint32_t speedUp) : speedUp_(speedUp ? speedUp : 1), start_(std::chrono::steady_clock::now()) {
   platform::SetClock(this);
 }
 

@@ -22,9 +22,7 @@ class ManualClock : public platform::Clock {
   uint32_t TickCount() override { return now_.load(); }
   void Sleep(uint32_t ms) override;
   platform::LocalTime LocalNow() override;
-  uint32_t RealWaitMs(uint32_t ms) override {
-    return ms == platform::kInfinite ? ms : std::min(ms, realWaitMs_);
-  }
+  uint32_t RealWaitMs(uint32_t ms) override { return ms == platform::kInfinite ? ms : std::min(ms, realWaitMs_); }
 
   void Advance(uint32_t ms) { now_ += ms; }
   void Set(uint32_t ticks) { now_ = ticks; }
@@ -51,9 +49,7 @@ class FastClock : public platform::Clock {
   uint32_t TickCount() override;
   void Sleep(uint32_t ms) override;
   platform::LocalTime LocalNow() override { return platform::SystemClock().LocalNow(); }
-  uint32_t RealWaitMs(uint32_t ms) override {
-    return ms == platform::kInfinite ? ms : (ms + speedUp_ - 1) / speedUp_;
-  }
+  uint32_t RealWaitMs(uint32_t ms) override { return ms == platform::kInfinite ? ms : (ms + speedUp_ - 1) / speedUp_; }
 
  private:
   const uint32_t speedUp_;

@@ -94,7 +94,10 @@ TEST_F(GpsDriverTest, FailedStartUndoesWhatItDid) {
   const Case cases[] = {
       {false, 0, 0, kErrNotSupported, {"playback.Resume"}},
       {true, kErrOutOfMemory, 0, kErrOutOfMemory, {"playback.Resume", "receiver.Start", "playback.Pause"}},
-      {true, 0, kErrNone, kErrNone,
+      {true,
+       0,
+       kErrNone,
+       kErrNone,
        {"playback.Resume", "receiver.Start", "thread.Start", "receiver.Stop", "playback.Pause"}},
   };
   for (const Case& c : cases) {

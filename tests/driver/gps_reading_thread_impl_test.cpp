@@ -60,7 +60,10 @@ struct Shared {
     return readers;
   }
   void Update(const std::function<void()>& change) {
-    { std::lock_guard<std::mutex> lock(mutex); change(); }
+    {
+      std::lock_guard<std::mutex> lock(mutex);
+      change();
+    }
     changed.notify_all();
   }
 };
@@ -82,10 +85,14 @@ class ScriptedSource : public DataSource {
     return result;
   }
   int Write(const char16_t*, uint32_t, uint32_t*, CIMExceptionImpl*) override { return 1; }
-  void CancelRead() override { shared_->Update([&] { shared_->cancelled = true; }); }
+  void CancelRead() override {
+    shared_->Update([&] { shared_->cancelled = true; });
+  }
 
  private:
-  ~ScriptedSource() override { shared_->Update([&] { shared_->destroyed = true; }); }
+  ~ScriptedSource() override {
+    shared_->Update([&] { shared_->destroyed = true; });
+  }
   Script script_;
   std::shared_ptr<Shared> shared_;
 };
@@ -169,8 +176,10 @@ TEST(GpsReadingThreadImpl, WatchdogReportsAReadThatDoesNotComplete) {
 // A stop cuts the pause after an empty or failed read short, asks a waiting
 // read to return, and what that read brings back still reaches the sink.
 TEST(GpsReadingThreadImpl, StopEndsPauseAndWaitingReadAtOnceAndKeepsTheirResult) {
-  const struct { bool waits, fails; std::u16string last; } cases[] = {
-      {false, false, u"nodata"}, {false, true, u"error -11"}, {true, false, u"text tail"}};
+  const struct {
+    bool waits, fails;
+    std::u16string last;
+  } cases[] = {{false, false, u"nodata"}, {false, true, u"error -11"}, {true, false, u"text tail"}};
   for (const auto& c : cases) {
     Fixture f([c](int, Shared& shared, std::u16string* text, CIMExceptionImpl* error) {
       if (c.waits) shared.WaitFor([&] { return shared.cancelled; });

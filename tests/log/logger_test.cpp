@@ -92,7 +92,10 @@ TEST(FileLogSink, WritesSingleBytesAndLongLines) {
   const std::u16string longLine(2000, u'x');  // beyond the stack buffer
   EXPECT_EQ(sink->WriteText(longLine.c_str()), 1);
   EXPECT_EQ(sink->Flush(), 1);
-  EXPECT_EQ(dir.Read("gps.log"), "Gr\xFC\xDF" "e ?\r\n" + std::string(2000, 'x'));
+  EXPECT_EQ(dir.Read("gps.log"),
+            "Gr\xFC\xDF"
+            "e ?\r\n" +
+                std::string(2000, 'x'));
 }
 
 // The .ini beside the library (in a folder whose name has a dot: only the
@@ -104,7 +107,9 @@ TEST(LoadConfiguration, TheNamedFileIsCreatedEmptyAndReceivesTheLog) {
   std::filesystem::create_directories(dir.File("lib.d"));
   const auto path = [&](const std::string& name) { return dir.File("lib.d/" + name); };
   Logger logger;
-  const struct { const char *library, *ini, *logFile; } cases[] = {
+  const struct {
+    const char *library, *ini, *logFile;
+  } cases[] = {
       {"KavoMobileGPS.dll", nullptr, nullptr},
       {"KavoMobileGPS.dll", "KavoMobileGPS.ini", nullptr},
       {"KavoMobileGPS.dll", "KavoMobileGPS.ini", "no-folder/gps.log"},
@@ -115,7 +120,9 @@ TEST(LoadConfiguration, TheNamedFileIsCreatedEmptyAndReceivesTheLog) {
   for (const auto& c : cases) {
     SCOPED_TRACE(std::string(c.library) + " " + (c.logFile ? c.logFile : "-"));
     dir.Write("lib.d/gps.log", "left from before");
-    if (c.ini) dir.Write("lib.d/" + std::string(c.ini), c.logFile ? "[Logger]\r\nFileName=" + path(c.logFile) + "\r\n" : "[Logger]\r\n");
+    if (c.ini)
+      dir.Write("lib.d/" + std::string(c.ini),
+                c.logFile ? "[Logger]\r\nFileName=" + path(c.logFile) + "\r\n" : "[Logger]\r\n");
     platform::SetLastError(1234);
     ConfigureLoggerAtLoad(logger, FromUtf8(path(c.library)));
     EXPECT_EQ(platform::GetLastError(), 1234u);

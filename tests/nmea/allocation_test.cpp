@@ -23,10 +23,18 @@ void* operator new(std::size_t size) { return Allocate(size); }
 void* operator new[](std::size_t size) { return Allocate(size); }
 // The sanitizers' own versions of these would pair with the free below.
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  try { return Allocate(size); } catch (...) { return nullptr; }
+  try {
+    return Allocate(size);
+  } catch (...) {
+    return nullptr;
+  }
 }
 void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-  try { return Allocate(size); } catch (...) { return nullptr; }
+  try {
+    return Allocate(size);
+  } catch (...) {
+    return nullptr;
+  }
 }
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete[](void* memory) noexcept { std::free(memory); }

@@ -34,14 +34,10 @@ struct Step {
 
 class GpsReceiverTest : public ::testing::Test {
  protected:
-  GpsReceiverTest() : receiver(new GpsReceiver), entry(&events) {
-    receiver->AddListener(&entry);
-  }
+  GpsReceiverTest() : receiver(new GpsReceiver), entry(&events) { receiver->AddListener(&entry); }
   ~GpsReceiverTest() override { receiver->Stop(); }
 
-  void Feed(const std::u16string& text) {
-    receiver->OnText(text.c_str(), static_cast<uint32_t>(text.size()));
-  }
+  void Feed(const std::u16string& text) { receiver->OnText(text.c_str(), static_cast<uint32_t>(text.size())); }
   void Start() {
     CIMExceptionImpl error;
     ASSERT_EQ(receiver->Start(&error), 1);
@@ -54,9 +50,12 @@ class GpsReceiverTest : public ::testing::Test {
       clock.Advance(step.advance);
       CIMExceptionImpl error;
       SetError(&error, step.error);
-      if (step.text) Feed(step.text);
-      else if (step.error) receiver->OnError(error);
-      else receiver->OnNoData();
+      if (step.text)
+        Feed(step.text);
+      else if (step.error)
+        receiver->OnError(error);
+      else
+        receiver->OnNoData();
       EXPECT_EQ(receiver->GetStatus(), step.status) << "at step " << &step - steps.begin();
       EXPECT_EQ(events.statusChanges > changes, step.status != before) << "at step " << &step - steps.begin();
     }
@@ -81,11 +80,16 @@ TEST_P(GpsReceiverAcrossWraps, StatusFollowsTheStream) {
   EXPECT_EQ(receiver->GetStatus(), -2) << "nothing received yet";
   Run({{0, kGga, 0, 0},
        // Silence: nothing until the time-out interval has passed, then -1.
-       {0, nullptr, 0, 0}, {3000, nullptr, 0, 0}, {1, nullptr, 0, -1}, {0, nullptr, 0, -1},
+       {0, nullptr, 0, 0},
+       {3000, nullptr, 0, 0},
+       {1, nullptr, 0, -1},
+       {0, nullptr, 0, -1},
        // Text again, but none the receiver knows, and no sentence for over 3 s.
-       {0, u"$GNGGA,1,2,3\r\n", 0, -3}, {0, kGga2, 0, 0},
+       {0, u"$GNGGA,1,2,3\r\n", 0, -3},
+       {0, kGga2, 0, 0},
        // Unknown text alone keeps the status until 3 s pass without a sentence.
-       {1000, u"$PGRME,15.0,M,45.0,M,25.0,M*1C\r\nnoise", 0, 0}, {2001, u" more noise\n", 0, -3},
+       {1000, u"$PGRME,15.0,M,45.0,M,25.0,M*1C\r\nnoise", 0, 0},
+       {2001, u" more noise\n", 0, -3},
        {10, u"noise\n", 0, -3}});
   CIMExceptionImpl error;
   EXPECT_EQ(receiver->SetTimeoutInterval(500, &error), 1);

@@ -32,9 +32,7 @@ inline double OleDate(int dayNumber, int hour, int minute, int second) {
 }
 constexpr int kToday = 46348;  // 22 November 2026, the test clock's date
 
-inline bool SameBits(const void* a, const void* b, size_t size) {
-  return std::memcmp(a, b, size) == 0;
-}
+inline bool SameBits(const void* a, const void* b, size_t size) { return std::memcmp(a, b, size) == 0; }
 
 class StoreTest : public testing::Test {
  protected:

@@ -56,9 +56,15 @@ TEST(ParseDouble, ReadsTheDecimalFormsOnly) {
 }
 
 TEST(ParseInteger, TakesLeadingDigitsAndSaturates) {
-  const std::pair<const char16_t*, int32_t> cases[] = {
-      {u"08", 8}, {u" -12x", -12}, {u"", 0}, {u"x1", 0}, {u"1.9", 1}, {u"0x10", 0}, {u"- 1", 0},
-      {u"2147483648", INT32_MAX}, {u"-99999999999999999999", INT32_MIN}};
+  const std::pair<const char16_t*, int32_t> cases[] = {{u"08", 8},
+                                                       {u" -12x", -12},
+                                                       {u"", 0},
+                                                       {u"x1", 0},
+                                                       {u"1.9", 1},
+                                                       {u"0x10", 0},
+                                                       {u"- 1", 0},
+                                                       {u"2147483648", INT32_MAX},
+                                                       {u"-99999999999999999999", INT32_MIN}};
   for (const auto& [text, expected] : cases) EXPECT_EQ(ParseInteger(text), expected) << ToUtf8(text);
 }
 
@@ -95,11 +101,11 @@ TEST_F(ParsersTest, WorkedGgaStoresEveryFieldExactlyAndOnlyChangesCount) {
 TEST_F(ParsersTest, HemispheresAndFixQualities) {
   // Only "N" and "E" are positive; quality 0 and 2 to 8 are kept, the rest is 1.
   const std::tuple<const char*, bool, const char*, int32_t> cases[] = {
-      {"N", true, "0", 0},  {"E", true, "2", 2},  {"S", false, "8", 8},  {"s", false, "9", 1},
+      {"N", true, "0", 0},  {"E", true, "2", 2}, {"S", false, "8", 8},   {"s", false, "9", 1},
       {"", false, "-3", 1}, {"n", false, "", 0}, {"N ", false, "4x", 4}, {"W", false, "1", 1}};
   for (const auto& [hemisphere, positive, quality, expected] : cases) {
     Feed({std::string("$GPGGA,123519,4807.038,") + hemisphere + ",01131.000," + hemisphere + "," + quality +
-         ",08,0.9,545.4,M,46.9,M,,"});
+          ",08,0.9,545.4,M,46.9,M,,"});
     EXPECT_EQ(Location().Latitude, Degrees(4807.038, positive)) << '"' << hemisphere << '"';
     EXPECT_EQ(Location().Longitude, Degrees(1131.0, positive)) << '"' << hemisphere << '"';
     EXPECT_EQ(Location().FixQuality, expected) << quality;
@@ -117,7 +123,7 @@ TEST_F(ParsersTest, RmcDatesPivotAt1971AndItsStatusDecidesTheFix) {
   EXPECT_EQ(Location().Time, OleDate(34416, 13, 45, 1));  // a later GGA keeps the date
   Feed({"$GPRMC,000000,A,4807.038,N,01131.000,E,,,230370,,*6A"});
   EXPECT_EQ(Location().Time, OleDate(62175, 0, 0, 0));  // 23 March 2070
-  EXPECT_EQ(Location().FixQuality, 4);  // an active RMC keeps GGA's better quality
+  EXPECT_EQ(Location().FixQuality, 4);                  // an active RMC keeps GGA's better quality
   Feed({"$GPRMC,123521,V,4900.000,S,01131.000,W,1.5,10.0,230394,,*7B"});
   EXPECT_EQ(Location().FixQuality, 0);  // void, yet the position is stored
   EXPECT_EQ(Location().Latitude, Degrees(4900.0, false));
@@ -169,7 +175,7 @@ TEST_F(ParsersTest, GsvCyclesArePublishedOnTheirLastMessage) {
   Feed({first, second});
   EXPECT_EQ(Satellites().Count, 0);
   clock_.SetLocalTime({2026, 11, 0, 22, 9, 30, 15, 999});  // stamped to the whole second
-  Feed({Gsv(3, 3, ",25,28,045,36")});  // short last message
+  Feed({Gsv(3, 3, ",25,28,045,36")});                      // short last message
   ASSERT_EQ(Satellites().Count, 9);
   EXPECT_EQ(store_.UpdateMask(), GPS_CHANGED_SATELLITES);
   EXPECT_EQ(Satellites().Time, OleDate(kToday, 9, 30, 15));

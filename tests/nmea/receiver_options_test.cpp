@@ -19,9 +19,13 @@ bool AcceptsAll(const ReceiverOptions& options, const std::string& ids) {
 }
 
 TEST(ReceiverOptions, TalkerListsAreCheckedBeforeUse) {
-  const std::pair<const char*, bool> lists[] = {
-      {"GP", true},  {" gn , GL,GP,GP ", true}, {"", false},     {"GPS", false},
-      {"G1", false}, {"GP,,GN", false},         {"GP,GN,GL,GA,GB,BD,GQ,QZ,GI,GC,AA,AB,AC,AD,AE,AF,AG", false}};
+  const std::pair<const char*, bool> lists[] = {{"GP", true},
+                                                {" gn , GL,GP,GP ", true},
+                                                {"", false},
+                                                {"GPS", false},
+                                                {"G1", false},
+                                                {"GP,,GN", false},
+                                                {"GP,GN,GL,GA,GB,BD,GQ,QZ,GI,GC,AA,AB,AC,AD,AE,AF,AG", false}};
   for (const auto& [list, valid] : lists) {
     ReceiverOptions options;
     options.SetTalkers("GA");
@@ -46,9 +50,19 @@ TEST(ReceiverOptions, ReadFromTheIniBesideTheLibraryAndTheEnvironmentWhichWins) 
       {"Talkers=GP,GN\r\nChecksums=verify", nullptr, nullptr, "GPGN", "GL", ChecksumMode::kVerify, {}},
       {"Talkers=GP,GN\r\nChecksums=verify", "GL", " REQUIRE ", "GL", "GPGN", ChecksumMode::kRequire, {}},
       {nullptr, "GA,GB", "", "GAGB", "GP", ChecksumMode::kIgnore, {}},
-      {"Talkers=G\r\nChecksums=sometimes", nullptr, nullptr, "GP", "GN", ChecksumMode::kIgnore,
+      {"Talkers=G\r\nChecksums=sometimes",
+       nullptr,
+       nullptr,
+       "GP",
+       "GN",
+       ChecksumMode::kIgnore,
        {"Talkers=G is not valid", "Checksums=sometimes is not valid"}},
-      {"Talkers=GN\r\nChecksums=verify", "X,Y", "yes", "GP", "GN", ChecksumMode::kIgnore,
+      {"Talkers=GN\r\nChecksums=verify",
+       "X,Y",
+       "yes",
+       "GP",
+       "GN",
+       ChecksumMode::kIgnore,
        {"KAVOGPS_TALKERS=X,Y is not valid", "KAVOGPS_CHECKSUMS=yes is not valid"}},
   };
   for (const auto& c : cases) {
@@ -74,8 +88,10 @@ TEST_F(StoreTest, ChecksumsAreCheckedOnlyWhenAskedAndAMissingOneOnlyWhenRequired
   const std::vector<std::string> wrong = {
       "$" + body + "*00", good + "x", "$" + body + "*4",
       "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,\xC5\x8D,46.9,M,,*47"};  // U+014D is not "M"
-  const struct { const char* mode; bool wrongRead, missingRead; } modes[] = {
-      {"ignore", true, true}, {"verify", false, true}, {"require", false, false}};
+  const struct {
+    const char* mode;
+    bool wrongRead, missingRead;
+  } modes[] = {{"ignore", true, true}, {"verify", false, true}, {"require", false, false}};
   for (const auto& m : modes) {
     SCOPED_TRACE(m.mode);
     ReceiverOptions options;
@@ -101,13 +117,11 @@ TEST_F(StoreTest, MergedSkyKeepsTheUsedFirstAndDropsASilentTalker) {
   options.SetTalkers("GP,GN,GL,GA");
   nmea::ReceiverStateStore store(options);
   store.Reset();
-  const std::vector<std::string> gps = {
-      "$GPGSV,3,1,11,01,10,010,10,02,10,020,11,03,10,030,12,04,40,040,30,1",
-      "$GPGSV,3,2,11,06,40,060,31,07,40,070,32,08,40,080,33,09,40,090,34,1",
-      "$GPGSV,3,3,11,10,40,100,35,11,40,110,36,12,40,120,37,1"};
-  const std::vector<std::string> others = {
-      "$GLGSV,1,1,01,70,50,200,45,1", "$GAGSV,1,1,02,05,30,300,15,06,30,310,39,7",
-      "$GAGSV,1,1,01,05,30,300,20,1"};
+  const std::vector<std::string> gps = {"$GPGSV,3,1,11,01,10,010,10,02,10,020,11,03,10,030,12,04,40,040,30,1",
+                                        "$GPGSV,3,2,11,06,40,060,31,07,40,070,32,08,40,080,33,09,40,090,34,1",
+                                        "$GPGSV,3,3,11,10,40,100,35,11,40,110,36,12,40,120,37,1"};
+  const std::vector<std::string> others = {"$GLGSV,1,1,01,70,50,200,45,1", "$GAGSV,1,1,02,05,30,300,15,06,30,310,39,7",
+                                           "$GAGSV,1,1,01,05,30,300,20,1"};
   auto feed = [&](const std::vector<std::string>& lines) {
     for (const std::string& line : lines) store.ProcessChunk(W(line + "\r\n"));
   };

@@ -32,7 +32,7 @@ TEST(Thread, JoinsWithinItsTimeOutGivesTheExitCodeAndDropsTheBodyAtItsEnd) {
   auto thread = work.Start(42);
   ASSERT_TRUE(thread);
   thread->SetPriorityAboveNormal();  // may be refused without privileges; must not disturb the thread
-  test::ManualClock clock;  // timed waits last no real time
+  test::ManualClock clock;           // timed waits last no real time
   EXPECT_EQ(thread->Join(600000), WaitResult::kTimeout);
   uint32_t code = 0;
   ASSERT_TRUE(thread->GetExitCode(&code));
@@ -82,7 +82,10 @@ TEST(Locks, MutexAndCriticalSectionAreReentrantForTheirOwnerOnly) {
   ASSERT_TRUE(mutex->Lock(0));
   ASSERT_TRUE(mutex->Lock(kInfinite));
   EXPECT_FALSE(OnOtherThread([&] { return mutex->Lock(20); }));
-  OnOtherThread([&] { mutex->Unlock(); return 0; });  // not the owner: releases nothing
+  OnOtherThread([&] {
+    mutex->Unlock();
+    return 0;
+  });  // not the owner: releases nothing
   mutex->Unlock();
   EXPECT_FALSE(OnOtherThread([&] { return mutex->Lock(0); }));
   mutex->Unlock();

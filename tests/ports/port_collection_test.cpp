@@ -49,19 +49,19 @@ List ListFor(const std::string& keys) {
 // names that start with "COM" and fit in 19 characters are listed.
 TEST(PortCollection, ListsPlainPortsFirstThenSpecialThenBluetoothSerialPorts) {
   const std::string keys =
-      Active("01", "COM1:", "BT") + Driver("BT", "Generic Bluetooth Serial") +
-      Active("02", "COM2:", "Plain") + Driver("Plain", "USB serial adapter") +
-      Active("03", "COM3:", "Modem") + Driver("Modem", "Modem on COM3") + Driver("Modem\\Unimodem", "Garmin DGPS") +
-      Active("04", "COM4:", "Tsip") + Driver("Tsip", "Trimble TSIP receiver") +
-      Active("05", "COM5:", "Lower") + Driver("Lower", "bluetooth, lower case") +
-      Active("06", "COM6:", "Missing") + Active("07", "COM7:", "NoName") + "[HKEY_LOCAL_MACHINE\\Drivers\\NoName]\r\n" +
-      BluetoothPort("0", "COM8:") + BluetoothPort("1", "") + BluetoothPort("2", "COM1:") + BluetoothPort("3", "-") +
-      Active("11", "com1:") + Active("12", "GPD1:") + Active("13", "CO") + Active("14", "COM45678901234567890") +
-      Active("15", "COM4567890123456789") + "[HKEY_LOCAL_MACHINE\\Drivers\\Active\\16]\r\n\"Name\"=dword:00000001\r\n" +
+      Active("01", "COM1:", "BT") + Driver("BT", "Generic Bluetooth Serial") + Active("02", "COM2:", "Plain") +
+      Driver("Plain", "USB serial adapter") + Active("03", "COM3:", "Modem") + Driver("Modem", "Modem on COM3") +
+      Driver("Modem\\Unimodem", "Garmin DGPS") + Active("04", "COM4:", "Tsip") +
+      Driver("Tsip", "Trimble TSIP receiver") + Active("05", "COM5:", "Lower") +
+      Driver("Lower", "bluetooth, lower case") + Active("06", "COM6:", "Missing") + Active("07", "COM7:", "NoName") +
+      "[HKEY_LOCAL_MACHINE\\Drivers\\NoName]\r\n" + BluetoothPort("0", "COM8:") + BluetoothPort("1", "") +
+      BluetoothPort("2", "COM1:") + BluetoothPort("3", "-") + Active("11", "com1:") + Active("12", "GPD1:") +
+      Active("13", "CO") + Active("14", "COM45678901234567890") + Active("15", "COM4567890123456789") +
+      "[HKEY_LOCAL_MACHINE\\Drivers\\Active\\16]\r\n\"Name\"=dword:00000001\r\n" +
       "[HKEY_LOCAL_MACHINE\\Drivers\\Active\\17]\r\n";
   test::LogCapture quiet;
-  EXPECT_EQ(ListFor(keys), (List{u"COM4567890123456789", u"COM7:", u"COM6:", u"COM5:", u"COM2:", u"COM1:", u"COM3:", u"COM4:",
-                                      u"COM8:", u"COM1:"}));
+  EXPECT_EQ(ListFor(keys), (List{u"COM4567890123456789", u"COM7:", u"COM6:", u"COM5:", u"COM2:", u"COM1:", u"COM3:",
+                                 u"COM4:", u"COM8:", u"COM1:"}));
 }
 
 TEST(PortCollection, APortThatCannotBeOpenedIsBusyWithItsListedNameAndDefaults) {

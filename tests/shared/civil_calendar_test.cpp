@@ -10,8 +10,8 @@ namespace {
 
 std::string Text(const CivilTime& t) {
   char text[48];
-  std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d.%03d", t.year, t.month, t.day, t.hour,
-                t.minute, t.second, t.millisecond);
+  std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d.%03d", t.year, t.month, t.day, t.hour, t.minute,
+                t.second, t.millisecond);
   return text;
 }
 
@@ -21,10 +21,13 @@ std::string Split(double date, int64_t resolutionMs = 1) {
 }
 
 TEST(CivilCalendar, KnownInstantsBothWays) {
-  struct Case { CivilTime time; double date; } cases[] = {
+  struct Case {
+    CivilTime time;
+    double date;
+  } cases[] = {
       {{1899, 12, 30}, 0.0},
       {{1900, 1, 1}, 2.0},
-      {{1900, 3, 1}, 61.0},  // 1900 is no leap year
+      {{1900, 3, 1}, 61.0},     // 1900 is no leap year
       {{2000, 3, 1}, 36586.0},  // 2000 is
       {{2024, 2, 29, 6, 30, 15}, 45351.0 + (6 * 3600 + 30 * 60 + 15) / 86400.0},
       {{2024, 5, 14, 10, 0, 5, 250}, 45426.0 + 36005.25 / 86400.0},
@@ -45,8 +48,8 @@ TEST(CivilCalendar, RejectsWhatIsNotAnInstant) {
       {2024, 1, 1, 24}, {2024, 1, 1, 0, 60}, {2024, 1, 1, 0, 0, 60}, {2024, 1, 1, 0, 0, 0, 1000},
   };
   for (const auto& t : bad) EXPECT_FALSE(IsValid(t)) << Text(t);
-  for (double date : {std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity(),
-                      -657435.0, 2958466.0, 2958466.0 - 1e-11}) {
+  for (double date : {std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity(), -657435.0,
+                      2958466.0, 2958466.0 - 1e-11}) {
     EXPECT_EQ(Split(date), "invalid") << date;  // the last rounds into the year 10000
   }
 }
@@ -61,7 +64,11 @@ TEST(CivilCalendar, SplittingRoundsToTheResolutionAcrossMidnight) {
 }
 
 TEST(CivilCalendar, AddingMillisecondsCrossesDaysMonthsAndYears) {
-  struct Case { CivilTime from; uint64_t ms; const char* want; } cases[] = {
+  struct Case {
+    CivilTime from;
+    uint64_t ms;
+    const char* want;
+  } cases[] = {
       {{2024, 12, 31, 23, 59, 30, 500}, 30000, "2025-01-01 00:00:00.500"},
       {{2024, 2, 28, 12}, 86400000, "2024-02-29 12:00:00.000"},
       {{2023, 2, 28, 12}, 86400000, "2023-03-01 12:00:00.000"},

@@ -46,7 +46,10 @@ struct Opened {
 TEST(EncodedTextReader, EveryEncodingYieldsTheSameLinesAndRewindsPastTheMark) {
   const std::u16string text = u"$GPGGA,123519,4807.038,N*47\r\ncaf\u00E9\r\n";
   const Lines expected = {u"$GPGGA,123519,4807.038,N*47\n", u"caf\u00E9\n"};
-  const struct { std::string bytes; EncodedTextReader::Encoding encoding; } cases[] = {
+  const struct {
+    std::string bytes;
+    EncodedTextReader::Encoding encoding;
+  } cases[] = {
       {"$GPGGA,123519,4807.038,N*47\r\ncaf\xE9\r\n", EncodedTextReader::kCodePage},
       {"\xEF\xBB\xBF$GPGGA,123519,4807.038,N*47\r\ncaf\xC3\xA9\r\n", EncodedTextReader::kUtf8},
       {Utf16(text, false), EncodedTextReader::kUtf16LittleEndian},
@@ -63,20 +66,40 @@ TEST(EncodedTextReader, EveryEncodingYieldsTheSameLinesAndRewindsPastTheMark) {
 
 TEST(EncodedTextReader, DecodesMarksAndSequencesAsWritten) {
   const std::string bom = "\xEF\xBB\xBF";
-  const struct { std::string bytes; std::u16string chars; } cases[] = {
+  const struct {
+    std::string bytes;
+    std::u16string chars;
+  } cases[] = {
       // Marks that are not quite one are text; a mark alone is an empty file.
-      {"\xEF\xBB" "A", u"\u00EF\u00BB" u"A"}, {"\xEF\xBB", u"\u00EF\u00BB"}, {"", u""}, {"\xFF\xFE", u""},
+      {"\xEF\xBB"
+       "A",
+       u"\u00EF\u00BB"
+       u"A"},
+      {"\xEF\xBB", u"\u00EF\u00BB"},
+      {"", u""},
+      {"\xFF\xFE", u""},
       // 2-, 3- and 4-byte sequences; the last yields a surrogate pair.
       {bom + "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80!", u"\u00E9\u20AC\U0001F600!"},
       // A byte outside 80-BF breaks a sequence: "?" for it, then decoding
       // resumes at that byte, which may lead a sequence of its own.
-      {bom + "\xC3" "A", u"?A"}, {bom + "\xE2\x82" "B", u"?B"}, {bom + "\xF0\x9F\xC3\xA9", u"?\u00E9"},
+      {bom + "\xC3"
+             "A",
+       u"?A"},
+      {bom + "\xE2\x82"
+             "B",
+       u"?B"},
+      {bom + "\xF0\x9F\xC3\xA9", u"?\u00E9"},
       // A stray continuation byte stands alone; a lead byte no sequence has
       // still takes four bytes and decodes to the replacement character.
-      {bom + "\xA9Z", u"\u00A9Z"}, {bom + "\xF8\x80\x80\x80Z", u"\uFFFDZ"},
+      {bom + "\xA9Z", u"\u00A9Z"},
+      {bom + "\xF8\x80\x80\x80Z", u"\uFFFDZ"},
       // A sequence cut by the end of the file yields nothing; UTF-16 drops
       // an odd trailing byte.
-      {bom + "ok\xE2\x82", u"ok"}, {"\xFF\xFE" "A\0B\0C"s, u"AB"}, {"\xFE\xFF\0A\x20\xAC\0"s, u"A\u20AC"},
+      {bom + "ok\xE2\x82", u"ok"},
+      {"\xFF\xFE"
+       "A\0B\0C"s,
+       u"AB"},
+      {"\xFE\xFF\0A\x20\xAC\0"s, u"A\u20AC"},
   };
   for (const auto& c : cases) EXPECT_EQ(Opened(c.bytes).ReadChars(), c.chars) << c.bytes;
 }
@@ -94,7 +117,11 @@ TEST(EncodedTextReader, SequencesAcrossBlockBoundariesDecodeWhole) {
 }
 
 TEST(EncodedTextReader, OnlyCrLfEndsALine) {
-  const struct { std::string bytes; uint32_t capacity; Lines lines; } cases[] = {
+  const struct {
+    std::string bytes;
+    uint32_t capacity;
+    Lines lines;
+  } cases[] = {
       // LF alone is text: LF-only lines read as runs cut at the capacity.
       {"L1\nL2\nL3\n", 5, {u"L1\nL", u"2\nL3", u"\n"}},
       // A lone CR stays, and the character after it is taken as it is.

@@ -39,7 +39,8 @@ TEST_F(IniReader, FindsTheKeyOfItsSectionOnly) {
   // The first occurrence wins; a quoted value keeps its outer spaces.
   EXPECT_EQ(Read("[Logger]\nFileName=\" a \"\nFileName=b\n", u"Logger", u"FileName").first, u" a ");
   // The last line needs no line end; the value is cut to the buffer.
-  EXPECT_EQ(Read("[Logger]\nFileName=x.log", u"Logger", u"FileName", 4), std::make_pair(std::u16string(u"x.l"), size_t(3)));
+  EXPECT_EQ(Read("[Logger]\nFileName=x.log", u"Logger", u"FileName", 4),
+            std::make_pair(std::u16string(u"x.l"), size_t(3)));
   EXPECT_EQ(Read("[Logger]\n", u"Logger", u"FileName", 260, u"debug").first, u"debug");
   char16_t buffer[8] = u"garbage";
   EXPECT_EQ(ReadIniString(dir_.WideFile("none.ini"), u"Logger", u"FileName", u"", buffer, 8), 0u);

@@ -74,8 +74,10 @@ TEST(EpochAssembler, AnEpochEndsWithItsLastSentenceOnceTheRecordHoldsItOrElseWhe
   EpochAssembler epochs(300, [&](const EpochReport& r) { reports.push_back(r); });
   uint64_t ms = 0;
   for (const auto& [sentence, reading, count] : steps) {
-    if (sentence.empty()) epochs.Latest(reading, ms += 10);
-    else epochs.Sentence(sentence, reading, ms += 10);
+    if (sentence.empty())
+      epochs.Latest(reading, ms += 10);
+    else
+      epochs.Sentence(sentence, reading, ms += 10);
     ASSERT_EQ(reports.size(), count) << sentence << " at " << ms;
   }
   epochs.Latest(c, ms + 300);  // silence ends the last one
@@ -92,21 +94,24 @@ TEST(EpochAssembler, AnEpochEndsWithItsLastSentenceOnceTheRecordHoldsItOrElseWhe
 TEST(JsonReport, TpvFollowsTheFixSkyNamesEachSatellitesSystemAndNumbersStayPlain) {
   Reading reading{FullFix(), {}, GPS_STATUS_RECEIVING};
   reading.location.ValidFlags = GPS_VALID_POSITION;  // no altitude: two-dimensional
-  reading.location.FixQuality = 6;                    // dead reckoning
-  reading.location.TimeType = GPS_TIME_OF_DAY;        // no date: no time field
+  reading.location.FixQuality = 6;                   // dead reckoning
+  reading.location.TimeType = GPS_TIME_OF_DAY;       // no date: no time field
   EXPECT_EQ(TpvJson(reading, ""), "{\"class\":\"TPV\",\"mode\":2,\"status\":5,\"lat\":48.5,\"lon\":-11.25}");
   EXPECT_EQ(JsonNumber(1e20, 1), "100000000000000000000");  // never in exponent form
   EXPECT_EQ(JsonString("C:\\a \"b\"\n"), "\"C:\\\\a \\\"b\\\"\\u000a\"");
 
-  const std::vector<std::pair<int32_t, std::string>> satellites = {
-      {7, ",\"gnssid\":0,\"svid\":7,\"used\":true}"},      {40, ",\"gnssid\":1,\"svid\":127,\"used\":false}"},
-      {70, ",\"gnssid\":6,\"svid\":6,\"used\":false}"},    {195, ",\"gnssid\":5,\"svid\":3,\"used\":false}"},
-      {305, ",\"gnssid\":2,\"svid\":5,\"used\":true}"},    {410, ",\"gnssid\":3,\"svid\":10,\"used\":false}"},
-      {250, ",\"used\":false}"}};
+  const std::vector<std::pair<int32_t, std::string>> satellites = {{7, ",\"gnssid\":0,\"svid\":7,\"used\":true}"},
+                                                                   {40, ",\"gnssid\":1,\"svid\":127,\"used\":false}"},
+                                                                   {70, ",\"gnssid\":6,\"svid\":6,\"used\":false}"},
+                                                                   {195, ",\"gnssid\":5,\"svid\":3,\"used\":false}"},
+                                                                   {305, ",\"gnssid\":2,\"svid\":5,\"used\":true}"},
+                                                                   {410, ",\"gnssid\":3,\"svid\":10,\"used\":false}"},
+                                                                   {250, ",\"used\":false}"}};
   for (const auto& satellite : satellites) reading.satellites.push_back({satellite.first, 30, 0, 0});
   const std::string sky = SkyJson(reading, "", {7, 305});
   for (const auto& [prn, system] : satellites)
-    EXPECT_NE(sky.find("{\"PRN\":" + std::to_string(prn) + ",\"el\":0,\"az\":0,\"ss\":30" + system), std::string::npos) << sky;
+    EXPECT_NE(sky.find("{\"PRN\":" + std::to_string(prn) + ",\"el\":0,\"az\":0,\"ss\":30" + system), std::string::npos)
+        << sky;
 }
 
 TEST(Reading, TimeShowsOnlyWhatTheReceiverSent) {

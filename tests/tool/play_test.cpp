@@ -31,12 +31,14 @@ const char kRecording[] =
 
 // Each epoch's TPV; on a slow machine one may lack fields, never mix epochs.
 const std::vector<std::pair<std::string, std::string>> kTpvs = {
-    {"T10:00:00", "\"mode\":3,\"status\":1,\"time\":\"2024-05-14T10:00:00.000Z\",\"lat\":48.1173,\"lon\":11.5167,"
-                 "\"alt\":520,\"altMSL\":520,\"altHAE\":558.8,\"geoidSep\":38.8,\"speed\":0,\"track\":233.4,"
-                 "\"magtrack\":230.4}"},
-    {"T10:00:01", "\"mode\":3,\"status\":1,\"time\":\"2024-05-14T10:00:01.000Z\",\"lat\":48.117298333,"
-                 "\"lon\":11.516696667,\"alt\":520,\"altMSL\":520,\"altHAE\":558.8,\"geoidSep\":38.8,"
-                 "\"speed\":0.499,\"track\":233.3,\"magtrack\":230.3}"},
+    {"T10:00:00",
+     "\"mode\":3,\"status\":1,\"time\":\"2024-05-14T10:00:00.000Z\",\"lat\":48.1173,\"lon\":11.5167,"
+     "\"alt\":520,\"altMSL\":520,\"altHAE\":558.8,\"geoidSep\":38.8,\"speed\":0,\"track\":233.4,"
+     "\"magtrack\":230.4}"},
+    {"T10:00:01",
+     "\"mode\":3,\"status\":1,\"time\":\"2024-05-14T10:00:01.000Z\",\"lat\":48.117298333,"
+     "\"lon\":11.516696667,\"alt\":520,\"altMSL\":520,\"altHAE\":558.8,\"geoidSep\":38.8,"
+     "\"speed\":0.499,\"track\":233.3,\"magtrack\":230.3}"},
     {"T10:00:02", "\"mode\":1,\"time\":\"2024-05-14T10:00:02.000Z\"}"},
 };
 
@@ -66,15 +68,17 @@ TEST(KavogpsPlay, EachEpochIsReportedOnceAndWhole) {
     fixes += next++ < 2;
   }
   EXPECT_EQ(next, kTpvs.size()) << "the last epoch, lost fix and all, is reported";
-  EXPECT_TRUE(Contains(json.out, R"("satellites":[{"PRN":2,"el":49,"az":211,"ss":37,"gnssid":0,"svid":2,"used":true},)"))
+  EXPECT_TRUE(
+      Contains(json.out, R"("satellites":[{"PRN":2,"el":49,"az":211,"ss":37,"gnssid":0,"svid":2,"used":true},)"))
       << json.out;
   EXPECT_TRUE(Contains(json.err, "End of recording.\nFixes:      " + std::to_string(fixes) + "\n")) << json.err;
 
   // People read the same epochs; what the lost fix does not know shows "-".
   const ToolRun lines = RunInProcess({"play", dir.File("walk.nmea"), "--interval=5"});
   ASSERT_EQ(lines.code, 0) << lines.err;
-  EXPECT_TRUE(Contains(lines.out, "2024-05-14T10:00:02.000Z  -  no fix  0 used, 3 in view  HDOP -  VDOP -  PDOP -  "
-                                  "[receiving NMEA]\nEnd of recording.\n"))
+  EXPECT_TRUE(Contains(lines.out,
+                       "2024-05-14T10:00:02.000Z  -  no fix  0 used, 3 in view  HDOP -  VDOP -  PDOP -  "
+                       "[receiving NMEA]\nEnd of recording.\n"))
       << lines.out;
 
   // The sentences themselves, as sent.
@@ -101,21 +105,29 @@ TEST(KavogpsReceiverOptions, ReachTheLibraryWhichSaysWhatItDoesNotRead) {
   TempDir dir;
   dir.Write("gn.nmea", Recording("GN", false));
   dir.Write("bad.nmea", Recording("GP", true));
-  struct Case { cli::Arguments options; std::string file, settings, error; };  // no error: a fix is read
+  struct Case {
+    cli::Arguments options;
+    std::string file, settings, error;
+  };  // no error: a fix is read
   const std::string all = "GP,GN,GL,GA,GB,BD,GQ,QZ ";
   const std::vector<Case> cases = {
       {{}, "gn.nmea", all + "verify", ""},
-      {{"--talkers", " gl , gp", "--checksums", "Require"}, "gn.nmea", "GL,GP require",
+      {{"--talkers", " gl , gp", "--checksums", "Require"},
+       "gn.nmea",
+       "GL,GP require",
        "only sentences of the talker GN came, which are not read (reading GL,GP); read them with --talkers GL,GP,GN\n"},
-      {{}, "bad.nmea", all + "verify", "recognises\n"}, {{"--checksums", "ignore"}, "bad.nmea", all + "ignore", ""},
+      {{}, "bad.nmea", all + "verify", "recognises\n"},
+      {{"--checksums", "ignore"}, "bad.nmea", all + "ignore", ""},
   };
   for (const Case& c : cases) {
     cli::Arguments args = {"play", dir.File(c.file), "--interval", "5"};
     args.insert(args.end(), c.options.begin(), c.options.end());
     const ToolRun run = RunInProcess(args);
     EXPECT_EQ(std::string(std::getenv("KAVOGPS_TALKERS")) + " " + std::getenv("KAVOGPS_CHECKSUMS"), c.settings);
-    if (c.error.empty()) EXPECT_TRUE(run.code == 0 && Contains(run.out, " N 11.516667")) << run.out << run.err;
-    else EXPECT_TRUE(run.code == cli::kExitFile && Contains(run.err, c.error)) << run.err;
+    if (c.error.empty())
+      EXPECT_TRUE(run.code == 0 && Contains(run.out, " N 11.516667")) << run.out << run.err;
+    else
+      EXPECT_TRUE(run.code == cli::kExitFile && Contains(run.err, c.error)) << run.err;
   }
 }
 

@@ -25,13 +25,24 @@ TEST(KavogpsSimulate, BadArgumentsAreNamedAndLeaveNoFileGoodOnesWriteIt) {
   const std::string file = dir.File("out.nmea");
   const bool live = LiveReceiverAvailable();
   const std::vector<std::pair<Arguments, std::string>> cases = {
-      {{"--rate", "0"}, "--rate"}, {{"--rate", "fast"}, "'fast'"}, {{"--rate", "51"}, "--rate"},
-      {{"--seed", "-1"}, "--seed"}, {{"--seed", "12x"}, "--seed"}, {{"--duration", "0"}, "--duration"},
-      {{"--duration", "86401"}, "--duration"}, {{"--duration", "inf"}, "--duration"},
-      {{"--mode", "fly"}, "walk or drive"}, {{"--damage", "1.5"}, "--damage"}, {{"--damage", "nan"}, "--damage"},
-      {{"--encoding", "utf32"}, "utf16le"}, {{"--start", "95,10"}, "--start"}, {{"--start", "10"}, "--start"},
-      {{"--talkers=yes"}, "takes no value"}, {{"--bogus"}, "unknown option '--bogus'"},
-      {{"extra"}, "unexpected argument 'extra'"}, {{"--seed"}, "needs a value"},
+      {{"--rate", "0"}, "--rate"},
+      {{"--rate", "fast"}, "'fast'"},
+      {{"--rate", "51"}, "--rate"},
+      {{"--seed", "-1"}, "--seed"},
+      {{"--seed", "12x"}, "--seed"},
+      {{"--duration", "0"}, "--duration"},
+      {{"--duration", "86401"}, "--duration"},
+      {{"--duration", "inf"}, "--duration"},
+      {{"--mode", "fly"}, "walk or drive"},
+      {{"--damage", "1.5"}, "--damage"},
+      {{"--damage", "nan"}, "--damage"},
+      {{"--encoding", "utf32"}, "utf16le"},
+      {{"--start", "95,10"}, "--start"},
+      {{"--start", "10"}, "--start"},
+      {{"--talkers=yes"}, "takes no value"},
+      {{"--bogus"}, "unknown option '--bogus'"},
+      {{"extra"}, "unexpected argument 'extra'"},
+      {{"--seed"}, "needs a value"},
       {{"--pty"}, live ? "--output is for recordings" : "not available"},
   };
   for (const auto& [extra, mention] : cases) {

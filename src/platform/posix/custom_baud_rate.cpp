@@ -5,8 +5,8 @@
 #if defined(__linux__)
 // The kernel's termios2 carries the speeds as numbers; its header cannot
 // share a file with the C library's <termios.h>.
-#include <asm/termbits.h>
-#include <sys/ioctl.h>
+#  include <asm/termbits.h>
+#  include <sys/ioctl.h>
 #endif
 
 namespace kavo::platform::posix {

@@ -50,9 +50,8 @@ void ConsumeEventLocked(Event& event) { static_cast<PosixEvent&>(event).ConsumeL
 
 WaitResult WaitForThreadOrEvent(Thread& thread, Event& event, uint32_t ms) {
   std::unique_lock<std::mutex> lock(posix::HubMutex());
-  const bool done = posix::WaitOnHub(lock, ms, [&] {
-    return posix::ThreadFinishedLocked(thread) || posix::EventSetLocked(event);
-  });
+  const bool done =
+      posix::WaitOnHub(lock, ms, [&] { return posix::ThreadFinishedLocked(thread) || posix::EventSetLocked(event); });
   if (!done) return WaitResult::kTimeout;
   if (!posix::ThreadFinishedLocked(thread)) posix::ConsumeEventLocked(event);
   return WaitResult::kSignaled;

@@ -62,8 +62,7 @@ class PosixFile final : public File {
 
 }  // namespace
 
-std::unique_ptr<File> File::Open(const std::u16string& path, FileAccess access,
-                                 FileDisposition disposition) {
+std::unique_ptr<File> File::Open(const std::u16string& path, FileAccess access, FileDisposition disposition) {
   int flags = O_CLOEXEC | (access == FileAccess::kRead ? O_RDONLY : O_WRONLY);
   if (disposition == FileDisposition::kCreateAlways) flags |= O_CREAT | O_TRUNC;
   const int fd = open(Utf16ToUtf8(path).c_str(), flags, 0644);

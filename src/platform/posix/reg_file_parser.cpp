@@ -216,12 +216,23 @@ class Parser {
       }
       if (++i == text.size()) break;
       switch (text[i]) {
-        case u'\\': out->push_back(u'\\'); break;
-        case u'"': out->push_back(u'"'); break;
-        case u'n': out->push_back(u'\n'); break;
-        case u'r': out->push_back(u'\r'); break;
-        case u'0': out->push_back(0); break;
-        default: return Fail(u"unknown escape in a quoted string");
+        case u'\\':
+          out->push_back(u'\\');
+          break;
+        case u'"':
+          out->push_back(u'"');
+          break;
+        case u'n':
+          out->push_back(u'\n');
+          break;
+        case u'r':
+          out->push_back(u'\r');
+          break;
+        case u'0':
+          out->push_back(0);
+          break;
+        default:
+          return Fail(u"unknown escape in a quoted string");
       }
     }
     return Fail(u"missing closing quote");
@@ -256,8 +267,7 @@ std::u16string DecodeRegFileBytes(const std::string& bytes) {
   if (bytes.size() >= 2 && static_cast<uint8_t>(bytes[0]) == 0xFF && static_cast<uint8_t>(bytes[1]) == 0xFE) {
     std::u16string text;
     for (size_t i = 2; i + 1 < bytes.size(); i += 2) {
-      text.push_back(static_cast<char16_t>(static_cast<uint8_t>(bytes[i]) |
-                                           (static_cast<uint8_t>(bytes[i + 1]) << 8)));
+      text.push_back(static_cast<char16_t>(static_cast<uint8_t>(bytes[i]) | (static_cast<uint8_t>(bytes[i + 1]) << 8)));
     }
     return text;
   }

@@ -15,9 +15,9 @@
 namespace kavo::platform {
 namespace {
 
-using registry::Key;
 using posix::RegistryHive;
 using posix::RegistryNode;
+using registry::Key;
 
 constexpr uint32_t kAllAccess = 0xFFFFFFFFu;
 
@@ -50,7 +50,6 @@ class RegistryState {
     keys_.clear();
     report_.clear();
   }
-
 
   // The node behind `key` if it is open with every right in `needed`.
   uint32_t Resolve(Key key, uint32_t needed, std::shared_ptr<RegistryNode>* node) {
@@ -97,9 +96,7 @@ RegistryState& State() {
   return *state;
 }
 
-std::u16string_view ViewOf(const char16_t* text) {
-  return text ? std::u16string_view(text) : std::u16string_view();
-}
+std::u16string_view ViewOf(const char16_t* text) { return text ? std::u16string_view(text) : std::u16string_view(); }
 
 // Copies a name into a caller's buffer of `*length` characters.
 uint32_t CopyName(const std::u16string& name, char16_t* buffer, uint32_t* length) {
@@ -127,8 +124,8 @@ uint32_t OpenKey(Key parent, const char16_t* subKey, uint32_t access, Key* resul
   return kErrorSuccess;
 }
 
-uint32_t CreateKey(Key parent, const char16_t* subKey, const char16_t* /*className*/,
-                   uint32_t /*options*/, uint32_t access, Key* result, uint32_t* disposition) {
+uint32_t CreateKey(Key parent, const char16_t* subKey, const char16_t* /*className*/, uint32_t /*options*/,
+                   uint32_t access, Key* result, uint32_t* disposition) {
   if (!result) return kErrorInvalidParameter;
   auto& state = State();
   std::lock_guard<std::mutex> lock(state.mutex);

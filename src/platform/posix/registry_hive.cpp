@@ -21,8 +21,8 @@ std::vector<std::u16string_view> SplitPath(std::u16string_view path) {
   return names;
 }
 
-constexpr const char16_t* kRootNames[] = {u"HKEY_CLASSES_ROOT", u"HKEY_CURRENT_USER",
-                                          u"HKEY_LOCAL_MACHINE", u"HKEY_USERS"};
+constexpr const char16_t* kRootNames[] = {u"HKEY_CLASSES_ROOT", u"HKEY_CURRENT_USER", u"HKEY_LOCAL_MACHINE",
+                                          u"HKEY_USERS"};
 constexpr const char16_t* kRootShortNames[] = {u"HKCR", u"HKCU", u"HKLM", u"HKU"};
 
 }  // namespace
@@ -138,8 +138,7 @@ registry::Key RegistryHive::RootByName(std::u16string_view name) {
   return 0;
 }
 
-std::shared_ptr<RegistryNode> RegistryHive::Find(const std::shared_ptr<RegistryNode>& from,
-                                                 std::u16string_view path) {
+std::shared_ptr<RegistryNode> RegistryHive::Find(const std::shared_ptr<RegistryNode>& from, std::u16string_view path) {
   std::shared_ptr<RegistryNode> node = from;
   for (const auto name : SplitPath(path)) {
     node = node->Child(name);
@@ -148,8 +147,8 @@ std::shared_ptr<RegistryNode> RegistryHive::Find(const std::shared_ptr<RegistryN
   return node;
 }
 
-std::shared_ptr<RegistryNode> RegistryHive::Create(const std::shared_ptr<RegistryNode>& from,
-                                                   std::u16string_view path, bool* created) {
+std::shared_ptr<RegistryNode> RegistryHive::Create(const std::shared_ptr<RegistryNode>& from, std::u16string_view path,
+                                                   bool* created) {
   std::shared_ptr<RegistryNode> node = from;
   if (created) *created = false;
   for (const auto name : SplitPath(path)) {

@@ -81,12 +81,11 @@ class RegistryHive {
 
   // `path` is key names separated by backslashes below `from`; empty names
   // are skipped, so "" is `from` itself. Null when a key is missing.
-  static std::shared_ptr<RegistryNode> Find(const std::shared_ptr<RegistryNode>& from,
-                                            std::u16string_view path);
+  static std::shared_ptr<RegistryNode> Find(const std::shared_ptr<RegistryNode>& from, std::u16string_view path);
   // Like Find, creating what is missing. `created` (may be null) tells
   // whether the last key is new. Null when the path nests too deep.
-  static std::shared_ptr<RegistryNode> Create(const std::shared_ptr<RegistryNode>& from,
-                                              std::u16string_view path, bool* created);
+  static std::shared_ptr<RegistryNode> Create(const std::shared_ptr<RegistryNode>& from, std::u16string_view path,
+                                              bool* created);
   // Removes the key at `path` with everything below it; false when it is
   // missing or is `from` itself.
   static bool DeleteTree(const std::shared_ptr<RegistryNode>& from, std::u16string_view path);

@@ -31,7 +31,9 @@ const char16_t* Unsuitable(const struct stat& info) {
 
 struct Descriptor {
   int fd;
-  ~Descriptor() { if (fd >= 0) close(fd); }
+  ~Descriptor() {
+    if (fd >= 0) close(fd);
+  }
 };
 
 // Reads a regular file of bounded size; returns null, or why it cannot.
@@ -63,8 +65,8 @@ RegistryHive LoadFromFile(const std::string& path, std::u16string* report) {
   RegistryHive hive;
   RegFileError error;
   if (ParseRegText(DecodeRegFileBytes(bytes), hive, &error)) return hive;
-  *report += u"Registry file " + widePath + u", line " + Utf8ToUtf16(std::to_string(error.line)) +
-             u": " + error.reason + u"; the registry is empty\n";
+  *report += u"Registry file " + widePath + u", line " + Utf8ToUtf16(std::to_string(error.line)) + u": " +
+             error.reason + u"; the registry is empty\n";
   return RegistryHive();
 }
 

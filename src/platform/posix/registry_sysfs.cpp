@@ -18,9 +18,7 @@ struct SerialDevice {
   std::string friendlyName;
 };
 
-bool StartsWith(const std::string& text, const char* prefix) {
-  return text.rfind(prefix, 0) == 0;
-}
+bool StartsWith(const std::string& text, const char* prefix) { return text.rfind(prefix, 0) == 0; }
 
 std::string ReadFirstLine(const fs::path& path) {
   std::ifstream in(path);
@@ -55,8 +53,7 @@ bool NaturalLess(const std::string& a, const std::string& b) {
   return split(a) < split(b) || (split(a) == split(b) && a < b);
 }
 
-bool Describe(const fs::path& ttyDir, const std::string& name, const fs::path& sysfsRoot,
-              SerialDevice* device) {
+bool Describe(const fs::path& ttyDir, const std::string& name, const fs::path& sysfsRoot, SerialDevice* device) {
   std::error_code error;
   const fs::path link = ttyDir / "device";
   const bool hasDevice = fs::exists(link, error);

@@ -18,7 +18,6 @@ namespace kavo::platform::posix {
 //   HKLM\Hardware\DeviceMap\SerialComm  "/dev/<tty>"="COMn"
 // The active drivers key exists even when no device was found.
 // `devRoot` is where the device files are (/dev on a real machine).
-void AddSerialDevicesFromSysfs(const std::string& sysfsRoot, RegistryHive& hive,
-                               const std::string& devRoot = "/dev");
+void AddSerialDevicesFromSysfs(const std::string& sysfsRoot, RegistryHive& hive, const std::string& devRoot = "/dev");
 
 }  // namespace kavo::platform::posix

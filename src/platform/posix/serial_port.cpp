@@ -41,8 +41,8 @@ bool FailFromErrno() {
 }
 
 int PollMs(std::chrono::steady_clock::time_point deadline) {
-  const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-      deadline - std::chrono::steady_clock::now()).count();
+  const auto left =
+      std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()).count();
   return left <= 0 ? 0 : left > INT_MAX ? INT_MAX : static_cast<int>(left);
 }
 
@@ -75,7 +75,7 @@ class PosixSerialPort final : public SerialPort {
   }
 
   bool GetState(SerialState* state) override {
-    termios tio {};
+    termios tio{};
     if (tcgetattr(fd_, &tio) != 0) return FailFromErrno();
     *state = posix::DcbFrom(tio, flags_);
     if (const std::optional<uint32_t> rate = posix::ReadBaudRate(fd_)) state->baudRate = *rate;
@@ -83,14 +83,14 @@ class PosixSerialPort final : public SerialPort {
     int lines = 0;
     const uint32_t dtr = state->flags & kDcbDtrControlMask;
     if (dtr != kDcbDtrControlHandshake && ioctl(fd_, TIOCMGET, &lines) == 0) {
-      state->flags = (state->flags & ~kDcbDtrControlMask) |
-                     ((lines & TIOCM_DTR) ? kDcbDtrControlEnable : kDcbDtrControlDisable);
+      state->flags =
+          (state->flags & ~kDcbDtrControlMask) | ((lines & TIOCM_DTR) ? kDcbDtrControlEnable : kDcbDtrControlDisable);
     }
     return true;
   }
 
   bool SetState(const SerialState& state) override {
-    termios tio {};
+    termios tio{};
     if (tcgetattr(fd_, &tio) != 0) return FailFromErrno();
     if (!posix::ApplyDcb(state, &tio)) return Fail(kErrorInvalidParameter);
     if (tcsetattr(fd_, TCSANOW, &tio) != 0) return FailFromErrno();
@@ -98,7 +98,7 @@ class PosixSerialPort final : public SerialPort {
     const bool constant = posix::SpeedOf(state.baudRate, &speed);
     if (!constant && !posix::SetCustomBaudRate(fd_, state.baudRate)) return Fail(kErrorInvalidParameter);
     // tcsetattr succeeds when any part applied; the speed must have.
-    termios applied {};
+    termios applied{};
     if (tcgetattr(fd_, &applied) != 0) return FailFromErrno();
     const std::optional<uint32_t> rate = posix::ReadBaudRate(fd_);
     if (rate ? !CloseEnough(*rate, state.baudRate) : cfgetospeed(&applied) != speed)
@@ -292,7 +292,7 @@ std::unique_ptr<SerialPort> SerialPort::Open(const std::u16string& name, SerialA
   // flock keeps out everyone who asks, root too; TIOCEXCL also keeps out
   // programs that do not ask.
   if (ioctl(fd, TIOCEXCL) != 0) return reject(posix::Win32FromErrno(errno));
-  termios tio {};
+  termios tio{};
   if (tcgetattr(fd, &tio) != 0) return reject(posix::Win32FromErrno(errno));
   cfmakeraw(&tio);
   tio.c_cflag |= CLOCAL | CREAD;

@@ -32,8 +32,8 @@ std::u16string DeviceForPortName(std::u16string_view portName) {
   const std::u16string wanted = PortKey(portName);
   if (wanted.empty()) return {};
   registry::Key map = 0;
-  if (registry::OpenKey(registry::kLocalMachine, u"Hardware\\DeviceMap\\SerialComm",
-                        registry::kKeyRead, &map) != kErrorSuccess) {
+  if (registry::OpenKey(registry::kLocalMachine, u"Hardware\\DeviceMap\\SerialComm", registry::kKeyRead, &map) !=
+      kErrorSuccess) {
     return {};
   }
   std::u16string device;

@@ -1,5 +1,5 @@
-#include <ctime>
 #include <cerrno>
+#include <ctime>
 
 #include "platform/platform.h"
 
@@ -17,8 +17,7 @@ class PosixClock final : public Clock {
 
   void Sleep(uint32_t ms) override {
     timespec left{static_cast<time_t>(ms / 1000), static_cast<long>(ms % 1000) * 1000000L};
-    while (nanosleep(&left, &left) != 0 && errno == EINTR) {
-    }
+    while (nanosleep(&left, &left) != 0 && errno == EINTR) {}
   }
 
   LocalTime LocalNow() override {

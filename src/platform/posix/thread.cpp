@@ -13,10 +13,10 @@ namespace {
 
 // Shared by the thread and its handle; outlives whichever goes first.
 struct ThreadState {
-  ThreadBody body;  // reset by the thread itself once it returns
+  ThreadBody body;        // reset by the thread itself once it returns
   bool finished = false;  // guarded by the hub mutex
   uint32_t exitCode = kStillActive;
-  pid_t tid = 0;          // guarded by the hub mutex
+  pid_t tid = 0;  // guarded by the hub mutex
 };
 
 void* Trampoline(void* raw) {
@@ -40,8 +40,7 @@ void* Trampoline(void* raw) {
 
 class PosixThread final : public Thread {
  public:
-  PosixThread(pthread_t thread, std::shared_ptr<ThreadState> state)
-      : thread_(thread), state_(std::move(state)) {}
+  PosixThread(pthread_t thread, std::shared_ptr<ThreadState> state) : thread_(thread), state_(std::move(state)) {}
 
   ~PosixThread() override {
     if (detached_) return;
@@ -71,8 +70,7 @@ class PosixThread final : public Thread {
 
   WaitResult Join(uint32_t ms) override {
     std::unique_lock<std::mutex> lock(posix::HubMutex());
-    return posix::WaitOnHub(lock, ms, [&] { return state_->finished; }) ? WaitResult::kSignaled
-                                                                           : WaitResult::kTimeout;
+    return posix::WaitOnHub(lock, ms, [&] { return state_->finished; }) ? WaitResult::kSignaled : WaitResult::kTimeout;
   }
 
   bool GetExitCode(uint32_t* code) override {
@@ -119,9 +117,7 @@ std::unique_ptr<Thread> Thread::Start(ThreadBody body) {
 }
 
 namespace posix {
-bool ThreadFinishedLocked(Thread& thread) {
-  return static_cast<PosixThread&>(thread).FinishedLocked();
-}
+bool ThreadFinishedLocked(Thread& thread) { return static_cast<PosixThread&>(thread).FinishedLocked(); }
 }  // namespace posix
 
 }  // namespace kavo::platform

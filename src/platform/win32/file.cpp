@@ -49,19 +49,16 @@ class Win32File final : public File {
 
 }  // namespace
 
-std::unique_ptr<File> File::Open(const std::u16string& path, FileAccess access,
-                                 FileDisposition disposition) {
+std::unique_ptr<File> File::Open(const std::u16string& path, FileAccess access, FileDisposition disposition) {
   const bool read = access == FileAccess::kRead;
   const DWORD create = disposition == FileDisposition::kCreateAlways ? CREATE_ALWAYS : OPEN_EXISTING;
   // Readers share with readers; a writer lets others read what it writes.
-  HANDLE handle = CreateFileW(win32::Wide(path), read ? GENERIC_READ : GENERIC_WRITE, FILE_SHARE_READ,
-                              nullptr, create, read ? FILE_ATTRIBUTE_NORMAL : 0, nullptr);
+  HANDLE handle = CreateFileW(win32::Wide(path), read ? GENERIC_READ : GENERIC_WRITE, FILE_SHARE_READ, nullptr, create,
+                              read ? FILE_ATTRIBUTE_NORMAL : 0, nullptr);
   if (handle == INVALID_HANDLE_VALUE) return nullptr;
   return std::make_unique<Win32File>(handle);
 }
 
-bool FileExists(const std::u16string& path) {
-  return GetFileAttributesW(win32::Wide(path)) != INVALID_FILE_ATTRIBUTES;
-}
+bool FileExists(const std::u16string& path) { return GetFileAttributesW(win32::Wide(path)) != INVALID_FILE_ATTRIBUTES; }
 
 }  // namespace kavo::platform

@@ -42,8 +42,8 @@ size_t WideToCodePage(const char16_t* text, size_t count, uint8_t* out) {
   if (count == 0) return 0;
   const auto convert = [](const char16_t* from, size_t units, uint8_t* to, size_t room) {
     return WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, reinterpret_cast<const wchar_t*>(from),
-                               static_cast<int>(units), reinterpret_cast<char*>(to), static_cast<int>(room),
-                               "?", nullptr);
+                               static_cast<int>(units), reinterpret_cast<char*>(to), static_cast<int>(room), "?",
+                               nullptr);
   };
   const int n = convert(text, count, out, count);
   if (n > 0) return static_cast<size_t>(n);

@@ -9,11 +9,16 @@ namespace {
 // The predefined keys are sign-extended in a 64-bit HKEY.
 HKEY ToHkey(Key key) {
   switch (key) {
-    case kClassesRoot: return HKEY_CLASSES_ROOT;
-    case kCurrentUser: return HKEY_CURRENT_USER;
-    case kLocalMachine: return HKEY_LOCAL_MACHINE;
-    case kUsers: return HKEY_USERS;
-    default: return reinterpret_cast<HKEY>(key);
+    case kClassesRoot:
+      return HKEY_CLASSES_ROOT;
+    case kCurrentUser:
+      return HKEY_CURRENT_USER;
+    case kLocalMachine:
+      return HKEY_LOCAL_MACHINE;
+    case kUsers:
+      return HKEY_USERS;
+    default:
+      return reinterpret_cast<HKEY>(key);
   }
 }
 
@@ -29,14 +34,13 @@ uint32_t OpenKey(Key parent, const char16_t* subKey, uint32_t access, Key* resul
   return static_cast<uint32_t>(error);
 }
 
-uint32_t CreateKey(Key parent, const char16_t* subKey, const char16_t* className,
-                   uint32_t options, uint32_t access, Key* result, uint32_t* disposition) {
+uint32_t CreateKey(Key parent, const char16_t* subKey, const char16_t* className, uint32_t options, uint32_t access,
+                   Key* result, uint32_t* disposition) {
   if (!result) return ERROR_INVALID_PARAMETER;
   HKEY created = nullptr;
   DWORD how = 0;
-  const LONG error = RegCreateKeyExW(ToHkey(parent), Wide(subKey), 0,
-                                     const_cast<wchar_t*>(Wide(className)), options, access,
-                                     nullptr, &created, &how);
+  const LONG error = RegCreateKeyExW(ToHkey(parent), Wide(subKey), 0, const_cast<wchar_t*>(Wide(className)), options,
+                                     access, nullptr, &created, &how);
   if (error != ERROR_SUCCESS) return static_cast<uint32_t>(error);
   *result = reinterpret_cast<Key>(created);
   if (disposition) *disposition = how;
@@ -46,23 +50,22 @@ uint32_t CreateKey(Key parent, const char16_t* subKey, const char16_t* className
 uint32_t QueryValue(Key key, const char16_t* name, uint32_t* type, void* data, uint32_t* size) {
   DWORD valueType = 0;
   DWORD bytes = size ? *size : 0;
-  const LONG error = RegQueryValueExW(ToHkey(key), Wide(name), nullptr, &valueType,
-                                      static_cast<BYTE*>(data), size ? &bytes : nullptr);
+  const LONG error =
+      RegQueryValueExW(ToHkey(key), Wide(name), nullptr, &valueType, static_cast<BYTE*>(data), size ? &bytes : nullptr);
   if (type) *type = valueType;
   if (size && (error == ERROR_SUCCESS || error == ERROR_MORE_DATA)) *size = bytes;
   return static_cast<uint32_t>(error);
 }
 
 uint32_t SetValue(Key key, const char16_t* name, uint32_t type, const void* data, uint32_t size) {
-  return static_cast<uint32_t>(
-      RegSetValueExW(ToHkey(key), Wide(name), 0, type, static_cast<const BYTE*>(data), size));
+  return static_cast<uint32_t>(RegSetValueExW(ToHkey(key), Wide(name), 0, type, static_cast<const BYTE*>(data), size));
 }
 
 uint32_t EnumKey(Key key, uint32_t index, char16_t* name, uint32_t* nameLength) {
   if (!nameLength) return ERROR_INVALID_PARAMETER;
   DWORD length = *nameLength;
-  const LONG error = RegEnumKeyExW(ToHkey(key), index, reinterpret_cast<wchar_t*>(name), &length,
-                                   nullptr, nullptr, nullptr, nullptr);
+  const LONG error =
+      RegEnumKeyExW(ToHkey(key), index, reinterpret_cast<wchar_t*>(name), &length, nullptr, nullptr, nullptr, nullptr);
   if (error == ERROR_SUCCESS) *nameLength = length;
   return static_cast<uint32_t>(error);
 }
@@ -70,8 +73,8 @@ uint32_t EnumKey(Key key, uint32_t index, char16_t* name, uint32_t* nameLength) 
 uint32_t EnumValue(Key key, uint32_t index, char16_t* name, uint32_t* nameLength) {
   if (!nameLength) return ERROR_INVALID_PARAMETER;
   DWORD length = *nameLength;
-  const LONG error = RegEnumValueW(ToHkey(key), index, reinterpret_cast<wchar_t*>(name), &length,
-                                   nullptr, nullptr, nullptr, nullptr);
+  const LONG error =
+      RegEnumValueW(ToHkey(key), index, reinterpret_cast<wchar_t*>(name), &length, nullptr, nullptr, nullptr, nullptr);
   if (error == ERROR_SUCCESS) *nameLength = length;
   return static_cast<uint32_t>(error);
 }

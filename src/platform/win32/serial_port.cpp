@@ -118,8 +118,7 @@ class Win32SerialPort final : public SerialPort {
 std::unique_ptr<SerialPort> SerialPort::Open(const std::u16string& name, SerialAccess access) {
   // A query opens for reading only, which changes nothing on the port.
   const DWORD rights = access == SerialAccess::kReadWrite ? GENERIC_READ | GENERIC_WRITE : GENERIC_READ;
-  HANDLE handle = CreateFileW(win32::Wide(name), rights, 0, nullptr, OPEN_EXISTING,
-                              FILE_ATTRIBUTE_NORMAL, nullptr);
+  HANDLE handle = CreateFileW(win32::Wide(name), rights, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (handle == INVALID_HANDLE_VALUE) return nullptr;
   return std::make_unique<Win32SerialPort>(handle);
 }

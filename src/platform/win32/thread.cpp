@@ -39,9 +39,7 @@ class Win32Thread final : public Thread {
     state_->Drop();
   }
 
-  bool SetPriorityAboveNormal() override {
-    return SetThreadPriority(handle_, THREAD_PRIORITY_ABOVE_NORMAL) != FALSE;
-  }
+  bool SetPriorityAboveNormal() override { return SetThreadPriority(handle_, THREAD_PRIORITY_ABOVE_NORMAL) != FALSE; }
 
   WaitResult Join(uint32_t ms) override { return win32::WaitOn(handle_, ms); }
 

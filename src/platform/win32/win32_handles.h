@@ -3,10 +3,10 @@
 #pragma once
 
 #ifndef WIN32_LEAN_AND_MEAN
-#define WIN32_LEAN_AND_MEAN
+#  define WIN32_LEAN_AND_MEAN
 #endif
 #ifndef NOMINMAX
-#define NOMINMAX
+#  define NOMINMAX
 #endif
 #include <windows.h>
 
@@ -20,10 +20,14 @@ HANDLE NativeHandle(Event& event);
 // A library time-out in clock milliseconds as a real wait, then the result.
 inline WaitResult WaitOn(HANDLE handle, uint32_t ms) {
   switch (WaitForSingleObject(handle, CurrentClock().RealWaitMs(ms))) {
-    case WAIT_OBJECT_0: return WaitResult::kSignaled;
-    case WAIT_TIMEOUT: return WaitResult::kTimeout;
-    case WAIT_ABANDONED: return WaitResult::kAbandoned;
-    default: return WaitResult::kFailed;
+    case WAIT_OBJECT_0:
+      return WaitResult::kSignaled;
+    case WAIT_TIMEOUT:
+      return WaitResult::kTimeout;
+    case WAIT_ABANDONED:
+      return WaitResult::kAbandoned;
+    default:
+      return WaitResult::kFailed;
   }
 }
 

@@ -19,12 +19,12 @@ static const char *const kRecording[] = {
 #define SENTENCES (int)(sizeof kRecording / sizeof kRecording[0])
 
 static int failures;
-#define CHECK(cond)                                                             \
-  do {                                                                          \
-    if (!(cond)) {                                                              \
+#define CHECK(cond)                                                            \
+  do {                                                                         \
+    if (!(cond)) {                                                             \
       fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond); \
-      ++failures;                                                               \
-    }                                                                           \
+      ++failures;                                                              \
+    }                                                                          \
   } while (0)
 
 /* The callbacks run on the library's thread: what they share with main()
@@ -136,10 +136,10 @@ static void Refusals(COMPortInfoHandle port, GPSDriverHandle driver, GPSSatellit
 }
 
 static void EveryListedExportWasChecked(void) {
-#define EXPORTED(name)                                   \
-  if (!checked_##name) {                                 \
+#define EXPORTED(name)                                     \
+  if (!checked_##name) {                                   \
     fprintf(stderr, "no refusal checked for %s\n", #name); \
-    ++failures;                                          \
+    ++failures;                                            \
   }
 #include "exported_list.h"
 #undef EXPORTED
@@ -148,7 +148,8 @@ static void EveryListedExportWasChecked(void) {
 /* A port description: Create completes the colon where it fits, SetName
  * stores the name as given; both cut it to twenty characters. */
 static void PortDescription(void) {
-  static const char *const names[][2] = {{"COM3", "COM3:"}, {"ABCDEFGHIJKLMNOPQRS", "ABCDEFGHIJKLMNOPQRS:"},
+  static const char *const names[][2] = {{"COM3", "COM3:"},
+                                         {"ABCDEFGHIJKLMNOPQRS", "ABCDEFGHIJKLMNOPQRS:"},
                                          {"ABCDEFGHIJKLMNOPQRSTUVWXY", "ABCDEFGHIJKLMNOPQRST"}};
   COMPortInfoHandle port;
   size_t i;

@@ -105,7 +105,8 @@ std::string Answer(const std::string& line, const std::string& dosdevices) {
     const std::string settings = g_receiver.Settings();
     return settings.empty() ? "ERR no terminal" : "OK " + settings;
   }
-  if (command == "SEND") return in >> argument && g_receiver.Send(kavo::test::Unhex(argument)) ? "OK" : "ERR write failed";
+  if (command == "SEND")
+    return in >> argument && g_receiver.Send(kavo::test::Unhex(argument)) ? "OK" : "ERR write failed";
   if (command == "RECV") {
     size_t max = 0;
     int waitMs = 0;

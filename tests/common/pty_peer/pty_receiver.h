@@ -25,15 +25,17 @@ class PtyReceiver {
     int opened = -1;
     if (openpty(&master_, &opened, name, nullptr, nullptr) != 0) return false;
     *path = name;
-    if (slave) *slave = opened;
-    else close(opened);
+    if (slave)
+      *slave = opened;
+    else
+      close(opened);
     return true;
   }
 
   // "<speed> <stop bits>"; "" when closed. Linux keeps only these of a
   // pseudo-terminal's line: it has no parity and always 8 data bits.
   std::string Settings() const {
-    termios tio {};
+    termios tio{};
     if (master_ < 0 || tcgetattr(master_, &tio) != 0) return "";
     const speed_t speeds[] = {B1200, B2400, B4800, B9600, B19200, B38400, B57600, B115200};
     const unsigned rates[] = {1200, 2400, 4800, 9600, 19200, 38400, 57600, 115200};

@@ -109,9 +109,10 @@ int main(int argc, char** argv) {
           std::lock_guard<std::mutex> lock(slot.mutex);
           if (!slot.driver) {
             const size_t source = random() % ports.size();  // the last stands for a recording
-            slot.driver = source < ports.size() - 1 ? PortDriver(ports[source])
-                                                    : GPSDriver_CreateFromFile(K(recording), 1 + random() % 50,
-                                                                               random() % 2, nullptr, nullptr, OnSentence);
+            slot.driver = source < ports.size() - 1
+                              ? PortDriver(ports[source])
+                              : GPSDriver_CreateFromFile(K(recording), 1 + random() % 50, random() % 2, nullptr,
+                                                         nullptr, OnSentence);
           } else if (random() % 4 == 0) {
             GPSDriver_Release(slot.driver);
             slot.driver = nullptr;
@@ -154,9 +155,10 @@ int main(int argc, char** argv) {
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
   }
   std::remove(std::string(recording.begin(), recording.end()).c_str());
-  std::printf("soak: %ld driver lives in %lld s, %ld sentences, %ld failed starts or stops, a port driver %s "
-              "afterwards; descriptors %d -> %d, threads %d -> %d\n",
-              cycles.load(), static_cast<long long>(length.count()), g_sentences.load(), failures.load(),
-              receiving ? "receives" : "DOES NOT RECEIVE", fdsBefore, fdsAfter, threadsBefore, threadsAfter);
+  std::printf(
+      "soak: %ld driver lives in %lld s, %ld sentences, %ld failed starts or stops, a port driver %s "
+      "afterwards; descriptors %d -> %d, threads %d -> %d\n",
+      cycles.load(), static_cast<long long>(length.count()), g_sentences.load(), failures.load(),
+      receiving ? "receives" : "DOES NOT RECEIVE", fdsBefore, fdsAfter, threadsBefore, threadsAfter);
   return receiving && cycles > 0 && fdsAfter <= fdsBefore && threadsAfter <= threadsBefore ? 0 : 1;
 }

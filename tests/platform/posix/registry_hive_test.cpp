@@ -108,7 +108,10 @@ void OnSmallStack(std::function<void()> work) {
   pthread_attr_init(&attributes);
   pthread_attr_setstacksize(&attributes, 256 * 1024);
   pthread_t thread;
-  auto run = [](void* w) -> void* { (*static_cast<std::function<void()>*>(w))(); return nullptr; };
+  auto run = [](void* w) -> void* {
+    (*static_cast<std::function<void()>*>(w))();
+    return nullptr;
+  };
   ASSERT_EQ(pthread_create(&thread, &attributes, run, &work), 0);
   pthread_join(thread, nullptr);
   pthread_attr_destroy(&attributes);
@@ -126,8 +129,9 @@ TEST(RegFile, KeysNestedBeyondTheLimitAreAnErrorAndNothingRecurses) {
     EXPECT_FALSE(ParseRegText(DecodeRegFileBytes(header + "[" + deep + "]\r\nbad line\r\n"), hive, &error));
     EXPECT_EQ(error.line, 2u);
     EXPECT_EQ(error.reason, u"key nested too deep");
-    EXPECT_TRUE(ParseRegText(DecodeRegFileBytes(header + "[" + limit + "]\r\n[-" + deep + "]\r\n[-" +
-                                                 limit.substr(0, 20) + "]\r\n"), hive, &error));
+    EXPECT_TRUE(ParseRegText(
+        DecodeRegFileBytes(header + "[" + limit + "]\r\n[-" + deep + "]\r\n[-" + limit.substr(0, 20) + "]\r\n"), hive,
+        &error));
     EXPECT_EQ(RegistryHive::Find(hive.Root(registry::kLocalMachine), u"k"), nullptr);
   });
 }
@@ -157,7 +161,8 @@ class Hive : public ::testing::Test {
 };
 
 TEST_F(Hive, AFileThatCannotModelAMachineIsReportedByWhatItIs) {
-  dir_.Write("bad.reg", "Windows Registry Editor Version 5.00\r\n[HKEY_LOCAL_MACHINE\\Drivers\\Active\\01]\r\n\"B\"=dword:\r\n");
+  dir_.Write("bad.reg",
+             "Windows Registry Editor Version 5.00\r\n[HKEY_LOCAL_MACHINE\\Drivers\\Active\\01]\r\n\"B\"=dword:\r\n");
   ASSERT_EQ(mkfifo(dir_.File("fifo.reg").c_str(), 0600), 0);
   dir_.Write("huge.reg", "");
   ASSERT_EQ(truncate(dir_.File("huge.reg").c_str(), 17 << 20), 0);
@@ -210,9 +215,12 @@ TEST_F(Hive, WithoutAFileEachSerialDeviceInSysfsIsAnActiveDriverWithAFriendlyNam
   Use("KAVOGPS_SYSFS_ROOT", dir_.Path());
 
   const std::vector<std::pair<std::u16string, std::u16string>> expected = {
-      {u"rfcomm0", u"Bluetooth serial port (rfcomm0)"}, {u"ttyACM0", u"u-blox 7 - GPS/GNSS Receiver"},
-      {u"ttyS40", u"Serial port (ttyS40)"},             {u"ttyS42", u"Serial port (ttyS42)"},
-      {u"ttyS100", u"Serial port (ttyS100)"},           {u"ttyUSB0", u"FT232R USB UART"},
+      {u"rfcomm0", u"Bluetooth serial port (rfcomm0)"},
+      {u"ttyACM0", u"u-blox 7 - GPS/GNSS Receiver"},
+      {u"ttyS40", u"Serial port (ttyS40)"},
+      {u"ttyS42", u"Serial port (ttyS42)"},
+      {u"ttyS100", u"Serial port (ttyS100)"},
+      {u"ttyUSB0", u"FT232R USB UART"},
   };
   std::vector<std::u16string> entries;
   RegistryKey active;

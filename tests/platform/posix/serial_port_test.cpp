@@ -38,7 +38,7 @@ TEST(TermiosSettings, EveryParityByteSizeAndStopBitCodeMapsAndReadsBack) {
     for (uint8_t size = 5; size <= 8; ++size) {
       for (uint8_t stop = 0; stop <= 2; ++stop) {
         SCOPED_TRACE(testing::Message() << int(parity) << " " << int(size) << " " << int(stop));
-        termios tio {};
+        termios tio{};
         tio.c_cflag = CSIZE | PARENB | PARODD | CMSPAR | CSTOPB | CRTSCTS;  // all to be replaced
         ASSERT_TRUE(ApplyDcb(State(4800, parity, size, stop), &tio));
         EXPECT_EQ(tio.c_cflag & (PARENB | PARODD | CMSPAR | CSIZE | CSTOPB | CRTSCTS),
@@ -52,8 +52,9 @@ TEST(TermiosSettings, EveryParityByteSizeAndStopBitCodeMapsAndReadsBack) {
 }
 
 TEST(TermiosSettings, FlagsTermiosHoldsTravelAndTheOthersAreKept) {
-  termios tio {};
-  ASSERT_TRUE(ApplyDcb(State(9600, 2, 8, 0, kDcbParityCheck | kOutxCtsFlow | kOutX | kInX | kDcbDtrControlEnable), &tio));
+  termios tio{};
+  ASSERT_TRUE(
+      ApplyDcb(State(9600, 2, 8, 0, kDcbParityCheck | kOutxCtsFlow | kOutX | kInX | kDcbDtrControlEnable), &tio));
   EXPECT_EQ(tio.c_iflag & (INPCK | IXON | IXOFF), tcflag_t(INPCK | IXON | IXOFF));
   EXPECT_TRUE(tio.c_cflag & CRTSCTS);
   // DTR and RTS control are not termios matters: they come from `flags`.
@@ -64,14 +65,14 @@ TEST(TermiosSettings, FlagsTermiosHoldsTravelAndTheOthersAreKept) {
 }
 
 TEST(TermiosSettings, CodesThePortCannotTakeAreRefusedAndOtherRatesKeepTheSpeed) {
-  for (const SerialState& bad : {State(4800, 5, 8, 0), State(4800, 0, 4, 0), State(4800, 0, 9, 0),
-                                 State(4800, 0, 8, 3), State(0, 0, 8, 0)}) {
-    termios tio {};
+  for (const SerialState& bad :
+       {State(4800, 5, 8, 0), State(4800, 0, 4, 0), State(4800, 0, 9, 0), State(4800, 0, 8, 3), State(0, 0, 8, 0)}) {
+    termios tio{};
     tio.c_cflag = CS7;
     EXPECT_FALSE(ApplyDcb(bad, &tio));
     EXPECT_EQ(tio.c_cflag, tcflag_t(CS7)) << "changed although refused";
   }
-  termios tio {};
+  termios tio{};
   ASSERT_TRUE(ApplyDcb(State(230400, 0, 8, 0), &tio));
   ASSERT_TRUE(ApplyDcb(State(14400, 0, 7, 0), &tio));  // set by number by the port
   EXPECT_EQ(cfgetospeed(&tio), speed_t(B230400));
@@ -136,7 +137,7 @@ TEST_F(Pty, APortAnotherProgramHoldsIsBusyAndKeepsItsLock) {
 }
 
 TEST_F(Pty, AQueryReadsTheSettingsAndLeavesThePortAsItWas) {
-  termios before {};
+  termios before{};
   ASSERT_EQ(tcgetattr(receiver_.Master(), &before), 0);
   before.c_lflag |= ICANON | ECHO;
   before.c_iflag |= ICRNL | INPCK;
@@ -145,15 +146,17 @@ TEST_F(Pty, AQueryReadsTheSettingsAndLeavesThePortAsItWas) {
   cfsetspeed(&before, B9600);
   ASSERT_EQ(tcsetattr(receiver_.Master(), TCSANOW, &before), 0);
   ASSERT_EQ(tcgetattr(receiver_.Master(), &before), 0);
-  test::RegistryModel model("[HKEY_LOCAL_MACHINE\\Drivers\\Active\\01]\r\n\"Name\"=\"COM7:\"\r\n"
-                            "[HKEY_LOCAL_MACHINE\\Hardware\\DeviceMap\\SerialComm]\r\n\"" + path_ + "\"=\"COM7\"\r\n");
+  test::RegistryModel model(
+      "[HKEY_LOCAL_MACHINE\\Drivers\\Active\\01]\r\n\"Name\"=\"COM7:\"\r\n"
+      "[HKEY_LOCAL_MACHINE\\Hardware\\DeviceMap\\SerialComm]\r\n\"" +
+      path_ + "\"=\"COM7\"\r\n");
   test::LogCapture quiet;
   COMPortInfo port;
   uint8_t busy = 9;
   ASSERT_TRUE(COMPortCollection::Create(1)->ObtainPort(0, &port, &busy, nullptr));
   EXPECT_EQ(std::vector<int>({busy, int(port.BaudRate), port.Parity, port.ByteSize, port.StopBits}),
             std::vector<int>({0, 9600, 1, 8, 2}));
-  termios after {};
+  termios after{};
   ASSERT_EQ(tcgetattr(receiver_.Master(), &after), 0);
   EXPECT_EQ(std::vector<tcflag_t>({after.c_iflag, after.c_oflag, after.c_cflag, after.c_lflag}),
             std::vector<tcflag_t>({before.c_iflag, before.c_oflag, before.c_cflag, before.c_lflag}));
@@ -220,8 +223,8 @@ TEST_F(Pty, ACancelEndsAWaitingReadOrElseTheNextOne) {
 TEST(PosixSerialPortOpen, PortNamesWithoutAMapMissingPathsAndWhatIsNotATerminalAreNotPorts) {
   test::TempDir dir;
   dir.Write("file", "data");
-  for (const std::string& name : {std::string("com3:"), std::string("/no/such/device:"), std::string("/dev/null:"),
-                                  dir.File("file:")}) {
+  for (const std::string& name :
+       {std::string("com3:"), std::string("/no/such/device:"), std::string("/dev/null:"), dir.File("file:")}) {
     SetLastError(0);
     EXPECT_FALSE(SerialPort::Open(Utf8ToUtf16(name), SerialAccess::kReadWrite)) << name;
     EXPECT_EQ(GetLastError(), kErrorFileNotFound) << name;

@@ -34,11 +34,14 @@ test::RegistryModel Machine(const std::vector<std::pair<std::string, std::string
     const std::string n = std::to_string(i + 7);
     keys += "[HKEY_LOCAL_MACHINE\\Drivers\\Active\\" + n + "]\r\n\"Name\"=\"COM" + n + ":\"\r\n\"Key\"=\"Drivers\\\\S" +
             n + "\"\r\n[HKEY_LOCAL_MACHINE\\Drivers\\S" + n + "]\r\n\"FriendlyName\"=\"" + devices[i].second +
-            "\"\r\n[HKEY_LOCAL_MACHINE\\Hardware\\DeviceMap\\SerialComm]\r\n\"" + devices[i].first + "\"=\"COM" + n + "\"\r\n";
+            "\"\r\n[HKEY_LOCAL_MACHINE\\Hardware\\DeviceMap\\SerialComm]\r\n\"" + devices[i].first + "\"=\"COM" + n +
+            "\"\r\n";
   }
   if (!intermediate.empty())
-    keys += "[HKEY_LOCAL_MACHINE\\System\\CurrentControlSet\\GPS Intermediate Driver\\Multiplexer]\r\n"
-            "\"DriverInterface\"=\"" + intermediate + "\"\r\n";
+    keys +=
+        "[HKEY_LOCAL_MACHINE\\System\\CurrentControlSet\\GPS Intermediate Driver\\Multiplexer]\r\n"
+        "\"DriverInterface\"=\"" +
+        intermediate + "\"\r\n";
   return test::RegistryModel(keys);
 }
 
@@ -151,7 +154,8 @@ class ScriptedProbe : public ::testing::Test {
   std::function<void()> onRead_;
   test::LogCapture log_{[this](const std::u16string& line) {
     if (line.rfind(u"GPS data was NOT found on: ", 0) == 0) gaveUp_ = true;
-    if (line.rfind(u"Reading from port: ", 0) == 0) if (++reads_ && onRead_) onRead_();
+    if (line.rfind(u"Reading from port: ", 0) == 0)
+      if (++reads_ && onRead_) onRead_();
   }};
 };
 

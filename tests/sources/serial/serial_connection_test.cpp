@@ -62,8 +62,8 @@ class SerialWithPeer : public testing::Test {
     LogCapture log;
     CIMExceptionImpl error;
     if (connection_->Open(port, &error) == 1) return testing::AssertionSuccess();
-    return testing::AssertionFailure() << "code " << error.Code() << ": " << ToUtf8(error.Message())
-                                       << "\n" << log.Utf8();
+    return testing::AssertionFailure() << "code " << error.Code() << ": " << ToUtf8(error.Message()) << "\n"
+                                       << log.Utf8();
   }
 
   // Reads until `size` characters came or a read brought nothing.

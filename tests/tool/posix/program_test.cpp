@@ -77,13 +77,14 @@ TEST(KavogpsProgram, ALiveReceiverStreamsUntilSignalledThenEndsCleanly) {
 TEST(KavogpsPorts, ListAndSearchTellEachPortsDeviceAndWhyOneCannotBeOpened) {
   auto receiver = Receiver(9600), other = Receiver(4800);  // heard at 4800 as garbage first
   TempDir dir;
-  dir.Write("machine.reg", "Windows Registry Editor Version 5.00\r\n\r\n"
-                           "[HKEY_LOCAL_MACHINE\\Drivers\\Active\\7]\r\n\"Name\"=\"COM7:\"\r\n"
-                           "[HKEY_LOCAL_MACHINE\\Drivers\\Active\\8]\r\n\"Name\"=\"COM8:\"\r\n"
-                           "[HKEY_LOCAL_MACHINE\\Drivers\\Active\\9]\r\n\"Name\"=\"COM9:\"\r\n"
-                           "[HKEY_LOCAL_MACHINE\\Hardware\\DeviceMap\\SerialComm]\r\n\"" +
-                               receiver->DevicePath() + "\"=\"COM7\"\r\n\"" + kAbsentDevice + "\"=\"COM8\"\r\n\"" +
-                               other->DevicePath() + "\"=\"COM9\"\r\n");
+  dir.Write("machine.reg",
+            "Windows Registry Editor Version 5.00\r\n\r\n"
+            "[HKEY_LOCAL_MACHINE\\Drivers\\Active\\7]\r\n\"Name\"=\"COM7:\"\r\n"
+            "[HKEY_LOCAL_MACHINE\\Drivers\\Active\\8]\r\n\"Name\"=\"COM8:\"\r\n"
+            "[HKEY_LOCAL_MACHINE\\Drivers\\Active\\9]\r\n\"Name\"=\"COM9:\"\r\n"
+            "[HKEY_LOCAL_MACHINE\\Hardware\\DeviceMap\\SerialComm]\r\n\"" +
+                receiver->DevicePath() + "\"=\"COM7\"\r\n\"" + kAbsentDevice + "\"=\"COM8\"\r\n\"" +
+                other->DevicePath() + "\"=\"COM9\"\r\n");
   const ProcessRunner::Environment machine = {{"KAVOGPS_REGISTRY", dir.File("machine.reg")}};
   ProcessRunner holder(KAVOGPS_TOOL, {"monitor", other->DevicePath()}, machine);
   ASSERT_TRUE(Has(holder, "GPS fix")) << holder.Err();
@@ -95,19 +96,23 @@ TEST(KavogpsPorts, ListAndSearchTellEachPortsDeviceAndWhyOneCannotBeOpened) {
   EXPECT_EQ(find.out, "GPS receiver on COM7: (" + receiver->DevicePath() + ") at 9600 baud\n");
   EXPECT_TRUE(Contains(find.err, "on 3 ports: COM9: (" + other->DevicePath() + "), COM8: (/dev/kavogps-none), COM7:"))
       << find.err;
-  EXPECT_TRUE(Contains(find.err, "Skipped COM9: it is busy: another program is using it\n"
-                                 "Skipped COM8: there is no such device"))
+  EXPECT_TRUE(Contains(find.err,
+                       "Skipped COM9: it is busy: another program is using it\n"
+                       "Skipped COM8: there is no such device"))
       << find.err;
 
   const ProcessResult ports = RunProcess(KAVOGPS_TOOL, {"ports"}, machine);
   ASSERT_EQ(ports.code, 0) << ports.err;
   EXPECT_TRUE(std::regex_search(ports.out, std::regex("PORT +BUSY +BAUD +PARITY +DATA +STOP\n"
                                                       "COM9: +yes +\\(cannot be opened: it is busy: another.*\n"
-                                                      "  " + other->DevicePath() + "\n"
+                                                      "  " +
+                                                      other->DevicePath() +
+                                                      "\n"
                                                       "COM8: +yes +\\(cannot be opened: there is no such device.*\n"
                                                       "  /dev/kavogps-none\n"
                                                       "COM7: +no +[0-9]+ +[a-z]+ +[5-8] +[12]\n"
-                                                      "  " + receiver->DevicePath() + "\n")))
+                                                      "  " +
+                                                      receiver->DevicePath() + "\n")))
       << ports.out;
 }
 
@@ -122,13 +127,15 @@ TEST(KavogpsMonitor, FollowsAReceiverByItsLongNameUntilItIsUnplugged) {
       << monitor.Out() << monitor.Err();
 
   // A second program cannot have the port meanwhile, and says why.
-  const ProcessResult busy = RunProcess(KAVOGPS_TOOL, {"monitor", receiver->DevicePath(), "--gpx", dir.File("second.gpx")});
+  const ProcessResult busy =
+      RunProcess(KAVOGPS_TOOL, {"monitor", receiver->DevicePath(), "--gpx", dir.File("second.gpx")});
   EXPECT_EQ(busy.code, cli::kExitPortUnavailable) << busy.err;
   EXPECT_TRUE(Contains(busy.err, "cannot open " + receiver->DevicePath() + ": it is busy")) << busy.err;
 
   receiver->Stop();  // unplugged
   EXPECT_EQ(monitor.Finish(20000), cli::kExitFailure) << monitor.Err();
-  EXPECT_TRUE(std::regex_search(monitor.Err(), std::regex("the receiver on " + link + " is gone\nReceiver gone\\.\n"
+  EXPECT_TRUE(std::regex_search(monitor.Err(), std::regex("the receiver on " + link +
+                                                          " is gone\nReceiver gone\\.\n"
                                                           "Fixes: +[1-9]")))
       << monitor.Err();
   const std::string track = dir.Read("track.gpx");
@@ -152,7 +159,8 @@ TEST(KavogpsMonitor, WaitsForAnUnpluggedReceiverAndOpensItAgain) {
   std::filesystem::create_symlink(again->DevicePath(), link);
   ASSERT_TRUE(Has(monitor, link + " is back\n")) << monitor.Err();
   const size_t seen = monitor.Out().size();
-  ASSERT_TRUE(monitor.WaitForOutput([&](const std::string& out) { return Contains(out.substr(seen), "$GPGGA"); }, 20000));
+  ASSERT_TRUE(
+      monitor.WaitForOutput([&](const std::string& out) { return Contains(out.substr(seen), "$GPGGA"); }, 20000));
   monitor.Signal(SIGINT);
   EXPECT_EQ(monitor.Finish(20000), 0) << monitor.Err();
   std::filesystem::remove(link);

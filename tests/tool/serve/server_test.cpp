@@ -20,8 +20,9 @@ using nlohmann::json;
 class ServerTest : public ::testing::Test {
  protected:
   void Start(size_t queueBytes = 64 * 1024, const char* address = "127.0.0.1") {
-    auto server = std::make_unique<Server>(io_, ServerOptions{{tcp::endpoint(asio::ip::make_address(address), 0)}, queueBytes},
-                                           DeviceState{"/dev/gps0", "NMEA0183", 4800, "2026-01-01T00:00:00.000Z"});
+    auto server =
+        std::make_unique<Server>(io_, ServerOptions{{tcp::endpoint(asio::ip::make_address(address), 0)}, queueBytes},
+                                 DeviceState{"/dev/gps0", "NMEA0183", 4800, "2026-01-01T00:00:00.000Z"});
     server->Open();
     server_ = std::move(server);
     network_ = std::thread([this] { io_.run(); });
@@ -55,8 +56,7 @@ class ServerTest : public ::testing::Test {
     auto peer = Connect();
     EXPECT_EQ(peer->Object()["class"], "VERSION");
     peer->Send("?WATCH={\"enable\":true,\"" + stream + "\":true}\n");
-    while (peer->Object()["class"] != "WATCH") {
-    }
+    while (peer->Object()["class"] != "WATCH") {}
     return peer;
   }
   std::string Tpv(int n, size_t padding = 0) {

@@ -61,7 +61,7 @@ TEST(Simulator, SentencesAreWellFormedAndInAReceiversOrder) {
     o.mode = Mode::kDrive;
     o.rateHz = 5.0;
     o.otherTalkers = o.proprietary = o.fixLoss = extras;
-    o.startTime = {2024, 12, 31, 23, 59, 30, 0};  // the year rolls over mid-run
+    o.startTime = {2024, 12, 31, 23, 59, 30, 0};        // the year rolls over mid-run
     if (extras) o.start = {-33.8688, -151.2093, 40.0};  // south and west
     for (const Epoch& e : Simulate(o, 1000)) {
       Sentences all;

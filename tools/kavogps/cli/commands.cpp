@@ -62,8 +62,8 @@ int RunTool(const Arguments& args, std::ostream& out, std::ostream& err) {
     return kExitOk;
   }
   const auto isVersion = [](const std::string& arg) { return arg == "--version" || arg == "-V"; };
-  const bool known = std::any_of(Commands().begin(), Commands().end(),
-                                 [&](const Command& command) { return first == command.name; });
+  const bool known =
+      std::any_of(Commands().begin(), Commands().end(), [&](const Command& command) { return first == command.name; });
   if (isVersion(first) || (known && std::any_of(args.begin() + 1, args.end(), isVersion))) {
     out << "kavogps " << KAVOGPS_VERSION << '\n';
     return kExitOk;

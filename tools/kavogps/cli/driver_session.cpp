@@ -28,9 +28,9 @@ struct Event {
 };
 
 uint64_t NowMs() {
-  return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(
-                                   std::chrono::steady_clock::now().time_since_epoch())
-                                   .count());
+  return static_cast<uint64_t>(
+      std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch())
+          .count());
 }
 
 // What the callbacks share with the session's thread.
@@ -39,7 +39,7 @@ struct Shared {
   InterruptWatch* waiter = nullptr;  // where the session's thread waits, while it runs
   GPSDriverHandle driver = nullptr;  // set while a session runs
   DriverSession* inline_ = nullptr;  // set while a session drains on callbacks
-  uint64_t lastDataMs = 0;            // when the data callback last came
+  uint64_t lastDataMs = 0;           // when the data callback last came
   std::vector<Event> events;
   uint64_t sentences = 0;
 };
@@ -78,10 +78,17 @@ DriverSession* Record(Recorder recorder, const KavoChar* sentence = nullptr) {
   // end the session, so its thread hears of that at once.
   bool wake = false;
   switch (recorder) {
-    case Recorder::kSentence: wake = !drainedSoon; break;
-    case Recorder::kStatus: wake = true; break;
-    case Recorder::kData: wake = !shared.inline_; break;
-    case Recorder::kSession: break;
+    case Recorder::kSentence:
+      wake = !drainedSoon;
+      break;
+    case Recorder::kStatus:
+      wake = true;
+      break;
+    case Recorder::kData:
+      wake = !shared.inline_;
+      break;
+    case Recorder::kSession:
+      break;
   }
   if (wake && shared.waiter) shared.waiter->Wake();
   return shared.inline_;

@@ -11,8 +11,8 @@ namespace {
 
 constexpr double kMphPerKnot = 1852.0 / 1609.344;
 constexpr uint32_t kSkyFlags = GPS_VALID_PDOP | GPS_VALID_HDOP | GPS_VALID_VDOP | GPS_VALID_SATELLITES_IN_USE;
-constexpr uint32_t kNeedsFix = GPS_VALID_POSITION | GPS_VALID_ALTITUDE | GPS_VALID_GEOID_SEPARATION |
-                               GPS_VALID_SPEED | GPS_VALID_COURSE | GPS_VALID_MAGNETIC_COURSE;
+constexpr uint32_t kNeedsFix = GPS_VALID_POSITION | GPS_VALID_ALTITUDE | GPS_VALID_GEOID_SEPARATION | GPS_VALID_SPEED |
+                               GPS_VALID_COURSE | GPS_VALID_MAGNETIC_COURSE;
 
 // A field's leading number, 0 without one, as atof reads it but without
 // the C library's locale-aware parsing, which cost most of a sentence.
@@ -75,13 +75,15 @@ bool SameSky(const Reading& a, const Reading& b) {
 void SetTimeOfDay(GPSLocation& l, const std::string& hhmmss) {
   if (hhmmss.size() < 6) return;
   const std::string_view text(hhmmss);
-  const double sent = (Number(text.substr(0, 2)) * 3600.0 + Number(text.substr(2, 2)) * 60.0 + Number(text.substr(4))) /
-                      86400.0;
+  const double sent =
+      (Number(text.substr(0, 2)) * 3600.0 + Number(text.substr(2, 2)) * 60.0 + Number(text.substr(4))) / 86400.0;
   if (l.TimeType == GPS_TIME_LOCAL_CLOCK) l.TimeType = GPS_TIME_OF_DAY;
   double day = std::floor(l.Time);
   const double held = l.Time - day;
-  if (sent < held - 0.5) day += 1;
-  else if (sent > held + 0.5) day -= 1;
+  if (sent < held - 0.5)
+    day += 1;
+  else if (sent > held + 0.5)
+    day -= 1;
   l.Time = day + sent;
 }
 
@@ -95,17 +97,28 @@ double Angle(const std::string& value, const std::string& hemisphere, size_t deg
 
 double Held(const GPSLocation& l, uint32_t flag) {
   switch (flag) {
-    case GPS_VALID_POSITION: return l.Latitude;
-    case 0: return l.Longitude;  // the second half of the position
-    case GPS_VALID_SPEED: return l.Speed;
-    case GPS_VALID_COURSE: return Degrees(l.Course);
-    case GPS_VALID_MAGNETIC_COURSE: return Degrees(l.MagneticCourse);
-    case GPS_VALID_ALTITUDE: return l.Altitude;
-    case GPS_VALID_GEOID_SEPARATION: return l.GeoidSeparation;
-    case GPS_VALID_SATELLITES_IN_USE: return l.SatellitesInUse;
-    case GPS_VALID_PDOP: return l.PDOP;
-    case GPS_VALID_HDOP: return l.HDOP;
-    default: return l.VDOP;
+    case GPS_VALID_POSITION:
+      return l.Latitude;
+    case 0:
+      return l.Longitude;  // the second half of the position
+    case GPS_VALID_SPEED:
+      return l.Speed;
+    case GPS_VALID_COURSE:
+      return Degrees(l.Course);
+    case GPS_VALID_MAGNETIC_COURSE:
+      return Degrees(l.MagneticCourse);
+    case GPS_VALID_ALTITUDE:
+      return l.Altitude;
+    case GPS_VALID_GEOID_SEPARATION:
+      return l.GeoidSeparation;
+    case GPS_VALID_SATELLITES_IN_USE:
+      return l.SatellitesInUse;
+    case GPS_VALID_PDOP:
+      return l.PDOP;
+    case GPS_VALID_HDOP:
+      return l.HDOP;
+    default:
+      return l.VDOP;
   }
 }
 
@@ -140,16 +153,18 @@ SentenceFacts ReadSentenceFacts(const std::string& sentence) {
     facts.time = f[1];
     facts.quality = given(6) ? Integer(f[6]) : 0;
     facts.fix = *facts.quality > 0 && given(2) && given(4);
-    facts.said = GPS_VALID_POSITION | GPS_VALID_ALTITUDE | GPS_VALID_GEOID_SEPARATION |
-                 GPS_VALID_SATELLITES_IN_USE | GPS_VALID_HDOP;
+    facts.said = GPS_VALID_POSITION | GPS_VALID_ALTITUDE | GPS_VALID_GEOID_SEPARATION | GPS_VALID_SATELLITES_IN_USE |
+                 GPS_VALID_HDOP;
     flag(*facts.fix, GPS_VALID_POSITION);
     flag(*facts.fix && given(9), GPS_VALID_ALTITUDE);
     flag(*facts.fix && given(11), GPS_VALID_GEOID_SEPARATION);
     flag(given(7), GPS_VALID_SATELLITES_IN_USE);
     flag(given(8), GPS_VALID_HDOP);
     if (*facts.fix) facts.values = {{GPS_VALID_POSITION, Angle(f[2], f[3], 2)}, {0, Angle(f[4], f[5], 3)}};
-    const std::pair<size_t, uint32_t> numbers[] = {
-        {7, GPS_VALID_SATELLITES_IN_USE}, {8, GPS_VALID_HDOP}, {9, GPS_VALID_ALTITUDE}, {11, GPS_VALID_GEOID_SEPARATION}};
+    const std::pair<size_t, uint32_t> numbers[] = {{7, GPS_VALID_SATELLITES_IN_USE},
+                                                   {8, GPS_VALID_HDOP},
+                                                   {9, GPS_VALID_ALTITUDE},
+                                                   {11, GPS_VALID_GEOID_SEPARATION}};
     for (const auto& [field, number] : numbers)
       if (given(field) && (*facts.fix || field <= 8)) facts.values.emplace_back(number, Number(f[field]));
   } else if (type == "RMC") {
@@ -276,8 +291,10 @@ void EpochAssembler::Close(const Reading& reading) {
   // dilutions no sentence of the epoch spoke of are the last ones known.
   l.ValidFlags &= (known_ | (kSkyFlags & ~said_)) & ~differing & (report.fix ? ~0u : ~kNeedsFix);
   l.FixQuality = !report.fix ? 0 : quality_ ? *quality_ : l.FixQuality > 0 ? l.FixQuality : 1;
-  if (report.timeKnown) SetTimeOfDay(l, time_);
-  else l.TimeType = GPS_TIME_LOCAL_CLOCK;
+  if (report.timeKnown)
+    SetTimeOfDay(l, time_);
+  else
+    l.TimeType = GPS_TIME_LOCAL_CLOCK;
   if (used_) lastUsed_ = *used_;
   report.used = lastUsed_;
   // A sky the record does not hold yet is reported with a later epoch.

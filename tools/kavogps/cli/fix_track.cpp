@@ -33,17 +33,22 @@ Fix FixFrom(const GPSLocation& location) {
 
 std::string Distance(double metres) {
   char text[40];
-  if (metres < 1000.0) std::snprintf(text, sizeof text, "%.0f m", metres);
-  else std::snprintf(text, sizeof text, "%.2f km", metres / 1000.0);
+  if (metres < 1000.0)
+    std::snprintf(text, sizeof text, "%.0f m", metres);
+  else
+    std::snprintf(text, sizeof text, "%.2f km", metres / 1000.0);
   return text;
 }
 
 std::string Duration(double seconds) {
   const long long total = std::llround(seconds);
   char text[48];
-  if (total < 60) std::snprintf(text, sizeof text, "%lld s", total);
-  else if (total < 3600) std::snprintf(text, sizeof text, "%lld min %lld s", total / 60, total % 60);
-  else std::snprintf(text, sizeof text, "%lld h %lld min %lld s", total / 3600, total / 60 % 60, total % 60);
+  if (total < 60)
+    std::snprintf(text, sizeof text, "%lld s", total);
+  else if (total < 3600)
+    std::snprintf(text, sizeof text, "%lld min %lld s", total / 60, total % 60);
+  else
+    std::snprintf(text, sizeof text, "%lld h %lld min %lld s", total / 3600, total / 60 % 60, total % 60);
   return text;
 }
 
@@ -52,8 +57,10 @@ double StepSeconds(const Fix& from, const Fix& to) {
   double step = (to.oleTime - from.oleTime) * 86400.0;
   if (to.timeType != GPS_TIME_FULL || from.timeType != GPS_TIME_FULL) {
     step = std::fmod(step, 86400.0);
-    if (step < -43200.0) step += 86400.0;
-    else if (step > 43200.0) step -= 86400.0;
+    if (step < -43200.0)
+      step += 86400.0;
+    else if (step > 43200.0)
+      step -= 86400.0;
   }
   return step;
 }
@@ -116,8 +123,10 @@ void FixTrack::ExtendSpan(const Fix& fix) {
   }
   if (!dated && span_->first.timeType != GPS_TIME_FULL) ++span_->undatedBefore;
   const double step = StepSeconds(span_->last, fix);
-  if (step >= 0) span_->seconds += step;
-  else ++span_->stepsBack;
+  if (step >= 0)
+    span_->seconds += step;
+  else
+    ++span_->stepsBack;
   span_->last = fix;
 }
 
@@ -139,10 +148,11 @@ std::string Summary(const FixTrack& track) {
   const std::string from = (firstDate.empty() ? "" : firstDate + " ") + span.first.timeOfDay;
   const std::string to = (lastDate.empty() || lastDate == firstDate ? "" : lastDate + " ") + span.last.timeOfDay;
   text += "Time span:  " + from + " to " + to + " UTC (" + Duration(span.seconds) + ")\n";
-  if (firstDate.empty()) text += "            the receiver sent no date\n";
+  if (firstDate.empty())
+    text += "            the receiver sent no date\n";
   else if (span.undatedBefore > 0)
-    text += "            from the first fix with a date; " + std::to_string(span.undatedBefore) +
-            " before it had none\n";
+    text +=
+        "            from the first fix with a date; " + std::to_string(span.undatedBefore) + " before it had none\n";
   if (span.stepsBack > 0)
     text += "            time went back " + std::to_string(span.stepsBack) +
             (span.stepsBack == 1 ? " time" : " times") + " (a repeat or a jump); only forward steps count\n";

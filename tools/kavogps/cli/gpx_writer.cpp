@@ -12,12 +12,23 @@ std::string XmlEscape(const std::string& text) {
   std::string escaped;
   for (char c : text) {
     switch (c) {
-      case '&': escaped += "&amp;"; break;
-      case '<': escaped += "&lt;"; break;
-      case '>': escaped += "&gt;"; break;
-      case '"': escaped += "&quot;"; break;
-      case '\'': escaped += "&apos;"; break;
-      default: escaped += c;
+      case '&':
+        escaped += "&amp;";
+        break;
+      case '<':
+        escaped += "&lt;";
+        break;
+      case '>':
+        escaped += "&gt;";
+        break;
+      case '"':
+        escaped += "&quot;";
+        break;
+      case '\'':
+        escaped += "&apos;";
+        break;
+      default:
+        escaped += c;
     }
   }
   return escaped;
@@ -36,8 +47,7 @@ bool GpxWriter::Open(const std::string& path, const std::string& trackName, std:
            "<gpx version=\"1.1\" creator=\"kavogps\" xmlns=\"http://www.topografix.com/GPX/1/1\">\n"
            "  <trk>\n"
            "    <name>"
-        << XmlEscape(trackName)
-        << "</name>\n";
+        << XmlEscape(trackName) << "</name>\n";
   return true;
 }
 
@@ -46,8 +56,7 @@ void GpxWriter::Add(const Fix& fix) {
   if (segmentOpen_ && fix.startsSegment) file_ << "    </trkseg>\n";
   if (!segmentOpen_ || fix.startsSegment) file_ << "    <trkseg>\n";
   segmentOpen_ = true;
-  file_ << "      <trkpt lat=\"" << JsonNumber(fix.latitude, 9) << "\" lon=\"" << JsonNumber(fix.longitude, 9)
-        << "\">";
+  file_ << "      <trkpt lat=\"" << JsonNumber(fix.latitude, 9) << "\" lon=\"" << JsonNumber(fix.longitude, 9) << "\">";
   if (fix.altitude) file_ << "<ele>" << JsonNumber(*fix.altitude, 3) << "</ele>";
   if (!fix.time.empty()) {
     std::string time = fix.time;

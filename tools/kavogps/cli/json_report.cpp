@@ -7,16 +7,21 @@
 namespace kavo::cli {
 namespace {
 
-
 // The TPV status for receivers' fix qualities beyond a plain fix.
 int TpvStatus(int32_t quality) {
   switch (quality) {
-    case 2: return 2;  // DGPS
-    case 4: return 3;  // RTK fixed
-    case 5: return 4;  // RTK float
-    case 6: return 5;  // dead reckoning
-    case 8: return 8;  // simulated
-    default: return 1;
+    case 2:
+      return 2;  // DGPS
+    case 4:
+      return 3;  // RTK fixed
+    case 5:
+      return 4;  // RTK float
+    case 6:
+      return 5;  // dead reckoning
+    case 8:
+      return 8;  // simulated
+    default:
+      return 1;
   }
 }
 
@@ -28,7 +33,7 @@ bool SystemOf(int32_t prn, int* gnssid, int* svid) {
     int32_t first, last;
     int gnssid, offset;
   };
-  static const Range ranges[] = {{1, 32, 0, 0},     {33, 64, 1, 87},     {65, 96, 6, -64},
+  static const Range ranges[] = {{1, 32, 0, 0},       {33, 64, 1, 87},     {65, 96, 6, -64},
                                  {193, 202, 5, -192}, {301, 336, 2, -300}, {401, 463, 3, -400}};
   for (const Range& r : ranges) {
     if (prn < r.first || prn > r.last) continue;

@@ -39,7 +39,8 @@ std::string Dops(const GPSLocation& l) {
 std::string SignalBar(int32_t snr) {
   constexpr int kWidth = 10;  // one mark per 5 dB-Hz, full at 50
   const int marks = snr <= 0 ? 0 : snr >= 50 ? kWidth : (snr + 4) / 5;
-  return "[" + std::string(static_cast<size_t>(marks), '#') + std::string(static_cast<size_t>(kWidth - marks), ' ') + "]";
+  return "[" + std::string(static_cast<size_t>(marks), '#') + std::string(static_cast<size_t>(kWidth - marks), ' ') +
+         "]";
 }
 
 std::string RenderScreen(const Reading& r, const std::string& title, int rows) {
@@ -50,8 +51,7 @@ std::string RenderScreen(const Reading& r, const std::string& title, int rows) {
   s += "Position    " +
        (HasPosition(l) ? Coordinate(l.Latitude, 'N', 'S') + "  " + Coordinate(l.Longitude, 'E', 'W') : "-") + "\n";
   s += "Fix         " + std::string(FixQualityWords(l.FixQuality)) + " (quality " + std::to_string(l.FixQuality) +
-       "), " + (Has(l, GPS_VALID_SATELLITES_IN_USE) ? std::to_string(l.SatellitesInUse) : "-") +
-       " satellites in use\n";
+       "), " + (Has(l, GPS_VALID_SATELLITES_IN_USE) ? std::to_string(l.SatellitesInUse) : "-") + " satellites in use\n";
   s += "Altitude    " + (Has(l, GPS_VALID_ALTITUDE) ? Format("%.1f m", l.Altitude) : "-") + "\n";
   s += "Speed       " + (Has(l, GPS_VALID_SPEED) ? Format("%.1f km/h", l.Speed * kKmhPerMph) : "-") + "\n";
   s += "Course      " + (Has(l, GPS_VALID_COURSE) ? Format("%.1f deg true", Degrees(l.Course)) : "-") +

@@ -5,8 +5,8 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <functional>
 #include <fstream>
+#include <functional>
 #include <vector>
 
 #include "cli/bundled_data.h"
@@ -50,12 +50,18 @@ bool ParsePlayArguments(const Arguments& args, PlaySettings* s, std::string* err
   bool ok = true;
   while (ok && reader.Next()) {
     const std::string& name = reader.Name();
-    if (name == "-h" || name == "--help") ok = reader.Flag(&s->help);
-    else if (name == "--interval") ok = reader.Number(1, kMaxIntervalMs, "milliseconds per line from 1 to 60000", &s->intervalMs);
-    else if (name == "--repeat") ok = reader.Flag(&s->repeat);
-    else if (ReadOutputOption(reader, &s->output, &ok)) continue;
-    else if (!reader.IsOption() && s->file.empty()) s->file = name;
-    else ok = reader.Unknown();
+    if (name == "-h" || name == "--help")
+      ok = reader.Flag(&s->help);
+    else if (name == "--interval")
+      ok = reader.Number(1, kMaxIntervalMs, "milliseconds per line from 1 to 60000", &s->intervalMs);
+    else if (name == "--repeat")
+      ok = reader.Flag(&s->repeat);
+    else if (ReadOutputOption(reader, &s->output, &ok))
+      continue;
+    else if (!reader.IsOption() && s->file.empty())
+      s->file = name;
+    else
+      ok = reader.Unknown();
   }
   *error = ok ? OutputOptionsConflict(s->output) : reader.Error();
   return ok && error->empty();
@@ -76,8 +82,9 @@ void ForEachAddress(const std::string& path, const std::function<bool(const std:
       if (buffer[static_cast<size_t>(i)] != '\0') text += buffer[static_cast<size_t>(i)];
     for (size_t at = text.find_first_of("$!"); at != std::string::npos; at = text.find_first_of("$!", at + 1)) {
       if (at + 6 >= text.size()) break;
-      const bool address = std::all_of(text.begin() + at + 1, text.begin() + at + 6,
-                                       [](char c) { return std::isupper(static_cast<unsigned char>(c)) || std::isdigit(static_cast<unsigned char>(c)); });
+      const bool address = std::all_of(text.begin() + at + 1, text.begin() + at + 6, [](char c) {
+        return std::isupper(static_cast<unsigned char>(c)) || std::isdigit(static_cast<unsigned char>(c));
+      });
       if (address && text[at + 6] == ',' && !found(text.substr(at, 6))) return;
     }
     text.erase(0, text.size() > 6 ? text.size() - 6 : 0);
@@ -137,8 +144,8 @@ int RunPlay(const Arguments& args, std::ostream& out, std::ostream& err) {
   if (file.empty()) {
     file = FindBundledFile(kDefaultRecording);
     if (file.empty()) {
-      err << "kavogps play: the bundled recording " << kDefaultRecording << " was not found (looked in "
-          << FolderList() << "); name a recording to play\n";
+      err << "kavogps play: the bundled recording " << kDefaultRecording << " was not found (looked in " << FolderList()
+          << "); name a recording to play\n";
       return kExitFile;
     }
   }
@@ -160,8 +167,8 @@ int RunPlay(const Arguments& args, std::ostream& out, std::ostream& err) {
                                                   settings.repeat ? 1 : 0, SessionStatusCallback(),
                                                   SessionDataCallback(), SessionSentenceCallback()));
   if (!driver) {
-    err << "kavogps play: the library could not open '" << shown << "' (error "
-        << KavoMobileGPS_GetLastError() << ")\n";
+    err << "kavogps play: the library could not open '" << shown << "' (error " << KavoMobileGPS_GetLastError()
+        << ")\n";
     output.Abandon();
     return kExitFile;
   }

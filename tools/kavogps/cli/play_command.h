@@ -7,8 +7,8 @@
 #include <string>
 
 #include "cli/commands.h"
-#include "cli/receiver_settings.h"
 #include "cli/driver_session.h"
+#include "cli/receiver_settings.h"
 #include "cli/session_output.h"
 
 namespace kavo::cli {

@@ -76,20 +76,20 @@ bool MachineUsable(const char* command, std::ostream& err) {
 std::string TroubleText(const std::string& portName) {
   const PortDiagnosis diagnosis = DiagnosePort(portName);
   switch (diagnosis.trouble) {
-    case PortTrouble::kMissing: return "there is no such device";
+    case PortTrouble::kMissing:
+      return "there is no such device";
     case PortTrouble::kNoPermission:
-      return "permission denied" +
-             (diagnosis.group.empty() ? std::string()
-                                      : "; members of the group '" + diagnosis.group +
-                                            "' may use it (sudo usermod -aG " + diagnosis.group +
-                                            " $USER, then log in again)");
-    case PortTrouble::kBusy: break;
+      return "permission denied" + (diagnosis.group.empty() ? std::string()
+                                                            : "; members of the group '" + diagnosis.group +
+                                                                  "' may use it (sudo usermod -aG " + diagnosis.group +
+                                                                  " $USER, then log in again)");
+    case PortTrouble::kBusy:
+      break;
   }
   return "it is busy: another program is using it";
 }
 
-const char kBaudRates[] =
-    "110, 1200, 2400, 4800, 9600, 14400, 19200, 38400, 56000, 57600, 115200, 128000 or 256000";
+const char kBaudRates[] = "110, 1200, 2400, 4800, 9600, 14400, 19200, 38400, 56000, 57600, 115200, 128000 or 256000";
 
 const char* ParityName(int32_t parity) {
   static const char* const names[] = {"none", "odd", "even", "mark", "space"};
@@ -121,8 +121,8 @@ int RunPorts(const Arguments& args, std::ostream& out, std::ostream& err) {
     out << "No serial ports found.\n";
     return kExitOk;
   }
-  out << Padded("PORT", 21) << Padded("BUSY", 4) << Padded("BAUD", 7) << Padded("PARITY", 6)
-      << Padded("DATA", 4) << "STOP\n";
+  out << Padded("PORT", 21) << Padded("BUSY", 4) << Padded("BAUD", 7) << Padded("PARITY", 6) << Padded("DATA", 4)
+      << "STOP\n";
   int failures = 0;
   for (int32_t i = 0; i < count; ++i) {
     uint8_t busy = 0;
@@ -156,8 +156,10 @@ int RunFind(const Arguments& args, std::ostream& out, std::ostream& err) {
   OptionReader reader(args);
   bool ok = true;
   while (ok && reader.Next()) {
-    if (reader.Name() == "-h" || reader.Name() == "--help") ok = reader.Flag(&help);
-    else if (!ReadReceiverOption(reader, &receiver, &ok)) ok = reader.Unknown();
+    if (reader.Name() == "-h" || reader.Name() == "--help")
+      ok = reader.Flag(&help);
+    else if (!ReadReceiverOption(reader, &receiver, &ok))
+      ok = reader.Unknown();
   }
   if (!ok) {
     err << "kavogps find: " << reader.Error() << "\nRun 'kavogps find --help' for the options.\n";
@@ -264,8 +266,8 @@ class NoSentenceHint : public ReadingView {
   void Status(int32_t status) override {
     if (status != GPS_STATUS_NO_SENTENCE || read_ || told_) return;
     told_ = true;
-    err_ << "kavogps monitor: " << port_ << " sends text, but no sentence of the talkers read ("
-         << receiver_.talkers << ") with " << (receiver_.checksums == "ignore" ? "any" : "a valid")
+    err_ << "kavogps monitor: " << port_ << " sends text, but no sentence of the talkers read (" << receiver_.talkers
+         << ") with " << (receiver_.checksums == "ignore" ? "any" : "a valid")
          << " checksum; other talkers are read with --talkers LIST, damaged sentences with"
             " --checksums ignore, and a receiver at another speed with --baud N\n"
          << std::flush;
@@ -283,23 +285,34 @@ bool ParseMonitorArguments(const Arguments& args, MonitorSettings* s, std::ostre
   bool ok = true;
   while (ok && reader.Next()) {
     const std::string& name = reader.Name();
-    if (name == "-h" || name == "--help") ok = reader.Flag(&s->help);
-    else if (name == "--baud") ok = reader.Number(1, INT32_MAX, kBaudRates, &s->baud);
-    else if (name == "--once") ok = reader.Flag(&s->once);
-    else if (ReadOutputOption(reader, &s->output, &ok)) continue;
-    else if (!reader.IsOption() && s->port.empty()) s->port = name;
-    else ok = reader.Unknown();
+    if (name == "-h" || name == "--help")
+      ok = reader.Flag(&s->help);
+    else if (name == "--baud")
+      ok = reader.Number(1, INT32_MAX, kBaudRates, &s->baud);
+    else if (name == "--once")
+      ok = reader.Flag(&s->once);
+    else if (ReadOutputOption(reader, &s->output, &ok))
+      continue;
+    else if (!reader.IsOption() && s->port.empty())
+      s->port = name;
+    else
+      ok = reader.Unknown();
   }
   const std::string conflict = OutputOptionsConflict(s->output);
-  if (!ok) err << "kavogps monitor: " << reader.Error() << '\n';
-  else if (s->help) return true;
-  else if (s->port.empty()) err << "kavogps monitor: name the port to monitor, e.g. COM3 or /dev/ttyUSB0\n";
-  else if (!conflict.empty()) err << "kavogps monitor: " << conflict << '\n';
+  if (!ok)
+    err << "kavogps monitor: " << reader.Error() << '\n';
+  else if (s->help)
+    return true;
+  else if (s->port.empty())
+    err << "kavogps monitor: name the port to monitor, e.g. COM3 or /dev/ttyUSB0\n";
+  else if (!conflict.empty())
+    err << "kavogps monitor: " << conflict << '\n';
   else if (LibraryPortName(s->port).empty())
     // The library opens a port by its name with a colon, in 19 characters.
     err << "kavogps monitor: the port name '" << s->port << "' is too long, even as the device it names: the "
         << "library takes at most " << kMaxPortName << " characters\n";
-  else return true;
+  else
+    return true;
   err << "Run 'kavogps monitor --help' for the options.\n";
   return false;
 }
@@ -322,8 +335,8 @@ void PrintMonitorHelp(std::ostream& out) {
 
 // Opens the port and runs a session on it until it ends; the driver could
 // not be created when `code` is set.
-SessionEnd MonitorOnce(const PortInfoPtr& port, SessionOutput& output, ReadingView& hint,
-                       InterruptWatch& interrupt, uint32_t* code, const std::function<void()>& started) {
+SessionEnd MonitorOnce(const PortInfoPtr& port, SessionOutput& output, ReadingView& hint, InterruptWatch& interrupt,
+                       uint32_t* code, const std::function<void()>& started) {
   const DriverPtr driver(GPSDriver_CreateFromCOMPort(port.get(), SessionStatusCallback(), SessionDataCallback(),
                                                      SessionSentenceCallback()));
   if (!driver) {
@@ -357,8 +370,8 @@ int RunMonitor(const Arguments& args, std::ostream& out, std::ostream& err) {
       err << "kavogps monitor: invalid value '" << settings.baud << "' for --baud: expected " << kBaudRates << '\n';
       return kExitUsage;
     }
-    err << "kavogps monitor: the port '" << portName << "' cannot be described (error "
-        << KavoMobileGPS_GetLastError() << ")\n";
+    err << "kavogps monitor: the port '" << portName << "' cannot be described (error " << KavoMobileGPS_GetLastError()
+        << ")\n";
     return kExitFailure;
   }
   // The colon the library adds belongs to COM names, not to paths.
@@ -366,8 +379,7 @@ int RunMonitor(const Arguments& args, std::ostream& out, std::ostream& err) {
   const std::string shown = path ? portName : FromLibraryText(COMPortInfo_GetName(port.get()));
   SessionOutput output(out, err,
                        {settings.output.json, settings.output.nmea, settings.output.gpx, shown,
-                        "kavogps monitor " + shown + "  (" + std::to_string(settings.baud) +
-                            " baud; Ctrl+C stops)"});
+                        "kavogps monitor " + shown + "  (" + std::to_string(settings.baud) + " baud; Ctrl+C stops)"});
   if (const int code = output.Prepare("monitor", settings.output.receiver)) return code;
   std::string error;
   NoSentenceHint hint(err, shown, settings.output.receiver);
@@ -380,8 +392,7 @@ int RunMonitor(const Arguments& args, std::ostream& out, std::ostream& err) {
       err << "kavogps monitor: cannot open " << portName << ": " << TroubleText(libraryName) << '\n';
       return kExitPortUnavailable;
     }
-    err << "kavogps monitor: cannot set up " << portName << " at " << settings.baud << " baud (error " << code
-        << ")\n";
+    err << "kavogps monitor: cannot set up " << portName << " at " << settings.baud << " baud (error " << code << ")\n";
     return kExitFailure;
   }
   // An unplugged receiver is waited for and opened again once a second.
@@ -408,8 +419,7 @@ int RunMonitor(const Arguments& args, std::ostream& out, std::ostream& err) {
     err << "kavogps monitor: writing the output failed\n";
     return kExitFailure;
   }
-  if (end == SessionEnd::kSourceFailed)
-    err << "kavogps monitor: the receiver on " << shown << " is gone\n";
+  if (end == SessionEnd::kSourceFailed) err << "kavogps monitor: the receiver on " << shown << " is gone\n";
   if (!output.Finish(end == SessionEnd::kSourceFailed ? "Receiver gone." : "Stopped.", &error)) {
     err << "kavogps monitor: " << error << '\n';
     return kExitFile;

@@ -23,18 +23,22 @@ bool TakeReading(GPSDriverHandle driver, Reading* reading) {
 
 const char* StatusWords(int32_t status) {
   switch (status) {
-    case GPS_STATUS_RECEIVING: return "receiving NMEA";
-    case GPS_STATUS_TIMEOUT: return "no data";
-    case GPS_STATUS_STOPPED: return "stopped or waiting for data";
-    case GPS_STATUS_NO_SENTENCE: return "text without NMEA sentences";
-    case GPS_STATUS_PARSE_ERROR: return "parser error";
-    default: return "unknown status";
+    case GPS_STATUS_RECEIVING:
+      return "receiving NMEA";
+    case GPS_STATUS_TIMEOUT:
+      return "no data";
+    case GPS_STATUS_STOPPED:
+      return "stopped or waiting for data";
+    case GPS_STATUS_NO_SENTENCE:
+      return "text without NMEA sentences";
+    case GPS_STATUS_PARSE_ERROR:
+      return "parser error";
+    default:
+      return "unknown status";
   }
 }
 
-bool Has(const GPSLocation& location, uint32_t validFlag) {
-  return (location.ValidFlags & validFlag) == validFlag;
-}
+bool Has(const GPSLocation& location, uint32_t validFlag) { return (location.ValidFlags & validFlag) == validFlag; }
 
 bool HasPosition(const GPSLocation& location) { return Has(location, GPS_VALID_POSITION); }
 
@@ -46,16 +50,14 @@ int FixMode(const GPSLocation& location) {
 }
 
 const char* FixQualityWords(int32_t quality) {
-  static const char* const words[] = {"no fix",    "GPS fix",   "DGPS fix",   "PPS fix",   "RTK fixed",
+  static const char* const words[] = {"no fix",    "GPS fix",   "DGPS fix",     "PPS fix",  "RTK fixed",
                                       "RTK float", "estimated", "manual input", "simulated"};
   return quality >= 0 && quality <= 8 ? words[quality] : "unknown fix quality";
 }
 
 double Degrees(double radians) { return radians * (180.0 / 3.14159265358979323846); }
 
-bool FromOleDate(double date, UtcTime* time) {
-  return date >= 1.0 && calendar::CivilFromOleDate(date, time);
-}
+bool FromOleDate(double date, UtcTime* time) { return date >= 1.0 && calendar::CivilFromOleDate(date, time); }
 
 // Every field fits its width: years run from 100 to 9999. Written by hand
 // because formatting it cost more than the rest of a report.

@@ -49,9 +49,8 @@ std::string ReceiverOptionsHelp(size_t column) {
 bool ReadReceiverOption(OptionReader& reader, ReceiverSettings* settings, bool* ok) {
   std::string value;
   if (reader.Name() == "--talkers") {
-    *ok = reader.Value(&value) &&
-          (NormaliseTalkers(value, &settings->talkers) ||
-           reader.Invalid(value, "talker ids of two letters separated by commas, e.g. GP,GL"));
+    *ok = reader.Value(&value) && (NormaliseTalkers(value, &settings->talkers) ||
+                                   reader.Invalid(value, "talker ids of two letters separated by commas, e.g. GP,GL"));
     return true;
   }
   if (reader.Name() != "--checksums") return false;
@@ -65,8 +64,7 @@ bool ReadReceiverOption(OptionReader& reader, ReceiverSettings* settings, bool* 
 }
 
 bool ApplyReceiverSettings(const ReceiverSettings& settings) {
-  return SetEnvironment("KAVOGPS_TALKERS", settings.talkers) &&
-         SetEnvironment("KAVOGPS_CHECKSUMS", settings.checksums);
+  return SetEnvironment("KAVOGPS_TALKERS", settings.talkers) && SetEnvironment("KAVOGPS_CHECKSUMS", settings.checksums);
 }
 
 std::string TalkersHint(const std::set<std::string>& seen, const ReceiverSettings& settings) {

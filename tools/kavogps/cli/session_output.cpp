@@ -9,10 +9,14 @@ namespace kavo::cli {
 
 bool ReadOutputOption(OptionReader& reader, OutputOptions* options, bool* ok) {
   const std::string& name = reader.Name();
-  if (name == "--json") *ok = reader.Flag(&options->json);
-  else if (name == "--nmea") *ok = reader.Flag(&options->nmea);
-  else if (name == "--gpx") *ok = reader.Value(&options->gpx);
-  else return ReadReceiverOption(reader, &options->receiver, ok);
+  if (name == "--json")
+    *ok = reader.Flag(&options->json);
+  else if (name == "--nmea")
+    *ok = reader.Flag(&options->nmea);
+  else if (name == "--gpx")
+    *ok = reader.Value(&options->gpx);
+  else
+    return ReadReceiverOption(reader, &options->receiver, ok);
   return true;
 }
 

@@ -19,8 +19,8 @@ namespace kavo::cli {
 // the library reads the receiver.
 struct OutputOptions {
   bool json = false;
-  bool nmea = false;    // the sentences as received instead of decoded
-  std::string gpx;      // empty: no track file
+  bool nmea = false;  // the sentences as received instead of decoded
+  std::string gpx;    // empty: no track file
   ReceiverSettings receiver;
 };
 // Reads --json, --nmea, --gpx, --talkers or --checksums when the reader

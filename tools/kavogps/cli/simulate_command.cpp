@@ -60,16 +60,17 @@ bool ParseNumber(const std::string& text, double* value) {
 }
 
 bool ParseConstellations(const std::string& text, std::vector<sim::System>* systems) {
-  static const std::pair<const char*, sim::System> kNames[] = {
-      {"gps", sim::System::kGps}, {"glonass", sim::System::kGlonass},
-      {"galileo", sim::System::kGalileo}, {"beidou", sim::System::kBeidou}};
+  static const std::pair<const char*, sim::System> kNames[] = {{"gps", sim::System::kGps},
+                                                               {"glonass", sim::System::kGlonass},
+                                                               {"galileo", sim::System::kGalileo},
+                                                               {"beidou", sim::System::kBeidou}};
   std::vector<sim::System> chosen;
   size_t start = 0;
   while (true) {
     const size_t comma = text.find(',', start);
     const std::string name = text.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
-    const auto known = std::find_if(std::begin(kNames), std::end(kNames),
-                                    [&](const auto& entry) { return name == entry.first; });
+    const auto known =
+        std::find_if(std::begin(kNames), std::end(kNames), [&](const auto& entry) { return name == entry.first; });
     if (known == std::end(kNames) || std::find(chosen.begin(), chosen.end(), known->second) != chosen.end())
       return false;
     chosen.push_back(known->second);
@@ -85,8 +86,7 @@ bool ParseConstellations(const std::string& text, std::vector<sim::System>* syst
 bool ParseStart(const std::string& text, sim::Geodetic* start) {
   const size_t comma = text.find(',');
   if (comma == std::string::npos) return false;
-  return ParseNumber(text.substr(0, comma), &start->latitude) &&
-         ParseNumber(text.substr(comma + 1), &start->longitude);
+  return ParseNumber(text.substr(0, comma), &start->latitude) && ParseNumber(text.substr(comma + 1), &start->longitude);
 }
 
 // Reads the current option's value and hands it to `parse`, which says
@@ -138,12 +138,11 @@ bool ParseSimulateArguments(const Arguments& args, SimulateSettings* s, std::str
         return true;
       });
     } else if (name == "--start") {
-      ok = ReadValue(reader,
-                     "LAT,LON in degrees, latitude within 85 of the equator, longitude from -180 to below 180",
+      ok = ReadValue(reader, "LAT,LON in degrees, latitude within 85 of the equator, longitude from -180 to below 180",
                      [&](const std::string& t) {
                        sim::Geodetic start = o.start;
-                       if (!ParseStart(t, &start) || std::fabs(start.latitude) > 85.0 ||
-                           start.longitude < -180.0 || start.longitude >= 180.0)
+                       if (!ParseStart(t, &start) || std::fabs(start.latitude) > 85.0 || start.longitude < -180.0 ||
+                           start.longitude >= 180.0)
                          return false;
                        o.start = start;
                        return true;
@@ -178,13 +177,13 @@ bool ParseSimulateArguments(const Arguments& args, SimulateSettings* s, std::str
     } else if (name == "--pty") {
       ok = reader.Flag(&s->live);
     } else if (name == "--baud") {
-      ok = baudGiven = ReadValue(reader, "1200, 2400, 4800, 9600, 19200, 38400, 57600 or 115200",
-                                 [&](const std::string& t) {
-                                   uint64_t baud = 0;
-                                   if (!ParseUnsigned(t, &baud) || !IsSerialSpeed(baud)) return false;
-                                   s->baud = static_cast<uint32_t>(baud);
-                                   return true;
-                                 });
+      ok = baudGiven =
+          ReadValue(reader, "1200, 2400, 4800, 9600, 19200, 38400, 57600 or 115200", [&](const std::string& t) {
+            uint64_t baud = 0;
+            if (!ParseUnsigned(t, &baud) || !IsSerialSpeed(baud)) return false;
+            s->baud = static_cast<uint32_t>(baud);
+            return true;
+          });
     } else if (name == "--silent") {
       ok = silentGiven = reader.Flag(&s->silent);
     } else {
@@ -208,8 +207,7 @@ bool ParseSimulateArguments(const Arguments& args, SimulateSettings* s, std::str
   return true;
 }
 
-uint64_t WriteSimulation(const SimulateSettings& settings, std::ostream& out, uint64_t* lines,
-                         uint64_t* damaged) {
+uint64_t WriteSimulation(const SimulateSettings& settings, std::ostream& out, uint64_t* lines, uint64_t* damaged) {
   sim::Simulator simulator(settings.simulation);
   sim::RecordingWriter writer(out, settings.encoding);
   const uint64_t epochs = sim::EpochsFor(settings.simulation, settings.duration.value_or(kDefaultDuration));
@@ -274,8 +272,8 @@ int RunSimulate(const Arguments& args, std::ostream& out, std::ostream& err) {
         << (regular ? "; the incomplete file was removed\n" : "\n");
     return kExitFile;
   }
-  out << "Wrote " << epochs << " epochs, " << lines << " lines (" << damaged << " damaged) to "
-      << settings.output << " (" << sim::EncodingName(settings.encoding) << ")\n";
+  out << "Wrote " << epochs << " epochs, " << lines << " lines (" << damaged << " damaged) to " << settings.output
+      << " (" << sim::EncodingName(settings.encoding) << ")\n";
   return kExitOk;
 }
 

@@ -31,8 +31,7 @@ bool ParseSimulateArguments(const Arguments& args, SimulateSettings* settings, s
 
 // Writes the recording `settings` describe to `out`; returns the number of
 // epochs written (the stream's state tells whether writing succeeded).
-uint64_t WriteSimulation(const SimulateSettings& settings, std::ostream& out, uint64_t* lines,
-                         uint64_t* damaged);
+uint64_t WriteSimulation(const SimulateSettings& settings, std::ostream& out, uint64_t* lines, uint64_t* damaged);
 
 int RunSimulate(const Arguments& args, std::ostream& out, std::ostream& err);
 

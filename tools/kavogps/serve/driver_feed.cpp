@@ -53,7 +53,8 @@ class Feed {
     GPSDriver_SetTimeoutInterval(driver.get(), static_cast<int32_t>(options.endTimeoutMs));
     cli::DriverSession session(driver.get(), options);
     session.AddView(&view_);
-    if (!session.Start(&error)) return Fail("the library could not play '" + spec_.file + "'", error, cli::kExitFailure);
+    if (!session.Start(&error))
+      return Fail("the library could not play '" + spec_.file + "'", error, cli::kExitFailure);
     Present(true);
     const cli::SessionEnd end = session.Run(interrupt);
     if (end == cli::SessionEnd::kInterrupted) return cli::kExitOk;
@@ -65,8 +66,7 @@ class Feed {
     }
     err_ << "kavogps serve: end of recording; serving its last fix until interrupted\n";
     Present(false);
-    while (!interrupt.Wait(kReopenEveryMs)) {
-    }
+    while (!interrupt.Wait(kReopenEveryMs)) {}
     return cli::kExitOk;
   }
 
@@ -74,7 +74,8 @@ class Feed {
   // tried again every second until interrupted.
   int FollowPort(cli::InterruptWatch& interrupt) {
     const COMPortParams params{static_cast<int32_t>(spec_.baud), 0, 0, 8};
-    const cli::PortInfoPtr port(COMPortInfo_Create(cli::ToLibraryText(cli::LibraryPortName(spec_.port)).c_str(), &params));
+    const cli::PortInfoPtr port(
+        COMPortInfo_Create(cli::ToLibraryText(cli::LibraryPortName(spec_.port)).c_str(), &params));
     if (!port)
       return Fail("the port '" + spec_.port + "' cannot be described", KavoMobileGPS_GetLastError(), cli::kExitFailure);
     bool absent = false;  // and said so
@@ -102,8 +103,8 @@ class Feed {
   // error when the port could not be opened.
   bool RunOnPort(COMPortInfoHandle port, cli::InterruptWatch& interrupt, bool absent, cli::SessionEnd* end,
                  uint32_t* error) {
-    const cli::DriverPtr driver(GPSDriver_CreateFromCOMPort(port, cli::SessionStatusCallback(),
-                                                            cli::SessionDataCallback(), cli::SessionSentenceCallback()));
+    const cli::DriverPtr driver(GPSDriver_CreateFromCOMPort(
+        port, cli::SessionStatusCallback(), cli::SessionDataCallback(), cli::SessionSentenceCallback()));
     *error = KavoMobileGPS_GetLastError();  // before the port's release clears it
     if (!driver) return false;
     cli::SessionOptions options;

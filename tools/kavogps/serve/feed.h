@@ -9,7 +9,7 @@ namespace kavo::serve {
 
 // The receiver as clients see it in DEVICE objects.
 struct DeviceState {
-  std::string path;       // port or recording, as the user named it
+  std::string path;  // port or recording, as the user named it
   std::string driver = "NMEA0183";
   int bps = 0;            // 0: not a serial port
   std::string activated;  // when it was opened (ISO 8601); empty while gone

@@ -32,8 +32,10 @@ size_t ObjectEnd(const std::string& line, size_t begin) {
   for (size_t i = begin; i < line.size(); ++i) {
     const char c = line[i];
     if (inString) {
-      if (c == '\\') ++i;
-      else if (c == '"') inString = false;
+      if (c == '\\')
+        ++i;
+      else if (c == '"')
+        inString = false;
     } else if (c == '"') {
       inString = true;
     } else if (c == '{' || c == '[') {
@@ -154,15 +156,14 @@ std::vector<std::string> ClientProtocol::Answer(const std::string& line, const S
     } else if (name == "WATCH") {
       if (!Watch(hasArgument ? &argument : nullptr, state, &answers)) return answers;
     } else {
-      answers.push_back(ErrorJson("Unrecognized request '?" + Quoted(name).substr(1) +
-                                  (hasArgument ? " with an argument" : "")));
+      answers.push_back(
+          ErrorJson("Unrecognized request '?" + Quoted(name).substr(1) + (hasArgument ? " with an argument" : "")));
       return answers;
     }
   }
 }
 
-bool ClientProtocol::Watch(const std::string* argument, const ServerState& state,
-                           std::vector<std::string>* answers) {
+bool ClientProtocol::Watch(const std::string* argument, const ServerState& state, std::vector<std::string>* answers) {
   if (argument) {
     const nlohmann::json policy = nlohmann::json::parse(*argument, nullptr, false);
     if (!policy.is_object()) {
@@ -180,10 +181,14 @@ bool ClientProtocol::Watch(const std::string* argument, const ServerState& state
         answers->push_back(ErrorJson("Invalid WATCH: 'raw' must be 0, 1 or 2"));
         return false;
       }
-      if (key == "enable") enable = value.get<bool>();
-      else if (key == "json") json = value.get<bool>();
-      else if (key == "nmea") nmea = value.get<bool>();
-      else if (key == "raw") nmea = value > 0;  // raw sentences are what raw mode shows
+      if (key == "enable")
+        enable = value.get<bool>();
+      else if (key == "json")
+        json = value.get<bool>();
+      else if (key == "nmea")
+        nmea = value.get<bool>();
+      else if (key == "raw")
+        nmea = value > 0;  // raw sentences are what raw mode shows
     }
     // A watcher that asks for no kind of report wants the reports.
     if (enable && !json && !nmea) json = !policy.contains("json");

@@ -51,8 +51,10 @@ bool ParseListenAddress(const std::string& text, tcp::endpoint* endpoint) {
   const size_t colon = text.rfind(':');
   if (colon == std::string::npos || colon + 1 == text.size()) return false;
   std::string host = text.substr(0, colon);
-  if (host.size() >= 2 && host.front() == '[' && host.back() == ']') host = host.substr(1, host.size() - 2);
-  else if (host.find(':') != std::string::npos) return false;  // an IPv6 address needs its brackets
+  if (host.size() >= 2 && host.front() == '[' && host.back() == ']')
+    host = host.substr(1, host.size() - 2);
+  else if (host.find(':') != std::string::npos)
+    return false;  // an IPv6 address needs its brackets
   const std::string port = text.substr(colon + 1);
   if (port.size() > 5 || port.find_first_not_of("0123456789") != std::string::npos || std::stoul(port) > 65535)
     return false;
@@ -87,7 +89,8 @@ bool ParseServeArguments(const cli::Arguments& args, ServeSettings* s, std::stri
     } else if (name == "--listen" && (ok = reader.Value(&listen))) {
       tcp::endpoint endpoint;
       if (!ParseListenAddress(listen, &endpoint)) {
-        *error = "invalid value '" + listen + "' for --listen: expected ADDRESS:PORT, e.g. 127.0.0.1:2947 or [::1]:2947";
+        *error =
+            "invalid value '" + listen + "' for --listen: expected ADDRESS:PORT, e.g. 127.0.0.1:2947 or [::1]:2947";
         return false;
       }
       s->listen.push_back(endpoint);
@@ -103,10 +106,12 @@ bool ParseServeArguments(const cli::Arguments& args, ServeSettings* s, std::stri
     return false;
   }
   const int sources = !s->source.file.empty() + !s->source.port.empty() + s->source.find;
-  if (sources > 1) *error = "name one source: a FILE, --port PORT or --find";
+  if (sources > 1)
+    *error = "name one source: a FILE, --port PORT or --find";
   else if ((intervalGiven || repeatGiven) && sources == 1 && s->source.file.empty())
     *error = "--interval and --repeat are for playing a FILE";
-  else if (baudGiven && s->source.port.empty()) *error = "--baud is for a port named with --port";
+  else if (baudGiven && s->source.port.empty())
+    *error = "--baud is for a port named with --port";
   else if (!s->source.port.empty() && cli::LibraryPortName(s->source.port).empty())
     *error = "the port name '" + s->source.port + "' is too long, even as the device it names";
   return error->empty();
@@ -148,7 +153,8 @@ int RunServe(const cli::Arguments& args, std::ostream& out, std::ostream& err) {
     err << "kavogps serve: " << e.what() << '\n';
     return cli::kExitFailure;
   }
-  for (const tcp::endpoint& endpoint : server.Endpoints()) err << "kavogps serve: listening on " << Shown(endpoint) << '\n';
+  for (const tcp::endpoint& endpoint : server.Endpoints())
+    err << "kavogps serve: listening on " << Shown(endpoint) << '\n';
   err.flush();
   std::thread network([&io] { io.run(); });
   const int code = DriverFeed(server, err).Run(source, interrupt);

@@ -131,14 +131,14 @@ void Server::Open() {
     if (!error && endpoint.address().is_v6()) acceptor->set_option(asio::ip::v6_only(true), error);
     if (!error) acceptor->bind(endpoint, error);
     if (!error) acceptor->listen(asio::socket_base::max_listen_connections, error);
-    if (error) throw std::system_error(error, "cannot listen on " + endpoint.address().to_string() + " port " +
-                                                 std::to_string(endpoint.port()));
+    if (error)
+      throw std::system_error(
+          error, "cannot listen on " + endpoint.address().to_string() + " port " + std::to_string(endpoint.port()));
     endpoints_.push_back(acceptor->local_endpoint());
     acceptors_.push_back(std::move(acceptor));
   }
   for (auto& acceptor : acceptors_) Accept(*acceptor);
 }
-
 
 void Server::Accept(tcp::acceptor& acceptor) {
   acceptor.async_accept([this, &acceptor](std::error_code error, tcp::socket socket) {
@@ -203,8 +203,10 @@ void Server::Epoch(std::string tpv, std::string sky) {
 void Server::CountNmeaWatcher(bool* counted, bool watching) {
   if (*counted == watching) return;
   *counted = watching;
-  if (watching) ++nmeaWatchers_;
-  else --nmeaWatchers_;
+  if (watching)
+    ++nmeaWatchers_;
+  else
+    --nmeaWatchers_;
 }
 
 void Server::Nmea(std::string sentence) {

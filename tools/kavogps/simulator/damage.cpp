@@ -22,8 +22,7 @@ void Flip(std::string& line, Prng& random) {
   const char old = line[at];
   char now = old;
   // A hex digit of the checksum must not merely change its case.
-  while (now == old || std::toupper(static_cast<unsigned char>(now)) ==
-                           std::toupper(static_cast<unsigned char>(old)))
+  while (now == old || std::toupper(static_cast<unsigned char>(now)) == std::toupper(static_cast<unsigned char>(old)))
     now = kReplacements[static_cast<size_t>(random.Int(0, static_cast<int>(kReplacements.size()) - 1))];
   line[at] = now;
 }

@@ -14,8 +14,7 @@ Vec3 ToEcef(const Geodetic& point) {
   const double lat = point.latitude * kDegToRad;
   const double lon = point.longitude * kDegToRad;
   const double n = kSemiMajor / std::sqrt(1.0 - kEccentricity2 * std::sin(lat) * std::sin(lat));
-  return {(n + point.altitude) * std::cos(lat) * std::cos(lon),
-          (n + point.altitude) * std::cos(lat) * std::sin(lon),
+  return {(n + point.altitude) * std::cos(lat) * std::cos(lon), (n + point.altitude) * std::cos(lat) * std::sin(lon),
           (n * (1.0 - kEccentricity2) + point.altitude) * std::sin(lat)};
 }
 
@@ -25,10 +24,8 @@ LookAngles Look(const Geodetic& observer, const Vec3& target) {
   const double lat = observer.latitude * kDegToRad;
   const double lon = observer.longitude * kDegToRad;
   const double east = -std::sin(lon) * dx + std::cos(lon) * dy;
-  const double north = -std::sin(lat) * std::cos(lon) * dx - std::sin(lat) * std::sin(lon) * dy +
-                       std::cos(lat) * dz;
-  const double up = std::cos(lat) * std::cos(lon) * dx + std::cos(lat) * std::sin(lon) * dy +
-                    std::sin(lat) * dz;
+  const double north = -std::sin(lat) * std::cos(lon) * dx - std::sin(lat) * std::sin(lon) * dy + std::cos(lat) * dz;
+  const double up = std::cos(lat) * std::cos(lon) * dx + std::cos(lat) * std::sin(lon) * dy + std::sin(lat) * dz;
   const double horizontal = std::sqrt(east * east + north * north);
   return {std::atan2(up, horizontal) * kRadToDeg, NormalizeDegrees(std::atan2(east, north) * kRadToDeg)};
 }

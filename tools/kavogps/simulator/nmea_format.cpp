@@ -62,12 +62,9 @@ std::string LatitudeFields(double degrees) { return Coordinate(degrees, 2, 'N', 
 std::string LongitudeFields(double degrees) { return Coordinate(degrees, 3, 'E', 'W'); }
 
 std::string TimeField(const UtcTime& t) {
-  return Padded(t.hour, 2) + Padded(t.minute, 2) + Padded(t.second, 2) + '.' +
-         Padded(t.millisecond / 10, 2);
+  return Padded(t.hour, 2) + Padded(t.minute, 2) + Padded(t.second, 2) + '.' + Padded(t.millisecond / 10, 2);
 }
 
-std::string DateField(const UtcTime& t) {
-  return Padded(t.day, 2) + Padded(t.month, 2) + Padded(t.year % 100, 2);
-}
+std::string DateField(const UtcTime& t) { return Padded(t.day, 2) + Padded(t.month, 2) + Padded(t.year % 100, 2); }
 
 }  // namespace kavo::sim

@@ -17,20 +17,28 @@ std::optional<Encoding> ParseEncoding(std::string_view name) {
 
 const char* EncodingName(Encoding encoding) {
   switch (encoding) {
-    case Encoding::kAscii: return "ascii";
-    case Encoding::kUtf8: return "utf8";
-    case Encoding::kUtf16Le: return "utf16le";
-    case Encoding::kUtf16Be: return "utf16be";
+    case Encoding::kAscii:
+      return "ascii";
+    case Encoding::kUtf8:
+      return "utf8";
+    case Encoding::kUtf16Le:
+      return "utf16le";
+    case Encoding::kUtf16Be:
+      return "utf16be";
   }
   return "?";
 }
 
 std::string ByteOrderMark(Encoding encoding) {
   switch (encoding) {
-    case Encoding::kUtf8: return "\xEF\xBB\xBF";
-    case Encoding::kUtf16Le: return "\xFF\xFE";
-    case Encoding::kUtf16Be: return "\xFE\xFF";
-    case Encoding::kAscii: break;
+    case Encoding::kUtf8:
+      return "\xEF\xBB\xBF";
+    case Encoding::kUtf16Le:
+      return "\xFF\xFE";
+    case Encoding::kUtf16Be:
+      return "\xFE\xFF";
+    case Encoding::kAscii:
+      break;
   }
   return {};
 }
@@ -69,8 +77,6 @@ RecordingWriter::RecordingWriter(std::ostream& out, Encoding encoding) : out_(ou
   out_ << ByteOrderMark(encoding);
 }
 
-void RecordingWriter::WriteLine(std::string_view line) {
-  out_ << Encode(line, encoding_) << Encode("\r\n", encoding_);
-}
+void RecordingWriter::WriteLine(std::string_view line) { out_ << Encode(line, encoding_) << Encode("\r\n", encoding_); }
 
 }  // namespace kavo::sim

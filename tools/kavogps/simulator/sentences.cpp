@@ -11,18 +11,15 @@ constexpr double kKnotsPerMps = 3600.0 / 1852.0;
 constexpr double kMagneticDeclination = 3.0;  // degrees east: magnetic = true - 3
 constexpr double kRangeError = 3.5;           // metres of error per unit of dilution
 
-std::string Dop(const Epoch& epoch, double value) {
-  return epoch.fix ? Fixed(value, 1) : "99.99";
-}
+std::string Dop(const Epoch& epoch, double value) { return epoch.fix ? Fixed(value, 1) : "99.99"; }
 
 }  // namespace
 
 std::string Gga(const Epoch& e, const std::string& talker, int usedCount, double hdop) {
   std::string body = talker + "GGA," + TimeField(e.time) + ',';
   if (e.fix) {
-    body += LatitudeFields(e.truth.position.latitude) + ',' +
-            LongitudeFields(e.truth.position.longitude) + ',' + std::to_string(e.quality) + ',' +
-            Padded(usedCount, 2) + ',' + Fixed(hdop, 1) + ',' +
+    body += LatitudeFields(e.truth.position.latitude) + ',' + LongitudeFields(e.truth.position.longitude) + ',' +
+            std::to_string(e.quality) + ',' + Padded(usedCount, 2) + ',' + Fixed(hdop, 1) + ',' +
             Fixed(e.truth.position.altitude, 1) + ",M," + Fixed(e.geoidSeparation, 1) + ",M,,";
   } else {
     body += ",,,,0," + Padded(usedCount, 2) + ",99.99,,M,,M,,";
@@ -33,10 +30,8 @@ std::string Gga(const Epoch& e, const std::string& talker, int usedCount, double
 std::string Rmc(const Epoch& e, const std::string& talker, bool navigationalStatus) {
   std::string body = talker + "RMC," + TimeField(e.time) + ',';
   if (e.fix) {
-    body += "A," + LatitudeFields(e.truth.position.latitude) + ',' +
-            LongitudeFields(e.truth.position.longitude) + ',' +
-            Fixed(e.truth.speed * kKnotsPerMps, 2) + ',' + Fixed(e.truth.course, 1) + ',' +
-            DateField(e.time) + ",,,A";
+    body += "A," + LatitudeFields(e.truth.position.latitude) + ',' + LongitudeFields(e.truth.position.longitude) + ',' +
+            Fixed(e.truth.speed * kKnotsPerMps, 2) + ',' + Fixed(e.truth.course, 1) + ',' + DateField(e.time) + ",,,A";
   } else {
     body += "V,,,,,,," + DateField(e.time) + ",,,N";
   }
@@ -48,12 +43,11 @@ std::string Vtg(const Epoch& e, const std::string& talker) {
   if (!e.fix) return Sentence(talker + "VTG,,T,,M,,N,,K,N");
   const double magnetic = NormalizeDegrees(e.truth.course - kMagneticDeclination);
   return Sentence(talker + "VTG," + Fixed(e.truth.course, 1) + ",T," + Fixed(magnetic, 1) + ",M," +
-                  Fixed(e.truth.speed * kKnotsPerMps, 2) + ",N," + Fixed(e.truth.speed * 3.6, 2) +
-                  ",K,A");
+                  Fixed(e.truth.speed * kKnotsPerMps, 2) + ",N," + Fixed(e.truth.speed * 3.6, 2) + ",K,A");
 }
 
-std::string Gsa(const Epoch& e, const std::string& talker, System system, double pdop,
-                double hdop, double vdop, int systemId) {
+std::string Gsa(const Epoch& e, const std::string& talker, System system, double pdop, double hdop, double vdop,
+                int systemId) {
   std::string body = talker + "GSA,A," + (e.fix ? "3" : "1");
   int slots = 0;
   for (const SatelliteView& s : e.satellites) {
@@ -67,8 +61,7 @@ std::string Gsa(const Epoch& e, const std::string& talker, System system, double
   return Sentence(body);
 }
 
-std::vector<std::string> Gsv(const Epoch& e, const std::string& talker, System system,
-                             int signal, bool second) {
+std::vector<std::string> Gsv(const Epoch& e, const std::string& talker, System system, int signal, bool second) {
   std::vector<const SatelliteView*> views;
   for (const SatelliteView& s : e.satellites)
     if (s.system == system && (!second || s.snr2 >= 0)) views.push_back(&s);
@@ -76,13 +69,13 @@ std::vector<std::string> Gsv(const Epoch& e, const std::string& talker, System s
   const size_t total = views.empty() ? 1 : (views.size() + 3) / 4;
   std::vector<std::string> result;
   for (size_t message = 0; message < total; ++message) {
-    std::string body = talker + "GSV," + std::to_string(total) + ',' +
-                       std::to_string(message + 1) + ',' + Padded(static_cast<long>(views.size()), 2);
+    std::string body = talker + "GSV," + std::to_string(total) + ',' + std::to_string(message + 1) + ',' +
+                       Padded(static_cast<long>(views.size()), 2);
     for (size_t i = message * 4; i < views.size() && i < message * 4 + 4; ++i) {
       const SatelliteView& s = *views[i];
       const int snr = second ? s.snr2 : s.snr;
-      body += ',' + Padded(s.prn, 2) + ',' + Padded(s.elevation, 2) + ',' + Padded(s.azimuth, 3) +
-              ',' + (snr >= 0 ? Padded(snr, 2) : "");
+      body += ',' + Padded(s.prn, 2) + ',' + Padded(s.elevation, 2) + ',' + Padded(s.azimuth, 3) + ',' +
+              (snr >= 0 ? Padded(snr, 2) : "");
     }
     if (signal > 0) body += ',' + std::to_string(signal);
     result.push_back(Sentence(body));

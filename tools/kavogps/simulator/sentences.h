@@ -21,13 +21,13 @@ std::string Rmc(const Epoch& epoch, const std::string& talker = "GP", bool navig
 std::string Vtg(const Epoch& epoch, const std::string& talker = "GP");
 // One GSA for the satellites of `system` used in the fix; a `systemId`
 // above 0 is appended as NMEA 4.10 does.
-std::string Gsa(const Epoch& epoch, const std::string& talker, System system, double pdop,
-                double hdop, double vdop, int systemId = 0);
+std::string Gsa(const Epoch& epoch, const std::string& talker, System system, double pdop, double hdop, double vdop,
+                int systemId = 0);
 // The GSV cycle for the satellites of `system` in view; with a `signal` id
 // above 0 it is appended as NMEA 4.11 does, and `second` lists the
 // satellites' second signal (those that have one) instead of the first.
-std::vector<std::string> Gsv(const Epoch& epoch, const std::string& talker, System system,
-                             int signal = 0, bool second = false);
+std::vector<std::string> Gsv(const Epoch& epoch, const std::string& talker, System system, int signal = 0,
+                             bool second = false);
 std::string Pgrme(const Epoch& epoch);
 std::string Pgrmz(const Epoch& epoch);
 

@@ -17,8 +17,19 @@ namespace {
 // Salts of the independent random streams; new ones go at the end, so
 // that older options keep their recordings.
 enum Stream : uint64_t {
-  kTrack = 1, kGpsSky, kGlonassSky, kGpsSignals, kGlonassSignals, kOutages, kDamage,
-  kGalileoSky, kBeidouSky, kGalileoSignals, kBeidouSignals, kSecondSignals, kChecksums
+  kTrack = 1,
+  kGpsSky,
+  kGlonassSky,
+  kGpsSignals,
+  kGlonassSignals,
+  kOutages,
+  kDamage,
+  kGalileoSky,
+  kBeidouSky,
+  kGalileoSignals,
+  kBeidouSignals,
+  kSecondSignals,
+  kChecksums
 };
 
 const char* TalkerOf(System system) {
@@ -48,8 +59,8 @@ Damage BreakChecksum(std::string& line, Prng& random) {
     line.resize(star);
     return Damage::kNoChecksum;
   }
-  const uint8_t wrong = static_cast<uint8_t>(NmeaChecksum(std::string_view(line).substr(1, star - 1)) ^
-                                             random.Int(1, 255));
+  const uint8_t wrong =
+      static_cast<uint8_t>(NmeaChecksum(std::string_view(line).substr(1, star - 1)) ^ random.Int(1, 255));
   static const char kHex[] = "0123456789ABCDEF";
   line[star + 1] = kHex[wrong >> 4];
   line[star + 2] = kHex[wrong & 15];
@@ -58,8 +69,8 @@ Damage BreakChecksum(std::string& line, Prng& random) {
 
 // A smooth, plausible geoid height (metres) for a position.
 double GeoidSeparation(const Geodetic& p) {
-  return 28.0 * std::sin(2.0 * p.latitude * kDegToRad) + 21.0 * std::cos(p.latitude * kDegToRad) *
-                                                            std::sin((p.longitude + 40.0) * kDegToRad);
+  return 28.0 * std::sin(2.0 * p.latitude * kDegToRad) +
+         21.0 * std::cos(p.latitude * kDegToRad) * std::sin((p.longitude + 40.0) * kDegToRad);
 }
 
 }  // namespace
@@ -74,7 +85,8 @@ std::string ValidateOptions(const SimulatorOptions& o) {
       if (o.constellations[i] == o.constellations[j]) return "a constellation is named twice";
   if (!(std::fabs(o.start.latitude) <= 85.0)) return "the start latitude must be within 85 degrees of the equator";
   if (!(o.start.longitude >= -180.0 && o.start.longitude < 180.0)) return "the start longitude must be in [-180, 180)";
-  if (!(o.start.altitude >= -500.0 && o.start.altitude <= 9000.0)) return "the start altitude must be between -500 and 9000 m";
+  if (!(o.start.altitude >= -500.0 && o.start.altitude <= 9000.0))
+    return "the start altitude must be between -500 and 9000 m";
   if (!IsValid(o.startTime)) return "the start time is not a valid UTC date and time";
   return {};
 }
@@ -97,8 +109,7 @@ struct Simulator::State {
   explicit State(const SimulatorOptions& o)
       : root(o.seed),
         track(o.mode, o.start, root.Fork(kTrack)),
-        skies{Constellation(System::kGps, root.Fork(kGpsSky)),
-              Constellation(System::kGlonass, root.Fork(kGlonassSky)),
+        skies{Constellation(System::kGps, root.Fork(kGpsSky)), Constellation(System::kGlonass, root.Fork(kGlonassSky)),
               Constellation(System::kGalileo, root.Fork(kGalileoSky)),
               Constellation(System::kBeidou, root.Fork(kBeidouSky))},
         signals{SkyTracker(root.Fork(kGpsSignals)), SkyTracker(root.Fork(kGlonassSignals)),
@@ -231,7 +242,8 @@ Epoch Simulator::Next() {
 
   for (std::string& text : texts) {
     Line line{std::move(text), Damage::kNone};
-    if (options_.damage > 0.0 && s.damage.Chance(options_.damage)) line.damage = DamageLine(line.text, s.damage);
+    if (options_.damage > 0.0 && s.damage.Chance(options_.damage))
+      line.damage = DamageLine(line.text, s.damage);
     else if (options_.badChecksums > 0.0 && s.checksums.Chance(options_.badChecksums))
       line.damage = BreakChecksum(line.text, s.checksums);
     e.lines.push_back(std::move(line));

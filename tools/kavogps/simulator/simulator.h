@@ -28,10 +28,10 @@ struct SimulatorOptions {
   // system id, and per system a GSV cycle for each signal (NMEA 4.11
   // signal ids; second signals on dual-frequency satellites).
   std::vector<System> constellations;
-  double badChecksums = 0.0;  // chance that a line's checksum is wrong or missing
-  bool proprietary = false;   // $PGRME, $PGRMZ, and $PSRFTXT at the start
-  double damage = 0.0;        // chance that a line is damaged, 0 to 1
-  bool fixLoss = false;       // now and then the sky is blocked and the fix lost
+  double badChecksums = 0.0;                // chance that a line's checksum is wrong or missing
+  bool proprietary = false;                 // $PGRME, $PGRMZ, and $PSRFTXT at the start
+  double damage = 0.0;                      // chance that a line is damaged, 0 to 1
+  bool fixLoss = false;                     // now and then the sky is blocked and the fix lost
   Geodetic start{48.1173, 11.5167, 520.0};  // altitude above mean sea level
   UtcTime startTime{2024, 5, 14, 10, 0, 0, 0};
 };
@@ -63,10 +63,10 @@ struct Epoch {
   TrackPoint truth;
   double geoidSeparation = 0;  // metres
   bool fix = false;
-  int quality = 0;    // GGA fix quality
-  int usedCount = 0;  // satellites in the fix: GPS ones, or all for constellations
-  double pdop = 0, hdop = 0, vdop = 0;  // their geometry; 99.99 without a fix
-  bool satellitesReported = false;      // GSV sent in this epoch
+  int quality = 0;                        // GGA fix quality
+  int usedCount = 0;                      // satellites in the fix: GPS ones, or all for constellations
+  double pdop = 0, hdop = 0, vdop = 0;    // their geometry; 99.99 without a fix
+  bool satellitesReported = false;        // GSV sent in this epoch
   std::vector<SatelliteView> satellites;  // in view, system by system
   std::vector<Line> lines;
 

@@ -6,17 +6,16 @@
 namespace kavo::sim {
 namespace {
 
-constexpr double kTrackingMask = 5.0;   // degrees: below, nothing is tracked
-constexpr double kFixMask = 10.0;       // degrees: below, not used in the fix
-constexpr int kSensitivity = 20;        // dB-Hz: weaker signals are lost
-constexpr int kUsableSignal = 25;       // dB-Hz: weaker ones stay out of the fix
+constexpr double kTrackingMask = 5.0;       // degrees: below, nothing is tracked
+constexpr double kFixMask = 10.0;           // degrees: below, not used in the fix
+constexpr int kSensitivity = 20;            // dB-Hz: weaker signals are lost
+constexpr int kUsableSignal = 25;           // dB-Hz: weaker ones stay out of the fix
 constexpr double kBlockRate = 1.0 / 400.0;  // obstructions per second and satellite
-constexpr size_t kMaxUsed = 12;         // GSA has twelve slots
+constexpr size_t kMaxUsed = 12;             // GSA has twelve slots
 
 }  // namespace
 
-std::vector<TrackedSatellite> SkyTracker::Update(const std::vector<SkyPosition>& inView, double dt,
-                                                 bool obstructed) {
+std::vector<TrackedSatellite> SkyTracker::Update(const std::vector<SkyPosition>& inView, double dt, bool obstructed) {
   std::vector<TrackedSatellite> result;
   std::vector<double> elevations;
   for (const SkyPosition& sky : inView) elevations.push_back(sky.look.elevation);
@@ -62,9 +61,7 @@ std::vector<TrackedSatellite> SkyTracker::Update(const std::vector<SkyPosition>&
   for (TrackedSatellite& t : result)
     if (t.view.snr >= kUsableSignal && t.look.elevation >= kFixMask) candidates.push_back(&t);
   std::stable_sort(candidates.begin(), candidates.end(),
-                   [](const TrackedSatellite* a, const TrackedSatellite* b) {
-                     return a->view.snr > b->view.snr;
-                   });
+                   [](const TrackedSatellite* a, const TrackedSatellite* b) { return a->view.snr > b->view.snr; });
   if (candidates.size() > kMaxUsed) candidates.resize(kMaxUsed);
   for (TrackedSatellite* t : candidates) t->view.used = true;
   return result;

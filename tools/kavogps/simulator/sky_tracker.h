@@ -21,14 +21,13 @@ class SkyTracker {
 
   // Satellites in view after `dt` seconds. While `obstructed` (a tunnel, an
   // urban canyon) only the two highest still get through, weakly.
-  std::vector<TrackedSatellite> Update(const std::vector<SkyPosition>& inView, double dt,
-                                       bool obstructed);
+  std::vector<TrackedSatellite> Update(const std::vector<SkyPosition>& inView, double dt, bool obstructed);
 
  private:
   struct Signal {
-    double offset = 0;     // this satellite's own strength, dB
-    double noise = 0;      // slowly varying fading, dB
-    double blockedFor = 0; // seconds still behind an obstacle
+    double offset = 0;      // this satellite's own strength, dB
+    double noise = 0;       // slowly varying fading, dB
+    double blockedFor = 0;  // seconds still behind an obstacle
   };
   Prng random_;
   std::map<int, Signal> signals_;

@@ -13,11 +13,11 @@ struct Track::Limits {
   double minStop, maxStop;    // length of a stop
   double turnProbability;     // chance of a corner at the start of a segment
   double minTurn, maxTurn;
-  double accelerate, brake;   // m/s^2
-  double lateral;             // largest sideways acceleration in a turn
-  double maxYawRate;          // degrees per second
-  double maxWander;           // degrees per second
-  double maxClimb;            // m/s
+  double accelerate, brake;  // m/s^2
+  double lateral;            // largest sideways acceleration in a turn
+  double maxYawRate;         // degrees per second
+  double maxWander;          // degrees per second
+  double maxClimb;           // m/s
 };
 
 namespace {
@@ -81,24 +81,21 @@ void Track::Step(double dt) {
   }
 
   // Gentle hills, drawn back toward the starting height.
-  climb_ += (-0.05 * climb_ + 0.02 * random_.Normal() -
-             0.0005 * (point_.position.altitude - homeAltitude_)) * dt;
+  climb_ += (-0.05 * climb_ + 0.02 * random_.Normal() - 0.0005 * (point_.position.altitude - homeAltitude_)) * dt;
   climb_ = std::clamp(climb_, -l.maxClimb, l.maxClimb);
   point_.position.altitude += climb_ * dt * std::min(1.0, point_.speed / std::max(l.minSpeed, 0.1));
 
   // Position by the mean velocity over the step.
-  const double north = 0.5 * (oldSpeed * std::cos(oldCourse * kDegToRad) +
-                              point_.speed * std::cos(point_.course * kDegToRad)) * dt;
-  const double east = 0.5 * (oldSpeed * std::sin(oldCourse * kDegToRad) +
-                             point_.speed * std::sin(point_.course * kDegToRad)) * dt;
+  const double north =
+      0.5 * (oldSpeed * std::cos(oldCourse * kDegToRad) + point_.speed * std::cos(point_.course * kDegToRad)) * dt;
+  const double east =
+      0.5 * (oldSpeed * std::sin(oldCourse * kDegToRad) + point_.speed * std::sin(point_.course * kDegToRad)) * dt;
   Move(point_.position, north, east);
 }
 
 const Track::Limits& Track::LimitsFor(Mode mode) {
-  static const Limits walk{0.85, 1.1, 1.7, 20, 90, 3, 15, 0.5, 30, 100,
-                           0.5, 0.8, 1.5, 60, 3.0, 0.15};
-  static const Limits drive{0.75, 8, 22, 15, 60, 5, 30, 0.4, 60, 100,
-                            2.0, 3.0, 2.5, 25, 1.0, 0.5};
+  static const Limits walk{0.85, 1.1, 1.7, 20, 90, 3, 15, 0.5, 30, 100, 0.5, 0.8, 1.5, 60, 3.0, 0.15};
+  static const Limits drive{0.75, 8, 22, 15, 60, 5, 30, 0.4, 60, 100, 2.0, 3.0, 2.5, 25, 1.0, 0.5};
   return mode == Mode::kWalk ? walk : drive;
 }
 

@@ -52,7 +52,8 @@ void NoteInterrupt(int) { interruptArrived = 1; }
 struct InterruptWatch::State {
   sigset_t set{};
   sigset_t previousMask{};
-  struct sigaction previousPipe {}, previousInt{}, previousTerm{};
+  struct sigaction previousPipe {
+  }, previousInt{}, previousTerm{};
   int wake[2] = {-1, -1};
   std::atomic<bool> wakePending{false};
   bool interrupted = false;
@@ -79,8 +80,7 @@ InterruptWatch::InterruptWatch() : state_(new State) {
 InterruptWatch::~InterruptWatch() {
   // A second Ctrl+C still pending would end the program as the mask goes.
   timespec none{0, 0};
-  while (sigtimedwait(&state_->set, nullptr, &none) > 0) {
-  }
+  while (sigtimedwait(&state_->set, nullptr, &none) > 0) {}
   sigaction(SIGINT, &state_->previousInt, nullptr);
   sigaction(SIGTERM, &state_->previousTerm, nullptr);
   sigaction(SIGPIPE, &state_->previousPipe, nullptr);
@@ -99,8 +99,7 @@ bool InterruptWatch::Wait(uint32_t ms) {
   const timespec wait{static_cast<time_t>(ms / 1000), static_cast<long>(ms % 1000) * 1000000L};
   if (ppoll(&wake, 1, &wait, &during) > 0 && (wake.revents & POLLIN)) {
     char drained[64];
-    while (read(state_->wake[0], drained, sizeof drained) > 0) {
-    }
+    while (read(state_->wake[0], drained, sizeof drained) > 0) {}
     // Only now: a Wake between the read and this is seen by the caller,
     // who is awake anyway.
     state_->wakePending.store(false);

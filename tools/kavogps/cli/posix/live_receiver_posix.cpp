@@ -33,11 +33,10 @@ class BlockedStopSignals {
         if (signal > 0) return signal;
         continue;  // EINTR from another signal
       }
-      const auto left = std::chrono::duration_cast<std::chrono::nanoseconds>(
-          deadline - std::chrono::steady_clock::now());
+      const auto left =
+          std::chrono::duration_cast<std::chrono::nanoseconds>(deadline - std::chrono::steady_clock::now());
       if (left.count() <= 0) return 0;
-      timespec wait{static_cast<time_t>(left.count() / 1000000000),
-                    static_cast<long>(left.count() % 1000000000)};
+      timespec wait{static_cast<time_t>(left.count() / 1000000000), static_cast<long>(left.count() % 1000000000)};
       const int signal = sigtimedwait(&set_, nullptr, &wait);
       if (signal > 0) return signal;
     }
@@ -75,10 +74,12 @@ int RunLiveReceiver(const SimulateSettings& settings, std::ostream& out, std::os
   const int signal = signals.Wait(ms);
   receiver.Stop();
   const sim::PtyReceiver::Counters c = receiver.Snapshot();
-  err << "kavogps simulate: " << (signal == SIGINT ? "interrupted" : signal == SIGTERM ? "terminated" : "done")
-      << " after " << c.epochs << (c.epochs == 1 ? " epoch; " : " epochs; ") << c.nmeaBytes
-      << " NMEA bytes, " << c.garbageBytes << " garbage bytes at the wrong speed, "
-      << c.discardedBytes << " bytes left unread\n";
+  err << "kavogps simulate: "
+      << (signal == SIGINT    ? "interrupted"
+          : signal == SIGTERM ? "terminated"
+                              : "done")
+      << " after " << c.epochs << (c.epochs == 1 ? " epoch; " : " epochs; ") << c.nmeaBytes << " NMEA bytes, "
+      << c.garbageBytes << " garbage bytes at the wrong speed, " << c.discardedBytes << " bytes left unread\n";
   return kExitOk;
 }
 

@@ -99,7 +99,7 @@ std::string DevicePath(const std::string& portName) {
     return path;
   }
   const char* file = std::getenv("KAVOGPS_REGISTRY");
-  for (const auto& [device, port] : file && *file ? MapFromRegistryFile(file) : MapFromSysfs())
+  for (const auto& [device, port] : file&&* file ? MapFromRegistryFile(file) : MapFromSysfs())
     if (Upper(port) == Upper(portName)) return device;
   return {};
 }

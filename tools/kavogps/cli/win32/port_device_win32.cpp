@@ -1,4 +1,6 @@
+// setupapi.h needs windows.h first.
 #include <windows.h>
+
 #include <setupapi.h>
 
 #include <cwctype>
@@ -74,7 +76,8 @@ PortDiagnosis DiagnosePort(const std::string& portName) {
   const HANDLE file = CreateFileW((L"\\\\.\\" + PortKey(Wide(portName))).c_str(), GENERIC_READ | GENERIC_WRITE, 0,
                                   nullptr, OPEN_EXISTING, 0, nullptr);
   PortDiagnosis diagnosis;
-  if (file != INVALID_HANDLE_VALUE) CloseHandle(file);
+  if (file != INVALID_HANDLE_VALUE)
+    CloseHandle(file);
   else if (GetLastError() == ERROR_FILE_NOT_FOUND || GetLastError() == ERROR_PATH_NOT_FOUND)
     diagnosis.trouble = PortTrouble::kMissing;
   return diagnosis;  // a port in use answers "access denied"

@@ -28,9 +28,8 @@ struct Speed {
 };
 
 constexpr Speed kSpeeds[] = {
-    {0, B0},           {300, B300},       {600, B600},     {1200, B1200},   {2400, B2400},
-    {4800, B4800},     {9600, B9600},     {19200, B19200}, {38400, B38400}, {57600, B57600},
-    {115200, B115200}, {230400, B230400},
+    {0, B0},       {300, B300},     {600, B600},     {1200, B1200},   {2400, B2400},     {4800, B4800},
+    {9600, B9600}, {19200, B19200}, {38400, B38400}, {57600, B57600}, {115200, B115200}, {230400, B230400},
 };
 
 // The baud rate of a speed code; UINT32_MAX for one outside the table.
@@ -122,8 +121,7 @@ void PtyReceiver::Start() {
 void PtyReceiver::Stop() {
   if (thread_.joinable()) {
     const char stop = 1;
-    while (write(wake_[1], &stop, 1) < 0 && errno == EINTR) {
-    }
+    while (write(wake_[1], &stop, 1) < 0 && errno == EINTR) {}
     thread_.join();
   }
   CloseAll();
@@ -139,8 +137,8 @@ void PtyReceiver::CloseAll() {
 
 void PtyReceiver::Run() {
   Simulator simulator(options_.simulation);
-  const auto interval = std::chrono::milliseconds(
-      options_.realWaitMs ? options_.realWaitMs(simulator.IntervalMs()) : simulator.IntervalMs());
+  const auto interval = std::chrono::milliseconds(options_.realWaitMs ? options_.realWaitMs(simulator.IntervalMs())
+                                                                      : simulator.IntervalMs());
   auto due = Clock::now();
   for (;;) {
     if (!WaitUntil(due)) return;
@@ -235,8 +233,7 @@ void PtyReceiver::DiscardUnread() {
 void PtyReceiver::SendEpoch(const std::string& text) {
   // What readers wrote to the receiver goes nowhere.
   char sink[512];
-  while (read(master_, sink, sizeof sink) > 0) {
-  }
+  while (read(master_, sink, sizeof sink) > 0) {}
 
   termios line{};
   const bool known = tcgetattr(master_, &line) == 0;

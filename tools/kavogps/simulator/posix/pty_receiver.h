@@ -89,8 +89,8 @@ class PtyReceiver {
   std::atomic<uint32_t> baud_;
   std::atomic<bool> silent_;
   int master_ = -1;
-  int slave_ = -1;    // kept open so the line and its settings stay up
-  int watch_ = -1;    // inotify on the slave device
+  int slave_ = -1;          // kept open so the line and its settings stay up
+  int watch_ = -1;          // inotify on the slave device
   int wake_[2] = {-1, -1};  // a byte in the pipe stops the thread
   std::string devicePath_;
   std::thread thread_;
