@@ -67,6 +67,16 @@ typedef struct COMPortCollectionObject *COMPortCollectionHandle;
 #define GPS_STATUS_NO_SENTENCE (-3) /* text, but no known sentence for 3 s */
 #define GPS_STATUS_PARSE_ERROR (-4)
 
+/* Last-error values the functions set (KavoMobileGPS_GetLastError; on
+ * Windows also GetLastError). They are the Win32 codes of the same meaning. */
+#define KAVOGPS_ERROR_SUCCESS 0
+#define KAVOGPS_ERROR_FILE_NOT_FOUND 2     /* no such file or port, no receiver found */
+#define KAVOGPS_ERROR_OUTOFMEMORY 14       /* out of memory */
+#define KAVOGPS_ERROR_NOT_SUPPORTED 50     /* any other failure */
+#define KAVOGPS_ERROR_INVALID_PARAMETER 87 /* a bad argument found inside a creation */
+#define KAVOGPS_ERROR_BAD_ARGUMENTS 160    /* a null handle or pointer, an out-of-range argument */
+#define KAVOGPS_ERROR_FILE_INVALID 1006    /* a serial or file operation failed */
+
 /* Time types of the records. */
 #define GPS_TIME_FULL 0        /* date and time from the receiver (UTC) */
 #define GPS_TIME_OF_DAY 1      /* time of day from the receiver, local date */
