@@ -12,7 +12,7 @@
 
 #include "common/log_capture.h"
 #include "common/test_clock.h"
-#include "port_peer.h"
+#include "common/port_peer.h"
 #include "support/wide_string.h"
 
 namespace kavo {

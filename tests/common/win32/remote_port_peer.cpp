@@ -10,7 +10,7 @@
 
 #include "common/pty_peer/hex.h"
 #include "platform/platform.h"
-#include "port_peer.h"
+#include "common/port_peer.h"
 
 namespace kavo::test {
 namespace {

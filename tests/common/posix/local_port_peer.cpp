@@ -3,7 +3,7 @@
 
 #include "common/pty_peer/pty_receiver.h"
 #include "platform/platform.h"
-#include "port_peer.h"
+#include "common/port_peer.h"
 
 namespace kavo::test {
 namespace {
