@@ -24,6 +24,10 @@ struct SourceSpec {
   bool find = false;  // the port where a search finds a receiver
 };
 
+// The device as named on the command line, not there yet (nameless while
+// a search has not found it).
+DeviceState NamedDevice(const SourceSpec& spec);
+
 class DriverFeed {
  public:
   DriverFeed(FeedSink& sink, std::ostream& err) : sink_(sink), err_(err) {}

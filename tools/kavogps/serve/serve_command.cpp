@@ -146,7 +146,8 @@ int RunServe(const cli::Arguments& args, std::ostream& out, std::ostream& err) {
 
   cli::InterruptWatch interrupt;  // before any thread starts, so none takes the interruption
   asio::io_context io;
-  Server server(io, {settings.listen}, DeviceState{});
+  // Named from the start: a client may connect before the feed runs.
+  Server server(io, {settings.listen}, NamedDevice(source));
   try {
     server.Open();
   } catch (const std::system_error& e) {
