@@ -5,10 +5,13 @@ real_clients.py --data DIR [--pty] -- [EMULATOR...] KAVOGPS
 Runs `serve` on a bundled recording and checks what gpspipe -w, gpspipe -r
 and Python's gps module get; with --pty also a port with no receiver yet,
 then a simulated receiver on a pseudo-terminal that comes, goes and comes
-back. Waits are hang guards only.
+back. Waits are hang guards only, each a few seconds: a server that never
+answers fails the test quickly, not at ctest's limit.
 """
-import json, os, re, signal, socket, subprocess, sys, tempfile, time
+import json, os, queue, re, signal, socket, subprocess, sys, threading
 import gps
+
+WAIT = 20  # seconds any one answer may take
 
 args = sys.argv[1:]
 split = args.index("--")
@@ -16,19 +19,32 @@ options, tool = args[:split], args[split + 1:]
 data = options[options.index("--data") + 1]
 
 
+def said(process):
+    """The next line serve writes to standard error, waiting at most WAIT."""
+    try:
+        return process.said.get(timeout=WAIT)
+    except queue.Empty:
+        sys.exit("serve said nothing for %d s" % WAIT)
+
+
 def serve(*extra):
     process = subprocess.Popen(tool + ["serve", *extra, "--listen", "127.0.0.1:0"],
                                stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
-    for line in process.stderr:
-        match = re.search(r"listening on 127\.0\.0\.1:(\d+)", line)
+    process.said = queue.Queue()
+    threading.Thread(target=lambda: [process.said.put(line) for line in process.stderr], daemon=True).start()
+    while True:
+        match = re.search(r"listening on 127\.0\.0\.1:(\d+)", said(process))
         if match:
             return process, int(match.group(1))
-    sys.exit("serve never said where it listens")
 
 
 def stop(process):
     process.send_signal(signal.SIGINT)
-    assert process.wait(60) == 0, "serve did not end cleanly on an interruption"
+    try:
+        assert process.wait(WAIT) == 0, "serve did not end cleanly on an interruption"
+    except subprocess.TimeoutExpired:
+        process.kill()
+        sys.exit("serve did not end within %d s of an interruption" % WAIT)
 
 
 def check_checksum(sentence):
@@ -43,7 +59,7 @@ def recording_clients():
     process, port = serve(os.path.join(data, "walk.nmea"), "--interval", "10", "--repeat")
     try:
         out = subprocess.run(["gpspipe", "-w", "-n", "20", "127.0.0.1:%d" % port],
-                             capture_output=True, text=True, timeout=120).stdout
+                             capture_output=True, text=True, timeout=WAIT).stdout
         objects = [json.loads(line) for line in out.splitlines()]
         assert [o["class"] for o in objects[:3]] == ["VERSION", "DEVICES", "WATCH"], objects[:3]
         tpvs = [o for o in objects if o["class"] == "TPV"]
@@ -55,7 +71,7 @@ def recording_clients():
         assert len({t["time"] for t in tpvs}) == len(tpvs), "one TPV per epoch"
 
         raw = subprocess.run(["gpspipe", "-r", "-n", "30", "127.0.0.1:%d" % port],
-                             capture_output=True, text=True, timeout=120).stdout.splitlines()
+                             capture_output=True, text=True, timeout=WAIT).stdout.splitlines()
         sentences = [line for line in raw if line.startswith("$")]
         assert {s[3:6] for s in sentences} >= {"GGA", "GSA", "GSV", "RMC", "VTG"}, raw
         for sentence in sentences:
@@ -64,6 +80,7 @@ def recording_clients():
         session = gps.gps(host="127.0.0.1", port=port, mode=gps.WATCH_ENABLE | gps.WATCH_JSON)
         fix = sky = False
         for _ in range(200):
+            assert session.waiting(WAIT), "the gps module heard nothing for %d s" % WAIT
             report = session.next()
             fix |= report["class"] == "TPV" and session.fix.mode == gps.MODE_3D and \
                 abs(session.fix.latitude - 48.1173) < 0.01
@@ -77,7 +94,7 @@ def recording_clients():
 
 
 def watch(port):
-    client = socket.create_connection(("127.0.0.1", port), timeout=60)
+    client = socket.create_connection(("127.0.0.1", port), timeout=WAIT)
     client.sendall(b'?WATCH={"enable":true,"json":true}\n')
     return client.makefile("r")
 
@@ -110,22 +127,22 @@ def receiver_comes_and_goes():
         stream = watch(port)
         absent = next_object(stream, lambda o: o["class"] == "DEVICES")["devices"][0]
         assert absent["activated"] == 0 and absent["path"] == link, absent
-        said = process.stderr.readline()
-        assert "cannot open " + link in said and "trying again every second" in said, said
+        line = said(process)
+        assert "cannot open " + link in line and "trying again every second" in line, line
         for _ in range(2):  # it comes, goes, and comes back
             sim = receiver(link)
             back = next_object(stream, lambda o: o["class"] == "DEVICE" and o["activated"] != 0)
             assert isinstance(back["activated"], str) and back["bps"] == 4800, back
             next_object(stream, lambda o: o["class"] == "TPV" and o["mode"] == 3)
             sim.send_signal(signal.SIGINT)
-            sim.wait(60)
+            sim.wait(WAIT)
             gone = next_object(stream, lambda o: o["class"] == "DEVICE")
             assert gone["activated"] == 0 and gone["path"] == link, gone
     finally:
         stop(process)
         if sim:
             sim.send_signal(signal.SIGINT)
-            sim.wait(60)
+            sim.wait(WAIT)
         if os.path.lexists(link):
             os.remove(link)
         os.rmdir(folder)
