@@ -14,4 +14,6 @@ Clock& CurrentClock() {
 
 void SetClock(Clock* clock) { g_clock.store(clock, std::memory_order_release); }
 
+bool Clock::SleepUnless(Event& wake, uint32_t ms) { return wake.Wait(ms) == WaitResult::kSignaled; }
+
 }  // namespace kavo::platform

@@ -38,6 +38,8 @@ struct LocalTime {
 
 constexpr uint32_t kInfinite = 0xFFFFFFFFu;
 
+class Event;
+
 // Time as the library sees it. Tests install their own clock so that
 // time-outs, pacing and probe schedules run in milliseconds.
 class Clock {
@@ -50,6 +52,8 @@ class Clock {
   // How many real milliseconds a timed wait of `ms` clock milliseconds
   // lasts (kInfinite stays kInfinite). The system clock returns `ms`.
   virtual uint32_t RealWaitMs(uint32_t ms) { return ms; }
+  // Sleeps `ms`, or less when `wake` is set first; true when woken.
+  virtual bool SleepUnless(Event& wake, uint32_t ms);
 };
 
 // The system clock (GetTickCount, Sleep, GetLocalTime).
@@ -61,6 +65,7 @@ void SetClock(Clock* clock);
 inline uint32_t TickCount() { return CurrentClock().TickCount(); }
 inline void Sleep(uint32_t ms) { CurrentClock().Sleep(ms); }
 inline LocalTime LocalNow() { return CurrentClock().LocalNow(); }
+inline bool SleepUnless(Event& wake, uint32_t ms) { return CurrentClock().SleepUnless(wake, ms); }
 
 // --- waits -----------------------------------------------------------------
 
@@ -92,7 +97,15 @@ class Thread {
   virtual WaitResult Join(uint32_t ms) = 0;
   // kStillActive while running, else the procedure's result.
   virtual bool GetExitCode(uint32_t* code) = 0;
-  virtual void Terminate() = 0;
+  // Ends a thread that did not stop in time. Win32 terminates it where it
+  // stands, but only when `killable()`, asked while the thread is held
+  // still, says that it is at a point where it holds nothing a dead thread
+  // would never give back (no lock, no application code under way).
+  // Otherwise, and always on POSIX, the thread is abandoned: it finishes
+  // on its own.
+  virtual void Terminate(const std::function<bool()>& killable) = 0;
+  // Whether the calling thread is this thread.
+  virtual bool IsCurrent() const = 0;
   // A number that names the thread in log lines.
   virtual uintptr_t HandleValue() const = 0;
 };

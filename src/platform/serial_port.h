@@ -64,6 +64,8 @@ class SerialPort {
   // the next one if none is waiting. Any thread may call it. Where the OS
   // offers no cheap wake-up the read simply ends with its time-out.
   virtual void InterruptRead() {}
+  // Drops an interruption no read took up.
+  virtual void ClearInterrupt() {}
   // CloseHandle: false with the last error set when it fails.
   virtual bool Close() = 0;
   // A number that names the port in log lines.

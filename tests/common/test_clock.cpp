@@ -17,6 +17,12 @@ void ManualClock::Sleep(uint32_t ms) {
   now_ += ms;
 }
 
+bool ManualClock::SleepUnless(platform::Event& wake, uint32_t ms) {
+  if (wake.Wait(0) == platform::WaitResult::kSignaled) return true;
+  Sleep(ms);
+  return false;
+}
+
 platform::LocalTime ManualClock::LocalNow() {
   std::lock_guard<std::mutex> lock(mutex_);
   return local_;

@@ -23,6 +23,8 @@ class ManualClock : public platform::Clock {
   void Sleep(uint32_t ms) override;
   platform::LocalTime LocalNow() override;
   uint32_t RealWaitMs(uint32_t ms) override { return ms == platform::kInfinite ? ms : std::min(ms, realWaitMs_); }
+  // A sleep, unless `wake` is already set.
+  bool SleepUnless(platform::Event& wake, uint32_t ms) override;
 
   void Advance(uint32_t ms) { now_ += ms; }
   void Set(uint32_t ticks) { now_ = ticks; }

@@ -140,6 +140,8 @@ class PosixSerialPort final : public SerialPort {
     [[maybe_unused]] const ssize_t n = wake_[1] >= 0 ? write(wake_[1], &byte, 1) : 0;
   }
 
+  void ClearInterrupt() override { TakeWakeUp(); }
+
   bool Close() override {
     const int fd = fd_.exchange(-1);
     if (fd < 0) return Fail(kErrorInvalidHandle);

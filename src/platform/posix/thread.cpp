@@ -79,12 +79,14 @@ class PosixThread final : public Thread {
     return true;
   }
 
-  void Terminate() override {
+  void Terminate(const std::function<bool()>&) override {
     // POSIX cannot kill one thread safely: abandon it instead. Its body
     // keeps what it captured until its current call returns.
     if (!detached_) pthread_detach(thread_);
     detached_ = true;
   }
+
+  bool IsCurrent() const override { return pthread_equal(pthread_self(), thread_) != 0; }
 
   uintptr_t HandleValue() const override { return static_cast<uintptr_t>(thread_); }
 

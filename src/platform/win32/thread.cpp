@@ -33,7 +33,7 @@ DWORD WINAPI Trampoline(LPVOID raw) {
 
 class Win32Thread final : public Thread {
  public:
-  Win32Thread(HANDLE handle, ThreadState* state) : handle_(handle), state_(state) {}
+  Win32Thread(HANDLE handle, DWORD id, ThreadState* state) : handle_(handle), id_(id), state_(state) {}
   ~Win32Thread() override {
     CloseHandle(handle_);
     state_->Drop();
@@ -50,13 +50,21 @@ class Win32Thread final : public Thread {
     return true;
   }
 
-  // Ends the thread where it stands. It runs no cleanup, so what its body
-  // captured is released here, once the thread is really gone.
-  void Terminate() override {
-    if (!TerminateThread(handle_, 0) && WaitForSingleObject(handle_, 0) != WAIT_OBJECT_0) return;
+  // Ends the thread where it stands, if held still it is at a point where
+  // that is safe. A killed thread runs no cleanup, so what its body
+  // captured is released here, once the thread is really gone. A thread
+  // left running gives its body back itself when it returns.
+  void Terminate(const std::function<bool()>& killable) override {
+    if (SuspendThread(handle_) == static_cast<DWORD>(-1)) return;  // already ended
+    if (!killable || !killable() || !TerminateThread(handle_, 0)) {
+      ResumeThread(handle_);
+      return;
+    }
     WaitForSingleObject(handle_, INFINITE);
     state_->FinishBody();
   }
+
+  bool IsCurrent() const override { return GetCurrentThreadId() == id_; }
 
   uintptr_t HandleValue() const override { return reinterpret_cast<uintptr_t>(handle_); }
 
@@ -64,6 +72,7 @@ class Win32Thread final : public Thread {
 
  private:
   HANDLE handle_;
+  DWORD id_;
   ThreadState* state_;
 };
 
@@ -71,12 +80,13 @@ class Win32Thread final : public Thread {
 
 std::unique_ptr<Thread> Thread::Start(ThreadBody body) {
   auto* state = new ThreadState(std::move(body));
-  HANDLE handle = CreateThread(nullptr, 0, Trampoline, state, 0, nullptr);
+  DWORD id = 0;
+  HANDLE handle = CreateThread(nullptr, 0, Trampoline, state, 0, &id);
   if (!handle) {
     delete state;
     return nullptr;
   }
-  return std::make_unique<Win32Thread>(handle, state);
+  return std::make_unique<Win32Thread>(handle, id, state);
 }
 
 namespace win32 {
