@@ -19,6 +19,9 @@ class DataSource : public virtual RefCounted {
   // nothing), so a stop need not sit out the read time-out. Safe from any
   // thread; a source that never waits long may ignore it.
   virtual void CancelRead() {}
+  // Forgets a cancel no read took up, before a new run reads: it would cut
+  // that run's first read short.
+  virtual void ResetCancelRead() {}
 };
 
 // Pauses and resumes the flow of data at its origin.

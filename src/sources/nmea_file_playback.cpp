@@ -11,6 +11,10 @@ uint32_t SaturatingAdd(uint32_t a, uint32_t b) {
 }
 }  // namespace
 
+NmeaFilePlayback::NmeaFilePlayback() : cancel_(platform::Event::Create(true, false)) {
+  if (!cancel_) Raise(kErrNone);
+}
+
 int NmeaFilePlayback::Open(const WideString& path, uint32_t intervalMs, bool repeat) {
   CriticalSectionLock::Guard guard(lock_);
   open_ = 0;
@@ -38,7 +42,11 @@ int NmeaFilePlayback::Read(char16_t* buffer, uint32_t capacity, uint32_t* count,
     const uint32_t elapsed = platform::TickCount() - lastReadTick_;
     uint32_t lines = 1;
     if (elapsed < interval_) {
-      platform::Sleep(interval_ - elapsed);
+      if (platform::SleepUnless(*cancel_, interval_ - elapsed)) {
+        buffer[0] = 0;
+        *count = 0;
+        return;
+      }
     } else {
       lines = SaturatingAdd(pending_, elapsed / interval_);
     }

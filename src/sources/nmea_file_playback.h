@@ -5,7 +5,9 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 
+#include "platform/platform.h"
 #include "sources/data_source.h"
 #include "sources/encoded_text_reader.h"
 #include "support/critical_section_lock.h"
@@ -15,7 +17,7 @@ namespace kavo {
 
 class NmeaFilePlayback : public DataSource, public PlaybackControl {
  public:
-  NmeaFilePlayback() = default;
+  NmeaFilePlayback();
 
   // Opens the file and arms the pacing. Returns 1; raises a system error
   // when the file cannot be opened.
@@ -27,6 +29,10 @@ class NmeaFilePlayback : public DataSource, public PlaybackControl {
   int Read(char16_t* buffer, uint32_t capacity, uint32_t* count, CIMExceptionImpl* error) override;
   // Nothing is written back to a recording.
   int Write(const char16_t* text, uint32_t length, uint32_t* written, CIMExceptionImpl* error) override;
+  // A stop ends the pacing wait at once, and that Read delivers nothing:
+  // a reading thread given up on never takes lines from a later run.
+  void CancelRead() override { cancel_->Set(); }
+  void ResetCancelRead() override { cancel_->Reset(); }
 
   int Pause() override;
   int Resume(CIMExceptionImpl* error) override;
@@ -46,6 +52,7 @@ class NmeaFilePlayback : public DataSource, public PlaybackControl {
   bool repeat_ = false;
   bool endOfFile_ = false;
   std::atomic<bool> paused_{false};
+  std::unique_ptr<platform::Event> cancel_;
   CriticalSectionLock lock_;
 };
 

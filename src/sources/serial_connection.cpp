@@ -158,6 +158,10 @@ void SerialConnection::CancelRead() {
   if (std::shared_ptr<platform::SerialPort> port = CurrentPort()) port->InterruptRead();
 }
 
+void SerialConnection::ResetCancelRead() {
+  if (std::shared_ptr<platform::SerialPort> port = CurrentPort()) port->ClearInterrupt();
+}
+
 void SerialConnection::Close() {
   Logger& log = Logger::Instance();
   LogScope scope(u"Closing connection");

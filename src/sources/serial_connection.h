@@ -36,6 +36,7 @@ class SerialConnection : public DataSource {
   int Write(const char16_t* text, uint32_t length, uint32_t* written, CIMExceptionImpl* error) override;
   // Ends a read waiting for its first byte, where the port can be woken.
   void CancelRead() override;
+  void ResetCancelRead() override;
 
   bool IsOpen() const { return open_.load() != 0; }
 

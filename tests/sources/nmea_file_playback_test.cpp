@@ -124,8 +124,9 @@ TEST_F(Playback, PacesCatchesUpAndRepeats) {
 }
 
 // A paused Read returns at once, untouched, and keeps no lock: a reading
-// thread that ends there must not leave the next one blocked.
-TEST_F(Playback, WhilePausedAReadReturnsAtOnceAndResumeRestartsThePace) {
+// thread that ends there must not leave the next one blocked. A cancelled
+// one takes nothing either, until the cancel is forgotten.
+TEST_F(Playback, WhilePausedOrCancelledAReadReturnsAtOnceAndResumeRestartsThePace) {
   Open(NumberedLines(9));
   playback_->Pause();
   std::thread([&] {
@@ -137,6 +138,11 @@ TEST_F(Playback, WhilePausedAReadReturnsAtOnceAndResumeRestartsThePace) {
   EXPECT_THAT(clock_.Sleeps(), IsEmpty());
   clock_.Advance(10 * kInterval);  // time spent paused does not pile up lines
   EXPECT_EQ(playback_->Resume(nullptr), 1);
+  playback_->CancelRead();  // a stop: the pacing ends at once and takes no line
+  EXPECT_EQ(Read(), u"");
+  EXPECT_THAT(clock_.Sleeps(), IsEmpty());
+  EXPECT_EQ(playback_->PendingLines(), 1u);
+  playback_->ResetCancelRead();
   auto read = std::make_shared<std::atomic<bool>>(false);
   Ref<NmeaFilePlayback> playback = playback_;
   std::thread([read, playback] {

@@ -194,7 +194,7 @@ class WaitWatchingClock : public test::ManualClock {
   std::atomic<int> waits{0};
 };
 
-TEST_F(Pty, ACancelEndsAWaitingReadOrElseTheNextOne) {
+TEST_F(Pty, ACancelEndsAWaitingReadOrElseTheNextOneUntilForgotten) {
   WaitWatchingClock clock;
   Ref<SerialConnection> connection(new SerialConnection);
   ASSERT_EQ(connection->Open(Port(), nullptr), 1);
@@ -218,6 +218,15 @@ TEST_F(Pty, ACancelEndsAWaitingReadOrElseTheNextOne) {
   EXPECT_EQ(finish(std::move(waiting)), u"");
   receiver_.Send("$GP");  // and reading goes on as before
   EXPECT_EQ(finish(read()), u"$GP");
+  // A cancel no read took up is forgotten when a new run begins: its first
+  // read waits for the receiver.
+  connection->CancelRead();
+  connection->ResetCancelRead();
+  const int waitsThen = clock.waits;
+  std::future<std::u16string> first = read();
+  while (clock.waits == waitsThen) std::this_thread::yield();
+  receiver_.Send("$GN");
+  EXPECT_EQ(finish(std::move(first)), u"$GN");
 }
 
 TEST(PosixSerialPortOpen, PortNamesWithoutAMapMissingPathsAndWhatIsNotATerminalAreNotPorts) {
