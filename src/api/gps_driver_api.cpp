@@ -46,6 +46,7 @@ KAVOGPS_API GPSDriverHandle GPSDriver_CreateFromFile(const KavoChar* path, int32
 
 KAVOGPS_API void GPSDriver_Release(GPSDriverHandle driver) {
   AccessorFrame<int>(driver != nullptr, 0, [&] {
+    driver->driver->Detach();
     delete driver;
     return 0;
   });

@@ -48,7 +48,7 @@ int GpsDriver::Start(CIMExceptionImpl* error) {
   // A receiver already started refuses, so a second Start never starts a
   // second reading thread.
   if (receiver_->Start(error)) {
-    if (readingThread_->Start(receiver_.get(), error)) {
+    if (readingThread_->Start(receiver_->RunSink().get(), error)) {
       running_ = 1;
       return 1;
     }
@@ -66,6 +66,18 @@ int GpsDriver::Stop() {
   playback_->Pause();
   running_ = 0;
   return 1;
+}
+
+void GpsDriver::Detach() {
+  {
+    CriticalSectionLock::Guard guard(startStopLock_);
+    if (running_) {
+      readingThread_->Stop();
+      receiver_->Stop();
+      running_ = 0;
+    }
+  }
+  entry_.Unlink();
 }
 
 void GpsDriver::OnDataChanged(uint32_t mask) {

@@ -21,7 +21,14 @@ class GpsDriver : public virtual RefCounted, private ReceiverListener {
   // Stores the callbacks (each may be null) and starts listening.
   void Initialise(GPSStatusCallback onStatus, GPSDataCallback onData, GPSSentenceCallback onSentence);
   int Start(CIMExceptionImpl* error);
+  // Bounded whatever a callback does, and callable from a callback: then
+  // it does not wait for the thread it runs on. No callback starts after
+  // it returned.
   int Stop();
+  // The handle is being released: the run ends now, and the driver stops
+  // listening, though a callback under way may still hold the driver
+  // until it returns.
+  void Detach();
 
   int32_t GetStatus() { return receiver_->GetStatus(); }
   int GetLocation(GPSLocation* location, CIMExceptionImpl* error) { return receiver_->GetLocation(location, error); }

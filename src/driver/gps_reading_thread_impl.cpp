@@ -1,5 +1,7 @@
 #include "driver/gps_reading_thread_impl.h"
 
+#include <atomic>
+
 #include "log/logger.h"
 #include "support/critical_section_lock.h"
 
@@ -45,19 +47,25 @@ class ReadingRun : public RefCounted {
   }
 
   // Once the threads ended or were given up on: nothing reaches the sink
-  // any more. Waits for a call already under way.
+  // any more. A call already under way goes on; it holds its own reference.
   void DropSink() {
-    CriticalSectionLock::Guard guard(deliveryLock_);
+    CriticalSectionLock::Guard guard(stateLock_);
     sink_.reset();
   }
+
+  // Only a reading thread blocked in its source's read may be killed: it
+  // holds none of the library's locks there and runs no application code.
+  bool InRead() const { return inRead_.load(); }
 
  private:
   void ReadingStep(char16_t* buffer) {
     uint32_t count = 0;
     CIMExceptionImpl error;
+    inRead_ = true;
     const bool failed = !CatchInto(&error, [&] {
       CheckOrRaise(source_->Read(buffer, GpsReadingThreadImpl::kChunkCapacity, &count, &error), &error);
     });
+    inRead_ = false;
     heartbeat_->Set();
 
     bool delivered;
@@ -72,11 +80,18 @@ class ReadingRun : public RefCounted {
     if (delivered) stopping_->Wait(GpsReadingThreadImpl::kRetryPauseMs);
   }
 
+  // No lock is held during the call: the sink may call back into the
+  // driver, stop it, or block, and a stop must not wait on it for longer
+  // than its bound.
   template <class Call>
   bool Deliver(Call call) {
-    CriticalSectionLock::Guard guard(deliveryLock_);
-    if (!sink_) return false;
-    call(*sink_);
+    Ref<TextSink> sink;
+    {
+      CriticalSectionLock::Guard guard(stateLock_);
+      sink = sink_;
+    }
+    if (!sink) return false;
+    call(*sink);
     return true;
   }
 
@@ -91,11 +106,11 @@ class ReadingRun : public RefCounted {
   }
 
   Ref<DataSource> source_;
-  CriticalSectionLock deliveryLock_;  // held across every call of the sink
-  Ref<TextSink> sink_;                // under deliveryLock_
   CriticalSectionLock stateLock_;
+  Ref<TextSink> sink_;         // under stateLock_
   bool readingStop_ = false;   // under stateLock_
   bool watchdogStop_ = false;  // under stateLock_
+  std::atomic<bool> inRead_{false};
   std::unique_ptr<platform::Event> heartbeat_;
   std::unique_ptr<platform::Event> stopping_;
 };
@@ -106,11 +121,14 @@ std::unique_ptr<platform::Thread> StartPlatformThread(platform::ThreadBody body)
   return platform::Thread::Start(std::move(body));
 }
 
-// Logs and ends a thread that did not stop in time.
-void EndThread(std::unique_ptr<platform::Thread>& thread) {
-  if (thread->Join(GpsReadingThreadImpl::kStopWaitMs) != platform::WaitResult::kSignaled) {
+// Waits for a thread to end, up to the bound; one that did not is logged
+// and ended by force where `killable` allows, else given up on. A stop
+// made on the thread itself (from a callback) does not wait for it: the
+// thread ends once the callback returns.
+void EndThread(std::unique_ptr<platform::Thread>& thread, const std::function<bool()>& killable) {
+  if (!thread->IsCurrent() && thread->Join(GpsReadingThreadImpl::kStopWaitMs) != platform::WaitResult::kSignaled) {
     Logger::Instance().Format(u"Terminating GPS thread handle: %x\n", thread->HandleValue());
-    thread->Terminate();
+    thread->Terminate(killable);
   }
   thread.reset();
 }
@@ -127,6 +145,8 @@ int GpsReadingThreadImpl::Start(TextSink* sink, CIMExceptionImpl* error) {
     SetError(error, kErrNone, u"", u"");
     return 0;
   }
+  // A cancel left over from the last stop must not cut the first read short.
+  source_->ResetCancelRead();
   Ref<ReadingRun> run;
   // No events, or no memory: nothing was started, and the caller sees the
   // general failure either way.
@@ -161,13 +181,14 @@ int GpsReadingThreadImpl::Start(TextSink* sink, CIMExceptionImpl* error) {
 int GpsReadingThreadImpl::StopReadingThread(ReadingRun& run) {
   run.RequestReadingStop();
   if (!reading_) return 0;
-  EndThread(reading_);
+  EndThread(reading_, [&run] { return run.InRead(); });
   return 1;
 }
 
 void GpsReadingThreadImpl::StopWatchdogThread(ReadingRun& run) {
   run.RequestWatchdogStop();
-  if (watchdog_) EndThread(watchdog_);
+  // Away from its wait the watchdog is in the sink: never killed there.
+  if (watchdog_) EndThread(watchdog_, nullptr);
 }
 
 int GpsReadingThreadImpl::Stop() {

@@ -18,16 +18,33 @@ bool Elapsed(uint32_t now, uint32_t stamp, uint32_t interval) {
 
 }  // namespace
 
+// One run of the receiver, from Start to Stop: the sink its reading thread
+// feeds. It holds the receiver, so a callback that releases the driver
+// cannot free the receiver under the thread; once closed it passes nothing
+// on, so a thread given up by Stop neither changes the receiver nor calls
+// anybody back, even after a later Start.
+class GpsReceiver::Run : public TextSink {
+ public:
+  explicit Run(GpsReceiver* receiver) : receiver_(receiver) {}
+  bool Open() const { return open_.load(); }
+  void Close() { open_ = false; }
+
+  void OnText(const char16_t* text, uint32_t count) override { receiver_->ProcessText(*this, text, count); }
+  void OnNoData() override { receiver_->ProcessNoData(*this); }
+  void OnError(const CIMExceptionImpl& error) override { receiver_->ProcessError(*this, error); }
+
+ private:
+  Ref<GpsReceiver> receiver_;
+  std::atomic<bool> open_{true};
+};
+
 GpsReceiver::GpsReceiver(const nmea::ReceiverOptions& options) : store_(options) {
   // Before any data the records read all zero, with no receiver time.
   location_.TimeType = GPS_TIME_LOCAL_CLOCK;
   satellites_.TimeType = GPS_TIME_LOCAL_CLOCK;
 }
 
-GpsReceiver::~GpsReceiver() {
-  closing_ = 1;
-  Stop();
-}
+GpsReceiver::~GpsReceiver() { Stop(); }
 
 int GpsReceiver::Start(CIMExceptionImpl* error) {
   CriticalSectionLock::Guard guard(startStopLock_);
@@ -54,6 +71,9 @@ int GpsReceiver::Start(CIMExceptionImpl* error) {
       CriticalSectionLock::Guard satellites(satellitesLock_);
       satellites_ = store_.Satellites();
     }
+    Ref<Run> run(new Run(this));
+    CriticalSectionLock::Guard runGuard(runLock_);
+    run_ = std::move(run);
     started_ = 1;
   });
   if (started) return 1;
@@ -64,14 +84,29 @@ int GpsReceiver::Start(CIMExceptionImpl* error) {
 
 void GpsReceiver::Stop() {
   CriticalSectionLock::Guard guard(startStopLock_);
-  if (!started_) return;
+  Ref<Run> run;
+  {
+    // Closed and stopped in one step: no status a closing run computes
+    // can land after this one.
+    CriticalSectionLock::Guard runGuard(runLock_);
+    run = std::move(run_);
+    if (run) run->Close();
+    if (!started_) return;
+    status_ = GPS_STATUS_STOPPED;
+  }
   store_.Clear();
-  status_ = GPS_STATUS_STOPPED;
   {
     CriticalSectionLock::Guard notification(notificationLock_);
     pendingMask_ = 0;
   }
   started_ = 0;
+}
+
+Ref<TextSink> GpsReceiver::RunSink() { return CurrentRun(); }
+
+Ref<GpsReceiver::Run> GpsReceiver::CurrentRun() {
+  CriticalSectionLock::Guard guard(runLock_);
+  return run_;
 }
 
 int GpsReceiver::GetLocation(GPSLocation* location, CIMExceptionImpl*) {
@@ -111,12 +146,34 @@ uint32_t GpsReceiver::GetTimeoutInterval() {
 void GpsReceiver::AddListener(ListenerEntry* entry) { listeners_.Append(entry); }
 
 void GpsReceiver::OnText(const char16_t* text, uint32_t count) {
-  if (closing_) return;
-  if (!store_.ProcessChunk(WideView(text, count))) status_ = GPS_STATUS_PARSE_ERROR;
+  if (Ref<Run> run = CurrentRun()) ProcessText(*run, text, count);
+}
+
+void GpsReceiver::OnNoData() {
+  if (Ref<Run> run = CurrentRun()) ProcessNoData(*run);
+}
+
+void GpsReceiver::OnError(const CIMExceptionImpl& error) {
+  if (Ref<Run> run = CurrentRun()) ProcessError(*run, error);
+}
+
+// Every callback may stop the run; from then on nothing of this chunk
+// reaches the records, the status or anybody's callbacks.
+void GpsReceiver::ProcessText(const Run& run, const char16_t* text, uint32_t count) {
+  if (!run.Open()) return;
+  const bool parsed = store_.ProcessChunk(WideView(text, count)) != 0;
+  if (!parsed) SetStatus(run, GPS_STATUS_PARSE_ERROR);
 
   const nmea::SentenceList& sentences = store_.RecognisedSentences();
-  for (size_t i = 0; i < sentences.Count(); ++i)
-    listeners_.ForEach([&](ReceiverListener& listener) { listener.OnSentence(sentences.Text(i)); });
+  for (size_t i = 0; run.Open() && i < sentences.Count(); ++i) {
+    const char16_t* sentence = sentences.Text(i);
+    listeners_.ForEach([&](ReceiverListener& listener) {
+      if (!run.Open()) return false;
+      listener.OnSentence(sentence);
+      return true;
+    });
+  }
+  if (!run.Open()) return;
 
   const uint32_t mask = store_.UpdateMask();
   bool copied = false;
@@ -132,10 +189,7 @@ void GpsReceiver::OnText(const char16_t* text, uint32_t count) {
   }
 
   const bool seen = store_.SentencesSeen();
-  if (seen || status_ == GPS_STATUS_TIMEOUT) {
-    const int32_t stored = store_.Status();
-    if (status_.exchange(stored) != stored) NotifyStatusChanged();
-  }
+  if ((seen || status_ == GPS_STATUS_TIMEOUT) && SetStatus(run, store_.Status())) NotifyStatusChanged(run);
 
   // Data notifications are throttled to one per interval; what changed in
   // between is carried to the next one.
@@ -152,21 +206,20 @@ void GpsReceiver::OnText(const char16_t* text, uint32_t count) {
         pendingMask_ |= mask;
       }
     }
-    if (deliver) NotifyDataChanged(deliver);
+    if (deliver) NotifyDataChanged(run, deliver);
   }
 
   if (seen || copied) {
     lastSentence_ = platform::TickCount();
   } else if (Elapsed(platform::TickCount(), lastSentence_, kNoSentenceMs) && status_ != GPS_STATUS_NO_SENTENCE) {
-    status_ = GPS_STATUS_NO_SENTENCE;
-    NotifyStatusChanged();
+    SetStatusAndNotify(run, GPS_STATUS_NO_SENTENCE);
     lastData_ = platform::TickCount();
     return;
   }
   lastData_ = platform::TickCount();
 }
 
-void GpsReceiver::OnNoData() {
+void GpsReceiver::ProcessNoData(const Run& run) {
   const uint32_t now = platform::TickCount();
   uint32_t timeout;
   {
@@ -175,32 +228,48 @@ void GpsReceiver::OnNoData() {
   }
   const int32_t status = status_;
   if (Elapsed(now, lastData_, timeout) && status != GPS_STATUS_TIMEOUT && status != GPS_STATUS_STOPPED)
-    SetStatusAndNotify(GPS_STATUS_TIMEOUT);
+    SetStatusAndNotify(run, GPS_STATUS_TIMEOUT);
 }
 
-void GpsReceiver::OnError(const CIMExceptionImpl& error) {
+void GpsReceiver::ProcessError(const Run& run, const CIMExceptionImpl& error) {
   {
     CriticalSectionLock::Guard guard(notificationLock_);
     if (!Elapsed(platform::TickCount(), lastNotification_, notificationInterval_)) return;
   }
   if (error.Code() == kErrOutOfMemory && status_ != GPS_STATUS_PARSE_ERROR) {
-    SetStatusAndNotify(GPS_STATUS_PARSE_ERROR);
+    SetStatusAndNotify(run, GPS_STATUS_PARSE_ERROR);
   } else if (status_ != GPS_STATUS_STOPPED) {
-    SetStatusAndNotify(GPS_STATUS_STOPPED);
+    SetStatusAndNotify(run, GPS_STATUS_STOPPED);
   }
 }
 
-void GpsReceiver::SetStatusAndNotify(int32_t status) {
-  status_ = status;
-  NotifyStatusChanged();
+bool GpsReceiver::SetStatus(const Run& run, int32_t status) {
+  CriticalSectionLock::Guard guard(runLock_);
+  return run.Open() && status_.exchange(status) != status;
 }
 
-void GpsReceiver::NotifyStatusChanged() {
-  listeners_.ForEach([](ReceiverListener& listener) { listener.OnStatusChanged(); });
+// Announces a change even when the status was already this: the rules that
+// call it compare first, as a status set by another thread meanwhile may
+// still need its announcement.
+void GpsReceiver::SetStatusAndNotify(const Run& run, int32_t status) {
+  SetStatus(run, status);
+  NotifyStatusChanged(run);
 }
 
-void GpsReceiver::NotifyDataChanged(uint32_t mask) {
-  listeners_.ForEach([&](ReceiverListener& listener) { listener.OnDataChanged(mask); });
+void GpsReceiver::NotifyStatusChanged(const Run& run) {
+  listeners_.ForEach([&](ReceiverListener& listener) {
+    if (!run.Open()) return false;
+    listener.OnStatusChanged();
+    return true;
+  });
+}
+
+void GpsReceiver::NotifyDataChanged(const Run& run, uint32_t mask) {
+  listeners_.ForEach([&](ReceiverListener& listener) {
+    if (!run.Open()) return false;
+    listener.OnDataChanged(mask);
+    return true;
+  });
 }
 
 }  // namespace kavo

@@ -29,21 +29,31 @@ class GpsReceiver : public Receiver {
   int SetTimeoutInterval(uint32_t ms, CIMExceptionImpl* error) override;
   uint32_t GetTimeoutInterval() override;
   void AddListener(ListenerEntry* entry) override;
+  Ref<TextSink> RunSink() override;
 
+  // Text and events for the run in progress; ignored when stopped.
   void OnText(const char16_t* text, uint32_t count) override;
   void OnNoData() override;
   void OnError(const CIMExceptionImpl& error) override;
 
  private:
+  class Run;
   ~GpsReceiver() override;
 
-  void SetStatusAndNotify(int32_t status);
-  void NotifyStatusChanged();
-  void NotifyDataChanged(uint32_t mask);
+  Ref<Run> CurrentRun();
+  void ProcessText(const Run& run, const char16_t* text, uint32_t count);
+  void ProcessNoData(const Run& run);
+  void ProcessError(const Run& run, const CIMExceptionImpl& error);
+  // Sets the status unless the run has ended; true when it changed.
+  bool SetStatus(const Run& run, int32_t status);
+  void SetStatusAndNotify(const Run& run, int32_t status);
+  void NotifyStatusChanged(const Run& run);
+  void NotifyDataChanged(const Run& run, uint32_t mask);
 
   std::atomic<uint32_t> started_{0};
-  std::atomic<uint32_t> closing_{0};
   ListenerList listeners_;  // its lock is the listeners lock
+  CriticalSectionLock runLock_;
+  Ref<Run> run_;  // under runLock_; the run in progress
   GPSLocation location_{};
   GPSSatellites satellites_{};
   std::atomic<int32_t> status_{GPS_STATUS_STOPPED};

@@ -19,6 +19,9 @@ class Receiver : public TextSink {
 
   virtual int Start(CIMExceptionImpl* error) = 0;
   virtual void Stop() = 0;
+  // What the reading thread of the run in progress feeds; null when
+  // stopped. Once the run is stopped it passes nothing on.
+  virtual Ref<TextSink> RunSink() = 0;
   virtual int32_t GetStatus() = 0;
   virtual int GetLocation(GPSLocation* location, CIMExceptionImpl* error) = 0;
   virtual int GetSatellitesInfo(GPSSatellites* satellites, CIMExceptionImpl* error) = 0;

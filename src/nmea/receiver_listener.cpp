@@ -19,17 +19,47 @@ void ListenerList::Append(ListenerEntry* entry) {
   entry->next_ = nullptr;
   (tail_ ? tail_->next_ : head_) = entry;
   tail_ = entry;
-  if (walking_ && !cursor_) cursor_ = entry;
+  for (Walk* walk = walks_; walk; walk = walk->link_)
+    if (!walk->next_) walk->next_ = entry;
 }
 
 void ListenerList::Remove(ListenerEntry* entry) {
   CriticalSectionLock::Guard guard(lock_);
   if (entry->list_ != this) return;
-  if (cursor_ == entry) cursor_ = entry->next_;
+  for (Walk* walk = walks_; walk; walk = walk->link_)
+    if (walk->next_ == entry) walk->next_ = entry->next_;
   (entry->previous_ ? entry->previous_->next_ : head_) = entry->next_;
   (entry->next_ ? entry->next_->previous_ : tail_) = entry->previous_;
   entry->previous_ = entry->next_ = nullptr;
   entry->list_ = nullptr;
+}
+
+ListenerList::Walk::Walk(ListenerList& list) : list_(list) {
+  CriticalSectionLock::Guard guard(list_.lock_);
+  next_ = list_.head_;
+  link_ = list_.walks_;
+  list_.walks_ = this;
+}
+
+ListenerList::Walk::~Walk() {
+  CriticalSectionLock::Guard guard(list_.lock_);
+  for (Walk** at = &list_.walks_; *at; at = &(*at)->link_) {
+    if (*at == this) {
+      *at = link_;
+      return;
+    }
+  }
+}
+
+Ref<ReceiverListener> ListenerList::Walk::Next() {
+  CriticalSectionLock::Guard guard(list_.lock_);
+  while (ListenerEntry* entry = next_) {
+    next_ = entry->next_;
+    // A listener whose last reference is already gone is being destroyed
+    // and about to unlink itself: it hears nothing more.
+    if (Ref<ReceiverListener> listener = Ref<ReceiverListener>::IfAlive(entry->owner_)) return listener;
+  }
+  return {};
 }
 
 }  // namespace kavo

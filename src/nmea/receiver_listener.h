@@ -1,22 +1,24 @@
 // Who hears from a receiver: the drivers built on it. Entries form an
-// intrusive list that a notification walks with a cursor, so an entry added
-// or removed during a walk is handled safely.
+// intrusive list. A notification walks it without holding the list's lock
+// while a listener runs, with a cursor of its own, so listeners may be
+// added or removed during a walk (from the walk itself or from another
+// thread), and several walks may run at once.
 #pragma once
 
 #include <cstdint>
 
 #include "support/critical_section_lock.h"
+#include "support/ref_counted.h"
 
 namespace kavo {
 
-class ReceiverListener {
+// Counted: a walk holds the listener it calls, so a listener released
+// during its own notification lives until that returns.
+class ReceiverListener : public virtual RefCounted {
  public:
   virtual void OnDataChanged(uint32_t mask) = 0;
   virtual void OnStatusChanged() = 0;
   virtual void OnSentence(const char16_t* text) = 0;
-
- protected:
-  ~ReceiverListener() = default;
 };
 
 class ListenerList;
@@ -49,30 +51,41 @@ class ListenerList {
   // Takes the entry out of any list it is in and appends it here. A walk in
   // progress that has passed the last entry goes on to the new one.
   void Append(ListenerEntry* entry);
-  // Calls `notify(listener)` for every entry, under the list's lock.
+
+  // Calls `notify(listener)` for every entry while `notify` returns true.
+  // The list's lock is held only between the calls.
   template <class Notify>
   void ForEach(Notify notify) {
-    CriticalSectionLock::Guard guard(lock_);
-    walking_ = true;
-    cursor_ = head_;
-    while (cursor_) {
-      ListenerEntry* entry = cursor_;
-      cursor_ = entry->next_;
-      notify(*entry->owner_);
-    }
-    walking_ = false;
+    Walk walk(*this);
+    while (Ref<ReceiverListener> listener = walk.Next())
+      if (!notify(*listener)) return;
   }
-  CriticalSectionLock& Lock() { return lock_; }
 
  private:
   friend class ListenerEntry;
+  // One walk in progress, registered with the list for its lifetime, so
+  // that adding and removing entries keeps its cursor right.
+  class Walk {
+   public:
+    explicit Walk(ListenerList& list);
+    ~Walk();
+    Walk(const Walk&) = delete;
+    Walk& operator=(const Walk&) = delete;
+    // The next listener still alive, with a reference; empty after the last.
+    Ref<ReceiverListener> Next();
+
+   private:
+    friend class ListenerList;
+    ListenerList& list_;
+    ListenerEntry* next_;
+    Walk* link_;
+  };
   void Remove(ListenerEntry* entry);
 
   CriticalSectionLock lock_;
   ListenerEntry* head_ = nullptr;
   ListenerEntry* tail_ = nullptr;
-  ListenerEntry* cursor_ = nullptr;
-  bool walking_ = false;
+  Walk* walks_ = nullptr;  // the walks in progress
 };
 
 }  // namespace kavo

@@ -21,6 +21,14 @@ class RefCounted {
     if (left == 0) delete this;
     return left;
   }
+  // Adds a reference unless the last one is already gone (the object is
+  // being destroyed); for lists that reach objects without owning them.
+  bool TryAddRef() const {
+    int32_t refs = refs_.load(std::memory_order_relaxed);
+    while (refs > 0)
+      if (refs_.compare_exchange_weak(refs, refs + 1, std::memory_order_relaxed)) return true;
+    return false;
+  }
   int32_t RefCount() const { return refs_.load(std::memory_order_relaxed); }
 
  protected:
@@ -35,9 +43,10 @@ template <class T>
 class Ref {
  public:
   Ref() = default;
+  // NOLINTNEXTLINE(google-explicit-constructor): implicit by design
   Ref(T* p) : p_(p) {
     if (p_) p_->AddRef();
-  }  // NOLINT: implicit by design
+  }
   Ref(const Ref& o) : Ref(o.p_) {}
   Ref(Ref&& o) noexcept : p_(std::exchange(o.p_, nullptr)) {}
   template <class U>
@@ -48,6 +57,13 @@ class Ref {
   Ref& operator=(Ref o) noexcept {
     std::swap(p_, o.p_);
     return *this;
+  }
+
+  // A reference to `p`, or none when its last reference is already gone.
+  static Ref IfAlive(T* p) {
+    Ref ref;
+    if (p && p->TryAddRef()) ref.p_ = p;
+    return ref;
   }
 
   T* get() const { return p_; }

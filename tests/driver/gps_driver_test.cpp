@@ -29,6 +29,7 @@ class FakeReceiver : public Receiver {
   int SetTimeoutInterval(uint32_t ms, CIMExceptionImpl*) override { return timeout = ms, 1; }
   uint32_t GetTimeoutInterval() override { return timeout; }
   void AddListener(ListenerEntry* entry) override { listeners.Append(entry); }
+  Ref<TextSink> RunSink() override { return this; }
   void OnText(const char16_t*, uint32_t) override {}
   void OnNoData() override {}
   void OnError(const CIMExceptionImpl&) override {}
@@ -127,19 +128,22 @@ TEST_F(GpsDriverTest, NotificationsReachTheCallbacksOfEveryListeningDriverAndQue
   auto first = MakeDriver();
   auto second = MakeDriver(nullptr, OnData, nullptr);
   calls.clear();
-  receiver->listeners.ForEach([](ReceiverListener& l) { l.OnDataChanged(0x21); });
-  receiver->listeners.ForEach([](ReceiverListener& l) { l.OnStatusChanged(); });
-  receiver->listeners.ForEach([](ReceiverListener& l) { l.OnSentence(u"$GPGGA,1"); });
+  receiver->listeners.ForEach([](ReceiverListener& l) { return l.OnDataChanged(0x21), true; });
+  receiver->listeners.ForEach([](ReceiverListener& l) { return l.OnStatusChanged(), true; });
+  receiver->listeners.ForEach([](ReceiverListener& l) { return l.OnSentence(u"$GPGGA,1"), true; });
   EXPECT_EQ(calls, (Calls{"data 33", "data 33", "status", "sentence $GPGGA,1"}));
   first.reset();  // unlinks: its callbacks are no longer called
   calls.clear();
-  receiver->listeners.ForEach([](ReceiverListener& l) { l.OnDataChanged(1); });
+  receiver->listeners.ForEach([](ReceiverListener& l) { return l.OnDataChanged(1), true; });
   EXPECT_EQ(calls, (Calls{"data 1"}));
   EXPECT_EQ(second->SetTimeoutInterval(0, nullptr), 1);
   EXPECT_EQ(second->GetTimeoutInterval(), 0u);
 }
 
-TEST(ListenerList, WalkReachesEntriesAddedDuringItAndSkipsRemovedOnes) {
+// Walks hold no lock while a listener runs, so a listener may add or
+// remove entries, or start a walk of its own, and every walk's cursor
+// stays right.
+TEST(ListenerList, WalksReachEntriesAddedDuringThemAndSkipRemovedOnes) {
   struct Probe : ReceiverListener {
     Probe(std::vector<int>* s, int i) : seen(s), id(i) {}
     std::vector<int>* seen;
@@ -147,29 +151,41 @@ TEST(ListenerList, WalkReachesEntriesAddedDuringItAndSkipsRemovedOnes) {
     std::function<void()> onData;
     void OnDataChanged(uint32_t) override {
       seen->push_back(id);
-      if (onData) onData();
+      if (auto once = std::move(onData)) once();
     }
     void OnStatusChanged() override {}
     void OnSentence(const char16_t*) override {}
   };
   std::vector<int> seen;
   ListenerList list;
-  Probe a(&seen, 1), b(&seen, 2), c(&seen, 3);
-  ListenerEntry ea(&a), eb(&b), ec(&c);
+  Ref<Probe> a(new Probe(&seen, 1)), b(new Probe(&seen, 2)), c(new Probe(&seen, 3));
+  ListenerEntry ea(a.get()), eb(b.get()), ec(c.get());
   list.Append(&ea);
   list.Append(&eb);
+  const auto notifyAll = [&] { list.ForEach([](ReceiverListener& l) { return l.OnDataChanged(0), true; }); };
   const auto walk = [&](std::vector<int> expected) {
     seen.clear();
-    list.ForEach([](ReceiverListener& l) { l.OnDataChanged(0); });
+    notifyAll();
     EXPECT_EQ(seen, expected);
-    a.onData = b.onData = nullptr;
   };
-  b.onData = [&] { list.Append(&ec); };  // added while the walk is at the tail
+  b->onData = [&] { list.Append(&ec); };  // added while the walk is at the tail
   walk({1, 2, 3});
-  a.onData = [&] { eb.Unlink(); };  // removed before the walk reaches it
+  a->onData = [&] { eb.Unlink(); };  // removed before the walk reaches it
   walk({1, 3});
   list.Append(&ea);  // appending again moves it to the tail, once
   walk({3, 1});
+  // A walk inside a walk: the inner one removes the entry the outer one
+  // would call next, and the outer one skips it.
+  list.Append(&eb);  // 3, 1, 2
+  c->onData = [&] {
+    a->onData = [&] { eb.Unlink(); };
+    notifyAll();
+  };
+  walk({3, 3, 1, 1});
+  // A walk stops where its notification says so.
+  seen.clear();
+  list.ForEach([](ReceiverListener& l) { return l.OnDataChanged(0), false; });
+  EXPECT_EQ(seen, std::vector<int>{3});
 }
 
 }  // namespace

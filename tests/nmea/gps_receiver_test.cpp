@@ -63,7 +63,8 @@ class GpsReceiverTest : public ::testing::Test {
 
   test::ManualClock clock{10000};
   Ref<GpsReceiver> receiver;
-  Events events;
+  Ref<Events> listener{new Events};
+  Events& events = *listener;
   ListenerEntry entry;
 };
 
@@ -106,18 +107,21 @@ TEST_P(GpsReceiverAcrossWraps, SourceErrorsChangeStatusOnlyAfterTheNotificationD
        {0, nullptr, kErrOperationFailed, 0},  // too soon after start
        {201, nullptr, kErrOutOfMemory, -4},
        {0, kGga2, 0, 0},  // the next sentence clears it
-       {201, nullptr, kErrOperationFailed, -2}});
+       {201, nullptr, kErrOperationFailed, -2},
+       // Stopped by the source: silence is no time-out.
+       {3001, nullptr, 0, -2}});
 }
 
 TEST_P(GpsReceiverAcrossWraps, DataNotificationsAreThrottledAndCarryTheMasksInBetween) {
   clock.Set(GetParam());
   Start();
-  // The first notification comes no sooner than two intervals after start.
+  // The first notification comes no sooner than two intervals after start
+  // (at 150 ms, one interval and two differ).
   Feed(kGga);
-  clock.Advance(100);
+  clock.Advance(150);
   Feed(kGga2);
   EXPECT_TRUE(events.data.empty());
-  clock.Advance(101);
+  clock.Advance(51);
   Feed(kGsv);
   ASSERT_EQ(events.data.size(), 1u);
   EXPECT_EQ(events.data[0], 0x01u | 0x08u | 0x10u | 0x20u | 0x02u);

@@ -1,6 +1,7 @@
 // Drivers created, started, stopped and released from several threads in
-// random order, on recordings and on simulated receivers, with port
-// searches beside them; afterwards no descriptor and no thread may be left.
+// random order, and from their own callbacks, on recordings and on
+// simulated receivers, with port searches beside them; afterwards no
+// descriptor and no thread may be left.
 // KAVOGPS_SOAK_SECONDS sets how long (3 s unless given).
 // With the argument "exit", starts four drivers and returns from main while
 // they run: nothing the threads reach may be destroyed under them.
@@ -12,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <mutex>
 #include <random>
 #include <string>
@@ -48,10 +50,10 @@ std::u16string WriteRecording() {
 std::atomic<long> g_sentences{0};
 void OnSentence(const KavoChar*) { ++g_sentences; }
 
-GPSDriverHandle PortDriver(const std::u16string& name) {
+GPSDriverHandle PortDriver(const std::u16string& name, GPSSentenceCallback onSentence = OnSentence) {
   const COMPortParams params{4800, 0, 0, 8};
   COMPortInfoHandle port = COMPortInfo_Create(K(name), &params);
-  GPSDriverHandle driver = GPSDriver_CreateFromCOMPort(port, nullptr, nullptr, OnSentence);
+  GPSDriverHandle driver = GPSDriver_CreateFromCOMPort(port, nullptr, nullptr, onSentence);
   COMPortInfo_Release(port);
   return driver;
 }
@@ -61,6 +63,32 @@ struct Slot {
   GPSDriverHandle driver = nullptr;
   bool running = false;
 };
+
+std::vector<Slot>* g_slots = nullptr;
+std::atomic<long> g_cycles{0}, g_fromCallbacks{0};
+
+// The sentence callback of the driver in slot N, which now and then stops
+// or releases that driver itself. It never waits for the slot: a worker
+// holding it may be stopping this very driver.
+template <size_t N>
+void SelfEnding(const KavoChar*) {
+  ++g_sentences;
+  thread_local std::mt19937 random(static_cast<unsigned>(N));
+  if (random() % 8 != 0) return;
+  Slot& slot = (*g_slots)[N];
+  std::unique_lock<std::mutex> lock(slot.mutex, std::try_to_lock);
+  if (!lock || !slot.driver) return;
+  ++g_fromCallbacks;
+  if (random() % 2) {
+    GPSDriver_Stop(slot.driver);
+  } else {
+    GPSDriver_Release(slot.driver);
+    slot.driver = nullptr;
+    ++g_cycles;
+  }
+  slot.running = false;
+}
+constexpr GPSSentenceCallback kSelfEnding[] = {SelfEnding<0>, SelfEnding<1>};
 
 }  // namespace
 
@@ -84,7 +112,8 @@ int main(int argc, char** argv) {
   const auto length = std::chrono::seconds(seconds ? std::atoi(seconds) : 3);
   std::thread([] {}).join();  // a sanitizer's own helper thread starts with the first thread
   const int fdsBefore = Entries("/proc/self/fd"), threadsBefore = Entries("/proc/self/task");
-  std::atomic<long> cycles{0}, failures{0};
+  std::atomic<long>& cycles = g_cycles;
+  std::atomic<long> failures{0};
   bool receiving = false;
   {
     kavo::test::FastClock clock(10);  // the 500 ms pause before a port opens lasts 50 ms
@@ -99,20 +128,23 @@ int main(int argc, char** argv) {
       ports.push_back(Wide(receivers.back()->DevicePath()));
     }
     std::vector<Slot> slots(6);
+    g_slots = &slots;
     const auto end = Clock::now() + length;
     std::vector<std::thread> workers;
     for (unsigned id = 0; id < 4; ++id) {
       workers.emplace_back([&, id] {
         std::mt19937 random(id);
         while (Clock::now() < end) {
-          Slot& slot = slots[random() % slots.size()];
+          const size_t index = random() % slots.size();
+          Slot& slot = slots[index];
           std::lock_guard<std::mutex> lock(slot.mutex);
           if (!slot.driver) {
             const size_t source = random() % ports.size();  // the last stands for a recording
+            const GPSSentenceCallback onSentence = index < std::size(kSelfEnding) ? kSelfEnding[index] : OnSentence;
             slot.driver = source < ports.size() - 1
-                              ? PortDriver(ports[source])
+                              ? PortDriver(ports[source], onSentence)
                               : GPSDriver_CreateFromFile(K(recording), 1 + random() % 50, random() % 2, nullptr,
-                                                         nullptr, OnSentence);
+                                                         nullptr, onSentence);
           } else if (random() % 4 == 0) {
             GPSDriver_Release(slot.driver);
             slot.driver = nullptr;
@@ -156,9 +188,10 @@ int main(int argc, char** argv) {
   }
   std::remove(std::string(recording.begin(), recording.end()).c_str());
   std::printf(
-      "soak: %ld driver lives in %lld s, %ld sentences, %ld failed starts or stops, a port driver %s "
-      "afterwards; descriptors %d -> %d, threads %d -> %d\n",
-      cycles.load(), static_cast<long long>(length.count()), g_sentences.load(), failures.load(),
-      receiving ? "receives" : "DOES NOT RECEIVE", fdsBefore, fdsAfter, threadsBefore, threadsAfter);
-  return receiving && cycles > 0 && fdsAfter <= fdsBefore && threadsAfter <= threadsBefore ? 0 : 1;
+      "soak: %ld driver lives in %lld s, %ld sentences, %ld stops or releases from callbacks, %ld failed starts "
+      "or stops, a port driver %s afterwards; descriptors %d -> %d, threads %d -> %d\n",
+      cycles.load(), static_cast<long long>(length.count()), g_sentences.load(), g_fromCallbacks.load(),
+      failures.load(), receiving ? "receives" : "DOES NOT RECEIVE", fdsBefore, fdsAfter, threadsBefore, threadsAfter);
+  return receiving && cycles > 0 && g_fromCallbacks > 0 && fdsAfter <= fdsBefore && threadsAfter <= threadsBefore ? 0
+                                                                                                                  : 1;
 }
