@@ -97,7 +97,13 @@ TEST_F(PortSearch, IntermediatePortFirstAndTrustedEvenWhenSilent) {
   EXPECT_TRUE(log.Contains(u"Reading from port: COM7:")) << "the listed ports were tried first";
 }
 
-TEST_F(PortSearch, ADriverOpensTheFoundPortAtTheSpeedFound) {
+TEST_F(PortSearch, TheLastSpeedIsTriedAndADriverOpensTheFoundPortAtTheSpeedFound) {
+  {
+    // An older receiver: garbage at 4800 and at 9600, found at 2400.
+    auto old = Receiver(2400);
+    auto machine = Machine({{old->DevicePath(), "USB"}});
+    EXPECT_EQ(Search(), std::pair(std::string("COM7:"), 2400));
+  }
   auto gps = Receiver(9600);
   auto machine = Machine({{gps->DevicePath(), "USB"}});
   COMPortInfoHandle port = COMPortInfo_FindGPSCOMPort(1);
