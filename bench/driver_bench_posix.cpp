@@ -5,6 +5,7 @@
 //
 //   bench_driver [--smoke] [--seconds N]
 #include <fcntl.h>
+#include <pthread.h>
 #include <pty.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -228,6 +229,48 @@ void ReceiverPace(int seconds) {
   std::printf("\n");
 }
 
+// Resident KiB by kind of mapping, from /proc/self/smaps: the main malloc
+// heap, thread stacks (the size a thread gets by default), the malloc arenas
+// of threads (glibc reserves 64 MiB for each, aligned to its size) and the
+// rest.
+std::map<std::string, long> ResidentByKind() {
+  constexpr unsigned long kArena = 64ul << 20;
+  pthread_attr_t attr;
+  size_t stack = 0;
+  pthread_attr_init(&attr);
+  pthread_attr_getstacksize(&attr, &stack);
+  pthread_attr_destroy(&attr);
+  std::map<std::string, long> kib;
+  std::ifstream smaps("/proc/self/smaps");
+  std::string line, kind;
+  unsigned long start = 0, end = 0, arena = ~0ul;
+  while (std::getline(smaps, line)) {
+    char perms[8] = {}, name[256] = {};
+    if (std::sscanf(line.c_str(), "%lx-%lx %7s %*s %*s %*s %255s", &start, &end, perms, name) >= 3) {
+      const bool anonymous = name[0] == 0;
+      if (std::strcmp(name, "[heap]") == 0) {
+        kind = "malloc heap";
+      } else if (anonymous && std::strcmp(perms, "rw-p") == 0 && end - start == stack) {
+        kind = "thread stacks";
+      } else if (anonymous && (start % kArena == 0 || start / kArena == arena)) {
+        kind = "thread malloc arenas";
+        arena = start / kArena;
+      } else {
+        kind = "other";
+      }
+    } else if (line.rfind("Rss:", 0) == 0) {
+      kib[kind] += std::atol(line.c_str() + 4);
+    }
+  }
+  return kib;
+}
+
+int OpenFiles() {
+  int files = 0;
+  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) ++files;
+  return files;
+}
+
 // A single driver adds less than a page can show, so many run at once and
 // the growth is shared out among them.
 void MemoryPerDriver(int drivers) {
@@ -238,16 +281,23 @@ void MemoryPerDriver(int drivers) {
   // start-up, the log) is not counted.
   handles.push_back(OpenDriver(ptys[0]->path, nullptr));
   std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  auto kinds = ResidentByKind();  // first, so that what reading it takes is in both counts
   const long before = ResidentKiB();
+  const int files = OpenFiles();
   for (int i = 1; i < drivers; ++i) handles.push_back(OpenDriver(ptys[i]->path, nullptr));
   std::this_thread::sleep_for(std::chrono::seconds(1));
   const long after = ResidentKiB();
+  for (auto& [kind, kib] : ResidentByKind()) kinds[kind] = kib - kinds[kind];
+  const int moreFiles = OpenFiles() - files;
   for (GPSDriverHandle driver : handles) {
     GPSDriver_Stop(driver);
     GPSDriver_Release(driver);
   }
   std::printf("resident memory a running driver adds: %.1f KiB (%d drivers; target < 256 KiB)\n",
               double(after - before) / (drivers - 1), drivers - 1);
+  std::printf("  of which, per driver:");
+  for (const auto& [kind, kib] : kinds) std::printf(" %s %.1f KiB,", kind.c_str(), double(kib) / (drivers - 1));
+  std::printf(" and %.1f open files\n", double(moreFiles) / (drivers - 1));
 }
 
 }  // namespace
