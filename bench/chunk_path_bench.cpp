@@ -17,6 +17,7 @@
 #include "log/logger.h"
 #include "nmea/receiver_state_store.h"
 #include "recording_generator.h"
+#include "support/wide_string.h"
 
 namespace {
 
@@ -56,6 +57,26 @@ Pass Play(const std::u16string& text, int repeats, const kavo::nmea::ReceiverOpt
   return pass;
 }
 
+// The characters a recording holds, as the file playback reads them: a
+// byte-order mark says UTF-16 or UTF-8; without one, byte for byte, as on a
+// single-byte code page. (Widening a UTF-16 file byte for byte would time a
+// stream of NULs in which no sentence is found.)
+std::u16string Decode(const std::string& bytes) {
+  const auto byte = [&](size_t i) { return static_cast<unsigned char>(bytes[i]); };
+  const bool little = bytes.size() >= 2 && byte(0) == 0xFF && byte(1) == 0xFE;
+  if (little || (bytes.size() >= 2 && byte(0) == 0xFE && byte(1) == 0xFF)) {
+    std::u16string text;
+    for (size_t i = 2; i + 1 < bytes.size(); i += 2)
+      text += static_cast<char16_t>(little ? byte(i) | byte(i + 1) << 8 : byte(i) << 8 | byte(i + 1));
+    return text;
+  }
+  if (bytes.compare(0, 3, "\xEF\xBB\xBF") == 0) return kavo::FromUtf8(std::string_view(bytes).substr(3));
+  std::u16string text(bytes.size(), u'\0');
+  std::transform(bytes.begin(), bytes.end(), text.begin(),
+                 [](char c) { return static_cast<char16_t>(static_cast<unsigned char>(c)); });
+  return text;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -87,10 +108,7 @@ int main(int argc, char** argv) {
     bytes = kavo::bench::GenerateRecording(smoke ? (1u << 20) : (32u << 20));
   }
   if (bytes.empty()) return std::fprintf(stderr, "the recording is empty\n"), 1;
-  // Widened byte for byte, as the reading thread does on a single-byte code page.
-  std::u16string text(bytes.size(), u'\0');
-  std::transform(bytes.begin(), bytes.end(), text.begin(),
-                 [](char c) { return static_cast<char16_t>(static_cast<unsigned char>(c)); });
+  const std::u16string text = Decode(bytes);
 
   kavo::Ref<CountingSink> log(new CountingSink);
   kavo::Logger::Instance().SetSink(kavo::Ref<kavo::LogSink>(log.get()));
