@@ -1,6 +1,6 @@
 // The registry as the Win32 API shows it. On Win32 it is the real registry;
 // on POSIX an in-memory hive loaded from a .reg file or synthesised from the
-// system's serial devices (see posix/registry_loader.h).
+// system's serial devices (see posix/registry/loader.h).
 #pragma once
 
 #include <cstdint>

@@ -9,8 +9,8 @@
 #include <utility>
 
 #include "platform/platform.h"
-#include "platform/posix/registry_hive.h"
-#include "platform/posix/registry_loader.h"
+#include "platform/posix/registry/hive.h"
+#include "platform/posix/registry/loader.h"
 
 namespace kavo::platform {
 namespace {

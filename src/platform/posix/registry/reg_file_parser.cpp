@@ -1,4 +1,4 @@
-#include "platform/posix/reg_file_parser.h"
+#include "platform/posix/registry/reg_file_parser.h"
 
 #include <vector>
 

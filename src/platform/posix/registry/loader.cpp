@@ -1,4 +1,4 @@
-#include "platform/posix/registry_loader.h"
+#include "platform/posix/registry/loader.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -9,8 +9,8 @@
 #include <new>
 
 #include "platform/platform.h"
-#include "platform/posix/reg_file_parser.h"
-#include "platform/posix/registry_sysfs.h"
+#include "platform/posix/registry/reg_file_parser.h"
+#include "platform/posix/registry/sysfs.h"
 
 namespace kavo::platform::posix {
 namespace {

@@ -1,4 +1,4 @@
-#include "platform/posix/registry_sysfs.h"
+#include "platform/posix/registry/sysfs.h"
 
 #include <algorithm>
 #include <cctype>
