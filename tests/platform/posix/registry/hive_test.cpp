@@ -14,8 +14,8 @@
 #include "common/log_capture.h"
 #include "common/temp_dir.h"
 #include "platform/platform.h"
-#include "platform/posix/registry/reg_file_parser.h"
 #include "platform/posix/registry/loader.h"
+#include "platform/posix/registry/reg_file_parser.h"
 #include "platform/posix/serial_port_map.h"
 #include "ports/registry_key.h"
 
