@@ -173,12 +173,3 @@ size_t CodePageToWide(const uint8_t* bytes, size_t count, char16_t* out);
 size_t WideToCodePage(const char16_t* text, size_t count, uint8_t* out);
 
 }  // namespace kavo::platform
-
-namespace kavo::platform {
-
-// UTF-16 <-> UTF-8 (paths on POSIX, tools, tests). Malformed input becomes
-// U+FFFD.
-std::string Utf16ToUtf8(const std::u16string& text);
-std::u16string Utf8ToUtf16(const std::string& text);
-
-}  // namespace kavo::platform

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "platform/platform.h"
+#include "utf_conversion.h"
 
 namespace kavo {
 namespace {
@@ -50,7 +50,7 @@ bool EqualsIgnoreCase(WideView a, WideView b) {
 
 bool Contains(WideView haystack, WideView needle) { return haystack.find(needle) != WideView::npos; }
 
-WideString FromUtf8(std::string_view text) { return platform::Utf8ToUtf16(std::string(text)); }
-std::string ToUtf8(WideView text) { return platform::Utf16ToUtf8(WideString(text)); }
+WideString FromUtf8(std::string_view text) { return unicode::Utf8ToUtf16(std::string(text)); }
+std::string ToUtf8(WideView text) { return unicode::Utf16ToUtf8(WideString(text)); }
 
 }  // namespace kavo
