@@ -36,10 +36,6 @@ constexpr uint32_t kKeyReadWrite = 0x2001F;
 constexpr uint32_t kCreatedNewKey = 1;
 constexpr uint32_t kOpenedExistingKey = 2;
 
-// Error codes beyond those of platform.h.
-constexpr uint32_t kErrorInvalidHandle = 6;
-constexpr uint32_t kErrorKeyDeleted = 1018;
-
 // Every function returns a Win32 error code, 0 on success, as the registry
 // API does; none sets the thread's last error.
 

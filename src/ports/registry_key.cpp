@@ -66,7 +66,7 @@ int RegistryKey::Open(const char16_t* path, uint32_t access) {
   Close();
   const WideView full = path ? WideView(path) : WideView();
   const size_t slash = full.find(u'\\');
-  if (slash == WideView::npos) Raise(kErrNone, u"Registry path without a backslash", path);
+  if (slash == WideView::npos) Raise(kErrGeneralFailure, u"Registry path without a backslash", path);
   const reg::Key root = RootByName(full.substr(0, slash));
   if (!root) return 0;
   const WideString subPath(full.substr(slash + 1));

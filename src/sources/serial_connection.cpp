@@ -8,7 +8,7 @@
 namespace kavo {
 namespace {
 
-constexpr uint32_t kMaxDword = 0xFFFFFFFFu;
+using platform::kMaxDword;
 constexpr uint32_t kInvalidHandleValue = 0xFFFFFFFFu;  // as the log shows a closed port
 constexpr uint32_t kLineControlMask = platform::kDcbDtrControlMask | platform::kDcbRtsControlMask;
 
