@@ -26,7 +26,7 @@ class ReceiverStateStore {
   // Forgets the unterminated text; stopped. The records stay.
   void Clear();
   // Frames and parses one chunk under the lock. 1, or 0 when the framing
-  // failed (status -4 then).
+  // failed (GPS_STATUS_PARSE_ERROR then).
   int ProcessChunk(WideView chunk);
 
   // What the last chunk did; read on the thread that processes chunks, or
