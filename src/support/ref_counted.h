@@ -21,7 +21,6 @@ class RefCounted {
     if (left == 0) delete this;
     return left;
   }
-  int32_t RefCount() const { return refs_.load(std::memory_order_relaxed); }
 
  protected:
   virtual ~RefCounted() = default;

@@ -33,10 +33,6 @@ size_t CopyTruncated(char16_t* dest, size_t maxChars, const char16_t* source) {
   return n;
 }
 
-void ToLowerInPlace(char16_t* text) {
-  for (; text && *text; ++text) *text = LowerUnit(*text);
-}
-
 WideString ToLower(WideView text) {
   WideString out(text);
   for (auto& c : out) c = LowerUnit(c);
