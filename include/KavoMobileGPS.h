@@ -257,12 +257,11 @@ KAVOGPS_API GPSDriverHandle GPSDriver_CreateFromFile(const KavoChar *path, int32
 KAVOGPS_API void GPSDriver_Release(GPSDriverHandle driver);
 /* Starts reading: empties the records, then starts a reading thread and a
  * watchdog thread, which call the callbacks. The status stays
- * GPS_STATUS_STOPPED until the first text
- * arrives, and for good on a source that sends nothing (an empty file, a
- * silent port): a time-out is reported only once text has come. Text without
- * a known sentence turns it GPS_STATUS_NO_SENTENCE after 3 s. Start, Stop,
- * Start again is allowed. Returns 1, or 0: 160 `driver` NULL; 50 already
- * started. */
+ * GPS_STATUS_STOPPED until the first text arrives, and for good on a source
+ * that sends nothing (an empty file, a silent port): a time-out is reported
+ * only once text has come. Text without a known sentence turns it
+ * GPS_STATUS_NO_SENTENCE after 3 s. Start, Stop, Start again is allowed.
+ * Returns 1, or 0: 160 `driver` NULL; 50 already started. */
 KAVOGPS_API int32_t GPSDriver_Start(GPSDriverHandle driver);
 /* Stops the threads, waiting for each at most 5 s before it gives the thread
  * up, and forgets any unfinished sentence; the records keep their values and
@@ -280,9 +279,9 @@ KAVOGPS_API int32_t GPSDriver_GetLocation(GPSDriverHandle driver, GPSLocation *l
  * holds no satellites. NULL: 160 `driver` NULL; 14 out of memory. */
 KAVOGPS_API GPSSatellitesStateHandle GPSDriver_GetSatellitesInfo(GPSDriverHandle driver);
 /* The status, GPS_STATUS_*: GPS_STATUS_STOPPED on a new driver, and after
- * Start until text arrives (see GPSDriver_Start). For a NULL
- * `driver` it returns -4, which is also GPS_STATUS_PARSE_ERROR: only the last
- * error (160) tells them apart. */
+ * Start until text arrives (see GPSDriver_Start). For a NULL `driver` it
+ * returns -4, which is also GPS_STATUS_PARSE_ERROR: only the last error
+ * (160) tells them apart. */
 KAVOGPS_API int32_t GPSDriver_GetStatus(GPSDriverHandle driver);
 /* How long without text before the status becomes GPS_STATUS_TIMEOUT, in
  * milliseconds (3000 on a new driver; 0 is allowed). Returns 1, or 0: 160
