@@ -11,6 +11,7 @@
 #include "platform/platform.h"
 #include "support/ini_reader.h"
 #include "support/wide_string.h"
+#include "utf_conversion.h"
 
 namespace {
 
@@ -28,16 +29,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string query = input.substr(0, newline);
   const std::string content = newline == std::string::npos ? std::string() : input.substr(newline + 1);
   const size_t equals = query.find('=');
-  const std::u16string section = kavo::platform::Utf8ToUtf16(query.substr(0, equals));
+  const std::u16string section = kavo::unicode::Utf8ToUtf16(query.substr(0, equals));
   const std::u16string key =
-      kavo::platform::Utf8ToUtf16(equals == std::string::npos ? std::string() : query.substr(equals + 1));
+      kavo::unicode::Utf8ToUtf16(equals == std::string::npos ? std::string() : query.substr(equals + 1));
 
   FILE* file = std::fopen(ScratchFile().c_str(), "wb");
   FUZZ_CHECK(file != nullptr);
   FUZZ_CHECK(std::fwrite(content.data(), 1, content.size(), file) == content.size());
   std::fclose(file);
 
-  const std::u16string path = kavo::platform::Utf8ToUtf16(ScratchFile());
+  const std::u16string path = kavo::unicode::Utf8ToUtf16(ScratchFile());
   for (size_t length : {size_t{1}, size_t{8}, size_t{260}}) {
     char16_t buffer[260];
     for (auto& c : buffer) c = u'#';

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "fuzz_support.h"
-#include "platform/posix/reg_file_parser.h"
-#include "platform/posix/registry_hive.h"
+#include "platform/posix/registry/hive.h"
+#include "platform/posix/registry/reg_file_parser.h"
 
 namespace {
 

@@ -27,12 +27,15 @@ CTEST_PREFIX=()
 
 say() { printf '==> %s\n' "$*"; }
 
+# Every build here treats a compiler warning as an error.
+WERROR=-DKAVOGPS_WERROR=ON
+
 # configure + build + ctest in BUILD_ROOT/<tier> from a configure preset.
 # Extra arguments go to ctest; ctest runs under CTEST_PREFIX when set.
 build_and_test() {
   local preset=$1 dir=$2
   shift 2
-  cmake --preset "$preset" -B "$dir" </dev/null &&
+  cmake --preset "$preset" -B "$dir" "$WERROR" </dev/null &&
     cmake --build "$dir" -j "$JOBS" </dev/null &&
     "${CTEST_PREFIX[@]}" ctest --test-dir "$dir" -j "$JOBS" --output-on-failure --no-tests=error "$@" </dev/null
 }
@@ -77,7 +80,7 @@ tier_fuzz() {
   # committed seed corpus; a crash, a leak or a sanitizer report fails.
   local dir=$BUILD_ROOT/fuzz seconds=${KAVOGPS_FUZZ_SECONDS:-30} t
   local targets=(chunk_path conversions reg_file ini_reader)
-  cmake --preset fuzz -B "$dir" </dev/null &&
+  cmake --preset fuzz -B "$dir" "$WERROR" </dev/null &&
     cmake --build "$dir" -j "$JOBS" --target "${targets[@]/#/fuzz_}" </dev/null || return 1
   for t in "${targets[@]}"; do
     mkdir -p "$dir/corpus-$t"
@@ -91,7 +94,7 @@ tier_bench_smoke() {
   # The benchmarks run briefly, to show they still work; the figures are
   # for people, not a pass mark.
   local dir=$BUILD_ROOT/release
-  cmake --preset release -B "$dir" </dev/null &&
+  cmake --preset release -B "$dir" "$WERROR" </dev/null &&
     cmake --build "$dir" -j "$JOBS" --target bench_chunk_path bench_driver </dev/null &&
     "$dir/bench/bench_chunk_path" --smoke </dev/null &&
     "$dir/bench/bench_driver" --smoke </dev/null 2>/dev/null

@@ -4,14 +4,23 @@
 
 #include <cstdint>
 
+#include "KavoMobileGPS.h"
 #include "platform/platform.h"
 #include "support/error.h"
 
 namespace kavo::api {
 
-// Internal code to the Win32 code an exported function reports.
-uint32_t MapToWin32(int32_t internalCode);
-inline uint32_t MapToWin32(const CIMExceptionImpl& record) { return MapToWin32(record.Code()); }
+// The values the header names are those the library sets.
+static_assert(KAVOGPS_ERROR_SUCCESS == platform::kErrorSuccess);
+static_assert(KAVOGPS_ERROR_FILE_NOT_FOUND == platform::kErrorFileNotFound);
+static_assert(KAVOGPS_ERROR_OUTOFMEMORY == platform::kErrorOutOfMemory);
+static_assert(KAVOGPS_ERROR_NOT_SUPPORTED == platform::kErrorNotSupported);
+static_assert(KAVOGPS_ERROR_INVALID_PARAMETER == platform::kErrorInvalidParameter);
+static_assert(KAVOGPS_ERROR_BAD_ARGUMENTS == platform::kErrorBadArguments);
+static_assert(KAVOGPS_ERROR_FILE_INVALID == platform::kErrorFileInvalid);
+
+// The last-error value a failed record reports (support/error_codes.h).
+inline uint32_t MapToWin32(const CIMExceptionImpl& record) { return LastErrorForCode(record.Code()); }
 
 // Plain accessor: bad arguments give `failure` and 160, else the value and 0.
 template <class R, class Work>

@@ -142,7 +142,7 @@ GpsReadingThreadImpl::~GpsReadingThreadImpl() { Stop(); }
 
 int GpsReadingThreadImpl::Start(TextSink* sink, CIMExceptionImpl* error) {
   if (run_) {
-    SetError(error, kErrNone, u"", u"");
+    SetError(error, kErrGeneralFailure, u"", u"");
     return 0;
   }
   // A cancel left over from the last stop must not cut the first read short.
@@ -151,7 +151,7 @@ int GpsReadingThreadImpl::Start(TextSink* sink, CIMExceptionImpl* error) {
   // No events, or no memory: nothing was started, and the caller sees the
   // general failure either way.
   if (!CatchInto(error, [&] { run = new ReadingRun(source_, sink); })) {
-    SetError(error, kErrNone);
+    SetError(error, kErrGeneralFailure);
     return 0;
   }
   reading_ = starter_([run] {
@@ -159,7 +159,7 @@ int GpsReadingThreadImpl::Start(TextSink* sink, CIMExceptionImpl* error) {
     return uint32_t{0};
   });
   if (!reading_) {
-    SetError(error, kErrNone, u"", u"");
+    SetError(error, kErrGeneralFailure, u"", u"");
     return 0;
   }
   reading_->SetPriorityAboveNormal();
@@ -168,7 +168,7 @@ int GpsReadingThreadImpl::Start(TextSink* sink, CIMExceptionImpl* error) {
     return uint32_t{0};
   });
   if (!watchdog_) {
-    SetError(error, kErrNone, u"", u"");
+    SetError(error, kErrGeneralFailure, u"", u"");
     StopReadingThread(*run);
     run->DropSink();
     return 0;

@@ -1,20 +1,9 @@
 #include "log/logger.h"
 #include "support/error.h"
 #include "support/ini_reader.h"
+#include "support/library_ini_path.h"
 
 namespace kavo {
-namespace {
-
-constexpr size_t kMaxPath = 260;
-
-}  // namespace
-
-WideString LibraryIniPath(const WideString& modulePath) {
-  const size_t nameStart = modulePath.find_last_of(u"\\/") + 1;  // npos + 1 == 0
-  const size_t dot = modulePath.find(u'.', nameStart);
-  WideString path = modulePath.substr(0, dot) + u".ini";
-  return path.size() < kMaxPath ? path : WideString();
-}
 
 void ConfigureLoggerAtLoad(Logger& logger, const WideString& modulePath) {
   // Loading the library must not change the loading thread's last error,

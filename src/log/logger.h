@@ -114,11 +114,6 @@ class FileLogSink : public LogSink {
   std::unique_ptr<platform::File> file_;
 };
 
-// The library's path with the extension of its file name replaced by
-// ".ini" (empty when that is 260 characters or longer): the file that
-// configures the log and the receiver options.
-WideString LibraryIniPath(const WideString& modulePath);
-
 // Load-time configuration: installs the debug sink, then a file sink when
 // the initialisation file beside `modulePath` names one in
 // [Logger] FileName. Never throws.

@@ -88,13 +88,13 @@ int32_t FixQualityFromField(WideView field) {
 }
 
 ReceiverTime TimeOfDay(WideView time, const platform::LocalTime& now) {
-  if (time.size() < 6) return ReceiverTime{OleDateFromLocalTime(now), 2};
+  if (time.size() < 6) return ReceiverTime{OleDateFromLocalTime(now), GPS_TIME_LOCAL_CLOCK};
   DateTimeParts parts;
   parts.year = now.year;
   parts.month = now.month;
   parts.day = now.day;
   ReadTimeOfDay(time, &parts);
-  return Build(parts, 1);
+  return Build(parts, GPS_TIME_OF_DAY);
 }
 
 ReceiverTime DateAndTime(WideView time, WideView date, const platform::LocalTime& now) {
@@ -111,7 +111,7 @@ ReceiverTime DateAndTime(WideView time, WideView date, const platform::LocalTime
   parts.month = static_cast<int>(month);
   // Two-digit years pivot at 1971: 70 is 2070, 71 is 1971.
   parts.year = (year < 71 ? 2000 : 1900) + static_cast<int>(year);
-  return Build(parts, 0);
+  return Build(parts, GPS_TIME_FULL);
 }
 
 }  // namespace kavo::nmea

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+#include "KavoMobileGPS.h"
 #include "platform/platform.h"
 #include "support/wide_string.h"
 
@@ -37,14 +38,14 @@ int32_t FixQualityFromField(WideView field);
 // A receiver time as an OLE Automation date with its time type.
 struct ReceiverTime {
   double value = 0.0;
-  int32_t type = 2;
+  int32_t type = GPS_TIME_LOCAL_CLOCK;
 };
 
-// hhmmss[.sss] on today's local date (type 1); shorter than six units: the
-// local clock itself (type 2).
+// hhmmss[.sss] on today's local date (GPS_TIME_OF_DAY); shorter than six
+// units: the local clock itself (GPS_TIME_LOCAL_CLOCK).
 ReceiverTime TimeOfDay(WideView time, const platform::LocalTime& now);
-// RMC time and ddmmyy date (type 0; years below 71 are 20yy); without a
-// date, as TimeOfDay.
+// RMC time and ddmmyy date (GPS_TIME_FULL; years below 71 are 20yy);
+// without a date, as TimeOfDay.
 ReceiverTime DateAndTime(WideView time, WideView date, const platform::LocalTime& now);
 
 }  // namespace kavo::nmea

@@ -7,6 +7,7 @@
 #include "log/logger.h"
 #include "platform/platform.h"
 #include "support/ini_reader.h"
+#include "support/library_ini_path.h"
 
 namespace kavo::nmea {
 namespace {

@@ -42,9 +42,6 @@ class ReceiverOptions {
   // port probe recognises a receiver ("$GP" with the defaults).
   bool HasAcceptedTalker(WideView text) const;
 
-  size_t TalkerCount() const { return count_; }
-  std::u16string_view Talker(size_t index) const { return {talkers_[index], 2}; }
-
  private:
   char16_t talkers_[kMaxTalkers][2] = {{u'G', u'P'}};
   size_t count_ = 1;

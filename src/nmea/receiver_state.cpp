@@ -13,7 +13,7 @@ ReceiverState::ReceiverState() {
 }
 
 void ReceiverState::Reset() {
-  status_ = 0;
+  status_ = GPS_STATUS_RECEIVING;
   mask_ = 0;
   sentencesSeen_ = false;
   const double now = OleDateFromLocalTime(platform::LocalNow());

@@ -17,8 +17,8 @@ class ReceiverState {
  public:
   ReceiverState();
 
-  // All zero, times from the local clock (type 2), status, mask and
-  // sentences-seen 0.
+  // All zero, times from the local clock (GPS_TIME_LOCAL_CLOCK), status
+  // receiving, mask and sentences-seen 0.
   void Reset();
 
   const GPSLocation& Location() const { return location_; }
@@ -66,7 +66,7 @@ class ReceiverState {
   GPSLocation location_;
   GPSSatellites satellites_;
   GPSSatellites working_;
-  int32_t status_ = 0;
+  int32_t status_ = GPS_STATUS_RECEIVING;
   uint32_t mask_ = 0;
   bool sentencesSeen_ = false;
   bool inChunk_ = false;

@@ -6,14 +6,12 @@ int ReceiverStateStore::Reset() {
   const CriticalSectionLock::Guard guard(lock_);
   state_.Reset();
   framer_.ResetSky();
-  started_ = 1;
   return 1;
 }
 
 void ReceiverStateStore::Clear() {
   const CriticalSectionLock::Guard guard(lock_);
   framer_.Clear();
-  started_ = 0;
 }
 
 int ReceiverStateStore::ProcessChunk(WideView chunk) {

@@ -21,26 +21,22 @@ class ReceiverStateStore {
   ReceiverStateStore(const ReceiverStateStore&) = delete;
   ReceiverStateStore& operator=(const ReceiverStateStore&) = delete;
 
-  // Empty records stamped with the local clock; started. Returns 1.
+  // Empty records stamped with the local clock. Returns 1.
   int Reset();
-  // Forgets the unterminated text; stopped. The records stay.
+  // Forgets the unterminated text. The records stay.
   void Clear();
   // Frames and parses one chunk under the lock. 1, or 0 when the framing
-  // failed (status -4 then).
+  // failed (GPS_STATUS_PARSE_ERROR then).
   int ProcessChunk(WideView chunk);
 
-  // What the last chunk did; read on the thread that processes chunks, or
-  // under Lock().
+  // What the last chunk did; read on the thread that processes chunks.
   const GPSLocation& Location() const { return state_.Location(); }
   const GPSSatellites& Satellites() const { return state_.Satellites(); }
   int32_t Status() const { return state_.Status(); }
   uint32_t UpdateMask() const { return state_.UpdateMask(); }
   uint32_t SentencesSeen() const { return state_.SentencesSeen() ? 1u : 0u; }
-  uint32_t Started() const { return started_; }
   // The recognised sentences of the last chunk, valid until the next one.
   const SentenceList& RecognisedSentences() const { return framer_.Sentences(); }
-
-  CriticalSectionLock& Lock() { return lock_; }
 
   // For diagnostics, tests and fuzzing.
   const ReceiverState& State() const { return state_; }
@@ -50,7 +46,6 @@ class ReceiverStateStore {
   CriticalSectionLock lock_;
   ReceiverState state_;
   SentenceFramer framer_;
-  uint32_t started_ = 0;
 };
 
 }  // namespace kavo::nmea

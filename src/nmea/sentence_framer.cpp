@@ -98,7 +98,7 @@ int SentenceFramer::Process(WideView chunk, ReceiverState& state) {
 // The rest of the chunk is lost and the leftover stays as it was; the
 // receiver shows the failure until a sentence is recognised again.
 int SentenceFramer::Failed(ReceiverState& state) {
-  state.SetStatus(-4);
+  state.SetStatus(GPS_STATUS_PARSE_ERROR);
   state.SetSentencesSeen();
   try {
     Logger::Instance().Write(u"Parser error\n");
@@ -122,7 +122,7 @@ void SentenceFramer::TakeLine(WideView head, WideView tail, ReceiverState& state
   if (!Dispatch(line, state)) return;
   sentences_.Append(line);
   state.SetSentencesSeen();
-  state.SetStatus(0);
+  state.SetStatus(GPS_STATUS_RECEIVING);
 }
 
 void SentenceFramer::KeepTail(bool afterLeftover, WideView rest) {

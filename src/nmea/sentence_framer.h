@@ -28,7 +28,7 @@ class SentenceFramer {
   static constexpr size_t kMaxLeftover = 512;
 
   // Parses the chunk's complete lines into `state`. 0 when the framing
-  // itself failed (out of memory): logged as "Parser error", status -4.
+  // itself failed (out of memory): logged as "Parser error", GPS_STATUS_PARSE_ERROR.
   int Process(WideView chunk, ReceiverState& state);
   // Forgets the unterminated tail.
   void Clear() { leftoverLength_ = 0; }

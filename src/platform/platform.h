@@ -1,6 +1,7 @@
 // Everything the library asks of an operating system. Only src/platform/
 // includes OS headers; the rest of the library sees these declarations.
-// Serial ports and the registry have headers of their own beside this one.
+// The last error, serial ports and the registry have headers of their own
+// beside this one.
 #pragma once
 
 #include <cstdint>
@@ -8,26 +9,9 @@
 #include <memory>
 #include <string>
 
+#include "platform/last_error.h"
+
 namespace kavo::platform {
-
-// --- last error ------------------------------------------------------------
-
-// The calling thread's last-error value (SetLastError/GetLastError on Win32).
-uint32_t GetLastError();
-void SetLastError(uint32_t code);
-
-// Win32 error codes the library reports.
-constexpr uint32_t kErrorSuccess = 0;
-constexpr uint32_t kErrorFileNotFound = 2;
-constexpr uint32_t kErrorAccessDenied = 5;
-constexpr uint32_t kErrorOutOfMemory = 14;
-constexpr uint32_t kErrorSharingViolation = 32;
-constexpr uint32_t kErrorNotSupported = 50;
-constexpr uint32_t kErrorInvalidParameter = 87;
-constexpr uint32_t kErrorBadArguments = 160;
-constexpr uint32_t kErrorMoreData = 234;
-constexpr uint32_t kErrorNoMoreItems = 259;
-constexpr uint32_t kErrorFileInvalid = 1006;
 
 // --- clock -----------------------------------------------------------------
 
@@ -184,14 +168,5 @@ std::u16string ModulePath();
 // Both convert `count` units one for one and return the number written.
 size_t CodePageToWide(const uint8_t* bytes, size_t count, char16_t* out);
 size_t WideToCodePage(const char16_t* text, size_t count, uint8_t* out);
-
-}  // namespace kavo::platform
-
-namespace kavo::platform {
-
-// UTF-16 <-> UTF-8 (paths on POSIX, tools, tests). Malformed input becomes
-// U+FFFD.
-std::string Utf16ToUtf8(const std::u16string& text);
-std::u16string Utf8ToUtf16(const std::string& text);
 
 }  // namespace kavo::platform

@@ -1,6 +1,6 @@
 // The registry as the Win32 API shows it. On Win32 it is the real registry;
 // on POSIX an in-memory hive loaded from a .reg file or synthesised from the
-// system's serial devices (see posix/registry_loader.h).
+// system's serial devices (see posix/registry/loader.h).
 #pragma once
 
 #include <cstdint>
@@ -35,10 +35,6 @@ constexpr uint32_t kKeyReadWrite = 0x2001F;
 // Dispositions reported by CreateKey.
 constexpr uint32_t kCreatedNewKey = 1;
 constexpr uint32_t kOpenedExistingKey = 2;
-
-// Error codes beyond those of platform.h.
-constexpr uint32_t kErrorInvalidHandle = 6;
-constexpr uint32_t kErrorKeyDeleted = 1018;
 
 // Every function returns a Win32 error code, 0 on success, as the registry
 // API does; none sets the thread's last error.

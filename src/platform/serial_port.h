@@ -28,6 +28,12 @@ constexpr uint32_t kDcbRtsControlMask = 0x3000;  // fRtsControl, 2 bits
 constexpr uint32_t kDcbRtsControlEnable = 0x1000;
 constexpr uint32_t kDcbRtsControlToggle = 0x3000;
 
+// MAXDWORD, which COMMTIMEOUTS fields use as a marker: a read interval of
+// MAXDWORD with a multiplier of MAXDWORD and a constant between 0 and
+// MAXDWORD returns at once with what is queued, else waits for the first
+// byte up to the constant.
+constexpr uint32_t kMaxDword = 0xFFFFFFFFu;
+
 struct SerialTimeouts {
   uint32_t readInterval = 0;
   uint32_t readTotalMultiplier = 0;

@@ -113,7 +113,7 @@ int COMPortCollection::ObtainPort(uint32_t index, COMPortInfo* port, uint8_t* bu
   LogScope scope(u"Obtaining port");
   const WideString& name = NameAt(index);
   WideString corrected;
-  if (!CorrectPortName(name, &corrected)) Raise(kErrNone, u"Not a port name", name.c_str());
+  if (!CorrectPortName(name, &corrected)) Raise(kErrGeneralFailure, u"Not a port name", name.c_str());
 
   std::unique_ptr<platform::SerialPort> opened = platform::SerialPort::Open(corrected, platform::SerialAccess::kQuery);
   Logger::Instance().Format(u"Create file returned: %X\n",
@@ -125,7 +125,7 @@ int COMPortCollection::ObtainPort(uint32_t index, COMPortInfo* port, uint8_t* bu
     if (!opened->Close()) Raise(kErrOperationFailed, name.c_str());
   }
 
-  if (name.size() > COMPortInfo::kMaxName) Raise(kErrNone, u"Port name too long", name.c_str());
+  if (name.size() > COMPortInfo::kMaxName) Raise(kErrGeneralFailure, u"Port name too long", name.c_str());
   port->Reset();
   port->SetName(name.c_str());
   if (opened && haveState && state.length != 0) {

@@ -66,7 +66,7 @@ int RegistryKey::Open(const char16_t* path, uint32_t access) {
   Close();
   const WideView full = path ? WideView(path) : WideView();
   const size_t slash = full.find(u'\\');
-  if (slash == WideView::npos) Raise(kErrNone, u"Registry path without a backslash", path);
+  if (slash == WideView::npos) Raise(kErrGeneralFailure, u"Registry path without a backslash", path);
   const reg::Key root = RootByName(full.substr(0, slash));
   if (!root) return 0;
   const WideString subPath(full.substr(slash + 1));
@@ -89,12 +89,6 @@ Ref<RegistryKey> RegistryKey::OpenPath(const char16_t* path, uint32_t access) {
   return key;
 }
 
-int RegistryKey::SetBinary(const char16_t* name, const void* data, uint32_t length) {
-  if (!key_) return 0;
-  const uint32_t error = reg::SetValue(key_, name, reg::kTypeBinary, data, length);
-  return error == platform::kErrorSuccess ? 1 : 0;
-}
-
 int RegistryKey::SetString(const char16_t* text, const char16_t* name, bool multi, int32_t length) {
   if (!key_) return 0;
   if (!text) Raise(kFailCode, u"No text to write to the registry", name);
@@ -111,17 +105,6 @@ int RegistryKey::SetNumber(const char16_t* name, uint32_t value) {
   if (!key_) return 0;
   const uint32_t error = reg::SetValue(key_, name, reg::kTypeDword, &value, sizeof value);
   return error == platform::kErrorSuccess ? 1 : 0;
-}
-
-int RegistryKey::QueryBinary(const char16_t* name, void* buffer, uint32_t* length) {
-  if (!key_ || !length) return 0;
-  uint32_t type = 0;
-  uint32_t bytes = *length;
-  const uint32_t error = reg::QueryValue(key_, name, &type, buffer, &bytes);
-  if (error != platform::kErrorSuccess) return 0;
-  if (type != reg::kTypeBinary) return 0;
-  *length = bytes;
-  return 1;
 }
 
 int RegistryKey::QueryString(const char16_t* name, char16_t* buffer, uint32_t* length) {
@@ -161,17 +144,12 @@ uint32_t RegistryKey::GrowNameBuffer(uint32_t size) {
   return static_cast<uint32_t>(grown);
 }
 
-int RegistryKey::EnumerateSubkeys(const NameCallback& callback) { return Enumerate(false, callback); }
-
-int RegistryKey::EnumerateValues(const NameCallback& callback) { return Enumerate(true, callback); }
-
-int RegistryKey::Enumerate(bool values, const NameCallback& callback) {
+int RegistryKey::EnumerateSubkeys(const NameCallback& callback) {
   if (!key_) return 0;
   std::vector<char16_t> name(kFirstNameBufferSize);
   for (uint32_t index = 0;;) {
     auto length = static_cast<uint32_t>(name.size());
-    const uint32_t error =
-        values ? reg::EnumValue(key_, index, name.data(), &length) : reg::EnumKey(key_, index, name.data(), &length);
+    const uint32_t error = reg::EnumKey(key_, index, name.data(), &length);
     if (error == platform::kErrorNoMoreItems) return 1;
     if (error == platform::kErrorMoreData) {
       name.resize(GrowNameBuffer(static_cast<uint32_t>(name.size())));

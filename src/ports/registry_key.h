@@ -1,5 +1,5 @@
-// One open registry key with typed reads and writes, subkeys and walks over
-// names. A key or value that is missing or cannot be read or written comes
+// One open registry key with typed reads and writes, subkeys and a walk
+// over subkey names. A key or value that is missing or cannot be read or written comes
 // back as a zero result (no caller tells one registry failure from
 // another); only a path without a backslash, a missing text to write and a
 // name buffer that would outgrow 32 bits are raised.
@@ -43,7 +43,6 @@ class RegistryKey {
   static Ref<RegistryKey> OpenPath(const char16_t* path, uint32_t access);
 
   // --- writes ---
-  int SetBinary(const char16_t* name, const void* data, uint32_t length);
   // REG_SZ, or REG_MULTI_SZ with `multi`. `length` in 16-bit characters,
   // terminators included; -1 counts up to the text's terminator, which a
   // multi-string cannot use (a zero result).
@@ -52,9 +51,6 @@ class RegistryKey {
   int SetNumber(const char16_t* name, int32_t value) { return SetNumber(name, static_cast<uint32_t>(value)); }
 
   // --- reads ---
-  // REG_BINARY only. `length` in bytes: in, the buffer's size; out, the
-  // value's.
-  int QueryBinary(const char16_t* name, void* buffer, uint32_t* length);
   // REG_SZ, REG_EXPAND_SZ or REG_MULTI_SZ. `length` in characters: in, the
   // buffer's size with its terminator; out, the characters stored,
   // terminator included. A value that does not fit fails and leaves
@@ -66,10 +62,9 @@ class RegistryKey {
     return QueryNumber(name, reinterpret_cast<uint32_t*>(value));
   }
 
-  // --- walks: every name in registry order; the callback cannot stop it ---
+  // --- walk: every subkey name in registry order; the callback cannot stop it ---
   using NameCallback = std::function<void(const char16_t* name)>;
   int EnumerateSubkeys(const NameCallback& callback);
-  int EnumerateValues(const NameCallback& callback);
   // The name buffer's next size after ERROR_MORE_DATA; raises when it would
   // pass the largest signed 32-bit number.
   static uint32_t GrowNameBuffer(uint32_t size);
@@ -85,7 +80,6 @@ class RegistryKey {
 
  private:
   static RegistryKey* NewCounted(platform::registry::Key key);
-  int Enumerate(bool values, const NameCallback& callback);
 
   platform::registry::Key key_ = 0;  // 0 while closed
   std::atomic<int32_t> refs_{0};

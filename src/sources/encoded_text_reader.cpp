@@ -7,7 +7,6 @@ namespace {
 constexpr char16_t kCr = 13;
 constexpr char16_t kLf = 10;
 constexpr char16_t kBrokenSequence = u'?';
-constexpr uint32_t kErrorInvalidHandle = 6;
 }  // namespace
 
 void EncodedTextReader::Open(const WideString& path) {
@@ -48,7 +47,7 @@ void EncodedTextReader::DetectByteOrderMark() {
 }
 
 void EncodedTextReader::Rewind() {
-  if (!file_) RaiseSystemError(kErrorInvalidHandle);
+  if (!file_) RaiseSystemError(platform::kErrorInvalidHandle);
   SeekToStart();
 }
 

@@ -12,7 +12,7 @@ uint32_t SaturatingAdd(uint32_t a, uint32_t b) {
 }  // namespace
 
 NmeaFilePlayback::NmeaFilePlayback() : cancel_(platform::Event::Create(true, false)) {
-  if (!cancel_) Raise(kErrNone);
+  if (!cancel_) Raise(kErrGeneralFailure);
 }
 
 int NmeaFilePlayback::Open(const WideString& path, uint32_t intervalMs, bool repeat) {
@@ -37,7 +37,7 @@ int NmeaFilePlayback::Read(char16_t* buffer, uint32_t capacity, uint32_t* count,
   // reading thread that ends here leaves it free for the next one.
   if (paused_.load()) return 1;
   return CatchInto(error, [&] {
-    if (!open_) Raise(kErrNone);
+    if (!open_) Raise(kErrGeneralFailure);
     if (!buffer || !count || capacity == 0) Raise(kErrInvalidParameter);
     const uint32_t elapsed = platform::TickCount() - lastReadTick_;
     uint32_t lines = 1;

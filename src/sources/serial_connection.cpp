@@ -8,7 +8,7 @@
 namespace kavo {
 namespace {
 
-constexpr uint32_t kMaxDword = 0xFFFFFFFFu;
+using platform::kMaxDword;
 constexpr uint32_t kInvalidHandleValue = 0xFFFFFFFFu;  // as the log shows a closed port
 constexpr uint32_t kLineControlMask = platform::kDcbDtrControlMask | platform::kDcbRtsControlMask;
 
@@ -36,7 +36,7 @@ class PortLock {
 }  // namespace
 
 SerialConnection::SerialConnection() : mutex_(platform::Mutex::Create()) {
-  if (!mutex_) Raise(kErrNone);
+  if (!mutex_) Raise(kErrGeneralFailure);
 }
 
 SerialConnection::~SerialConnection() { Close(); }
@@ -79,7 +79,7 @@ void SerialConnection::OpenLocked(const COMPortInfo& port) {
   }
   log.Format(u"COM port name before correction: %s\n", port.Name);
   WideString name;
-  if (!CorrectPortName(port.Name, &name)) Raise(kErrNone);
+  if (!CorrectPortName(port.Name, &name)) Raise(kErrGeneralFailure);
 
   std::shared_ptr<platform::SerialPort> opened = platform::SerialPort::Open(name, platform::SerialAccess::kReadWrite);
   const uint32_t lastError = platform::GetLastError();
@@ -129,7 +129,7 @@ void SerialConnection::ApplyLineSettings(platform::SerialPort& opened, const COM
 int SerialConnection::Read(char16_t* buffer, uint32_t capacity, uint32_t* count, CIMExceptionImpl* error) {
   PortLock lock(*mutex_, platform::kInfinite);
   return CatchInto(error, [&] {
-    if (!open_) Raise(kErrNone);
+    if (!open_) Raise(kErrGeneralFailure);
     if (!buffer || !count || capacity == 0) Raise(kErrInvalidParameter);
     std::shared_ptr<platform::SerialPort> port = CurrentPort();
     std::unique_ptr<uint8_t[]> bytes = AllocateBytes(capacity);

@@ -5,61 +5,10 @@
 #include "support/wide_string.h"
 
 namespace kavo {
-namespace {
-
-// Texts of the internal codes, for the message and detail of a record.
-const char16_t* StandardText(int32_t code) {
-  switch (code) {
-    case kErrNone:
-      return u"The operation failed.";
-    case -2:
-      return u"The operation was cancelled.";
-    case kErrOutOfMemory:
-      return u"Not enough memory.";
-    case -4:
-      return u"The object is not initialised.";
-    case kErrPortCollection:
-      return u"The list of serial ports could not be built.";
-    case -6:
-      return u"The object is already initialised.";
-    case -7:
-      return u"The operation timed out.";
-    case -8:
-      return u"Access was denied.";
-    case kErrInvalidParameter:
-      return u"A parameter is not valid.";
-    case -10:
-      return u"The data are not valid.";
-    case kErrOperationFailed:
-      return u"A serial port or file operation failed.";
-    case -12:
-      return u"The device is busy.";
-    case -13:
-      return u"The device did not answer.";
-    case kErrPortNotFound:
-      return u"The port cannot be opened, or no GPS port was found.";
-    case -15:
-      return u"The end of the data was reached.";
-    case kErrNotSupported:
-      return u"The operation is not supported.";
-    case -17:
-      return u"The operation is not allowed now.";
-    case -18:
-      return u"The receiver is not connected.";
-    case -19:
-      return u"The value is out of range.";
-    default:
-      return code < 0 ? u"Unknown error." : u"";
-  }
-}
-
-}  // namespace
 
 void CIMExceptionImpl::SetMessage(const char16_t* text) { CopyTruncated(message_, kErrorTextLength - 1, text); }
 
 void CIMExceptionImpl::SetDetail(const char16_t* text) { CopyTruncated(detail_, kErrorTextLength - 1, text); }
-
-std::u16string StandardErrorText(int32_t code) { return StandardText(code); }
 
 void SetError(CIMExceptionImpl* record, int32_t code) { SetError(record, code, nullptr, nullptr); }
 
@@ -71,9 +20,9 @@ void SetError(CIMExceptionImpl* record, int32_t code, const char16_t* message, c
   const bool haveMessage = WideLength(message) > 0;
   const bool haveDetail = WideLength(detail) > 0;
   if (haveMessage && haveDetail) return;
-  const char16_t* standard = StandardText(code);
-  if (!haveMessage) record->SetMessage(standard);
-  if (!haveDetail) record->SetDetail(standard);
+  const std::u16string standard = StandardErrorText(code);
+  if (!haveMessage) record->SetMessage(standard.c_str());
+  if (!haveDetail) record->SetDetail(standard.c_str());
 }
 
 std::u16string CIMExceptionEx::Describe() const {
@@ -111,7 +60,7 @@ CIMExceptionImpl CaughtError() noexcept {
   } catch (const CException&) {
     SetError(&record, kErrNotSupported);
   } catch (...) {
-    SetError(&record, kErrNone);
+    SetError(&record, kErrGeneralFailure);
   }
   return record;
 }

@@ -5,18 +5,9 @@
 #include <cstdint>
 #include <string>
 
-namespace kavo {
+#include "support/error_codes.h"
 
-// Internal error codes.
-enum ErrorCode : int32_t {
-  kErrNone = -1,  // also: thread creation failed, general failure
-  kErrOutOfMemory = -3,
-  kErrPortCollection = -5,  // the port collection could not be filled
-  kErrInvalidParameter = -9,
-  kErrOperationFailed = -11,  // a serial or file operation failed
-  kErrPortNotFound = -14,     // port cannot be opened, or no GPS port found
-  kErrNotSupported = -16,
-};
+namespace kavo {
 
 constexpr size_t kErrorTextLength = 257;  // units, terminator included
 
@@ -30,7 +21,9 @@ class CIMExceptionI {
   ~CIMExceptionI() = default;
 };
 
-// The per-call error record: code -1 and empty texts until an error is set.
+// The per-call error record: empty texts, and the general failure as its
+// code until an error is set, so that a step that fails without saying why
+// reports that.
 class CIMExceptionImpl : public CIMExceptionI {
  public:
   CIMExceptionImpl() = default;
@@ -49,11 +42,8 @@ class CIMExceptionImpl : public CIMExceptionI {
  private:
   char16_t message_[kErrorTextLength] = {};
   char16_t detail_[kErrorTextLength] = {};
-  int32_t code_ = kErrNone;
+  int32_t code_ = kErrGeneralFailure;
 };
-
-// The standard text of an internal code (empty for codes >= 0).
-std::u16string StandardErrorText(int32_t code);
 
 // Sets the code and both texts; an empty text is filled with the code's
 // standard text. Does nothing when `record` is null.
@@ -111,7 +101,7 @@ void CopyError(const CIMExceptionImpl& from, CIMExceptionImpl* to);
 
 // The exception being handled, as a record: a raised error as it was
 // raised, running out of memory as kErrOutOfMemory, any other CException
-// as kErrNotSupported, anything else as the general failure. Call only
+// as kErrNotSupported, anything else as kErrGeneralFailure. Call only
 // inside a catch block.
 CIMExceptionImpl CaughtError() noexcept;
 

@@ -6,6 +6,7 @@
 #include "platform/platform.h"
 #include "support/text_converter.h"
 #include "support/wide_string.h"
+#include "utf_conversion.h"
 
 namespace kavo {
 namespace {
@@ -30,7 +31,7 @@ bool ReadText(const std::u16string& path, WideString* text) {
     for (size_t i = 2; i + 1 < bytes.size(); i += 2)
       text->push_back(char16_t(uint8_t(bytes[i]) | (uint8_t(bytes[i + 1]) << 8)));
   } else if (bytes.size() >= 3 && bytes.compare(0, 3, "\xEF\xBB\xBF") == 0) {
-    *text = platform::Utf8ToUtf16(bytes.substr(3));
+    *text = unicode::Utf8ToUtf16(bytes.substr(3));
   } else {
     text->resize(bytes.size());
     TextConverter().BytesToWide(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size(), text->data());

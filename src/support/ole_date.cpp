@@ -17,6 +17,4 @@ double OleDateFromLocalTime(const platform::LocalTime& t) {
   return date;
 }
 
-double OleDateNow() { return OleDateFromLocalTime(platform::LocalNow()); }
-
 }  // namespace kavo

@@ -18,8 +18,7 @@ bool OleDateFromParts(const DateTimeParts& parts, double* date);
 // outside the years 100 to 9999 or is not a number.
 bool OleDateToParts(double date, DateTimeParts* parts);
 
-// The local clock now, as a date (milliseconds dropped).
-double OleDateNow();
+// A local clock reading as a date (milliseconds dropped).
 double OleDateFromLocalTime(const platform::LocalTime& time);
 
 }  // namespace kavo

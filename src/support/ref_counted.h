@@ -29,7 +29,6 @@ class RefCounted {
       if (refs_.compare_exchange_weak(refs, refs + 1, std::memory_order_relaxed)) return true;
     return false;
   }
-  int32_t RefCount() const { return refs_.load(std::memory_order_relaxed); }
 
  protected:
   virtual ~RefCounted() = default;

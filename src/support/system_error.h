@@ -16,6 +16,4 @@ namespace kavo {
 // Raises a system error with the calling thread's last-error value.
 [[noreturn]] void RaiseLastSystemError(const char16_t* detail = nullptr);
 
-inline bool IsSystemError(const CIMExceptionImpl& error) { return error.Code() > 0; }
-
 }  // namespace kavo

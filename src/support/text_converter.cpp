@@ -1,6 +1,7 @@
 #include "support/text_converter.h"
 
 #include "platform/platform.h"
+#include "utf_conversion.h"
 
 namespace kavo {
 
@@ -13,7 +14,7 @@ size_t TextConverter::WideToBytes(const char16_t* text, size_t count, uint8_t* o
 }
 
 size_t TextConverter::Utf8SequenceToWide(const uint8_t* bytes, size_t count, char16_t out[2]) const {
-  const std::u16string units = platform::Utf8ToUtf16(std::string(reinterpret_cast<const char*>(bytes), count));
+  const std::u16string units = unicode::Utf8ToUtf16(std::string(reinterpret_cast<const char*>(bytes), count));
   // A sequence decodes to one code point; anything else was malformed.
   if (units.size() == 2 && units[0] >= 0xD800 && units[0] <= 0xDBFF) {
     out[0] = units[0];

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "platform/platform.h"
+#include "utf_conversion.h"
 
 namespace kavo {
 namespace {
@@ -33,10 +33,6 @@ size_t CopyTruncated(char16_t* dest, size_t maxChars, const char16_t* source) {
   return n;
 }
 
-void ToLowerInPlace(char16_t* text) {
-  for (; text && *text; ++text) *text = LowerUnit(*text);
-}
-
 WideString ToLower(WideView text) {
   WideString out(text);
   for (auto& c : out) c = LowerUnit(c);
@@ -50,7 +46,7 @@ bool EqualsIgnoreCase(WideView a, WideView b) {
 
 bool Contains(WideView haystack, WideView needle) { return haystack.find(needle) != WideView::npos; }
 
-WideString FromUtf8(std::string_view text) { return platform::Utf8ToUtf16(std::string(text)); }
-std::string ToUtf8(WideView text) { return platform::Utf16ToUtf8(WideString(text)); }
+WideString FromUtf8(std::string_view text) { return unicode::Utf8ToUtf16(std::string(text)); }
+std::string ToUtf8(WideView text) { return unicode::Utf16ToUtf8(WideString(text)); }
 
 }  // namespace kavo

@@ -18,9 +18,7 @@ size_t WideLength(const char16_t* text);
 // Returns the number copied.
 size_t CopyTruncated(char16_t* dest, size_t maxChars, const char16_t* source);
 
-// Lower-cases ASCII and Latin-1 letters in place, as the port-name
-// correction needs.
-void ToLowerInPlace(char16_t* text);
+// Lower-cases ASCII and Latin-1 letters, as the port-name correction needs.
 WideString ToLower(WideView text);
 
 bool EqualsIgnoreCase(WideView a, WideView b);

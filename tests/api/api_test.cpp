@@ -7,6 +7,7 @@
 #include <new>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "KavoMobileGPS.h"
 #include "api/frames.h"
@@ -53,6 +54,12 @@ TEST(Frames, OperationReportsTheRecordOrWhatWasRaised) {
        2},
       {[](CIMExceptionImpl*) { return 0; }, 50},  // zero without a code
       {[](CIMExceptionImpl*) -> int { Raise(kErrOperationFailed); }, 1006},
+      {[](CIMExceptionImpl*) -> int { Raise(kErrInvalidParameter); }, 87},
+      {[](CIMExceptionImpl*) -> int { Raise(kErrOutOfMemory); }, 14},
+      {[](CIMExceptionImpl*) -> int { Raise(kErrNotSupported); }, 50},
+      {[](CIMExceptionImpl*) -> int { Raise(kErrPortCollection); }, 50},  // not mapped
+      {[](CIMExceptionImpl*) -> int { Raise(-40); }, 50},                 // not in the table
+      {[](CIMExceptionImpl*) -> int { Raise(5); }, 50},                   // an OS error
       {[](CIMExceptionImpl*) -> int { throw std::bad_alloc(); }, 14},
   };
   for (const auto& row : table) {
@@ -79,7 +86,8 @@ struct Handle {
 TEST(Frames, CreationReturnsTheHandleOrNullAndLeavesNothingBehind) {
   int alive = 0;
   // The second step fails after two parts exist; then one that succeeds.
-  for (const int32_t code : {-14, -3, -1, 0}) {
+  const std::pair<int32_t, uint32_t> codes[] = {{-14, 2}, {-3, 14}, {-1, 50}, {0, 0}};
+  for (const auto& [code, win32] : codes) {
     Handle* made = CreatingFrame<Handle*>(true, [&](CIMExceptionImpl& record) {
       OwningHolder<Handle> handle(new Handle);
       handle->first = new Part(&alive);
@@ -90,7 +98,7 @@ TEST(Frames, CreationReturnsTheHandleOrNullAndLeavesNothingBehind) {
       return handle.Detach();
     });
     EXPECT_EQ(made == nullptr, code != 0);
-    EXPECT_EQ(LastError(), code ? MapToWin32(code) : 0u) << code;
+    EXPECT_EQ(LastError(), win32) << code;
     EXPECT_EQ(alive, code ? 0 : 2) << code;
     delete made;
   }

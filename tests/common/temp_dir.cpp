@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "platform/platform.h"
+#include "utf_conversion.h"
 
 namespace kavo::test {
 
@@ -26,7 +27,7 @@ TempDir::~TempDir() {
 
 std::string TempDir::File(const std::string& name) const { return (std::filesystem::path(path_) / name).string(); }
 
-std::u16string TempDir::WideFile(const std::string& name) const { return platform::Utf8ToUtf16(File(name)); }
+std::u16string TempDir::WideFile(const std::string& name) const { return unicode::Utf8ToUtf16(File(name)); }
 
 void TempDir::Write(const std::string& name, const std::string& bytes) const {
   std::ofstream out(File(name), std::ios::binary);

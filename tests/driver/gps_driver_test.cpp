@@ -97,8 +97,8 @@ TEST_F(GpsDriverTest, FailedStartUndoesWhatItDid) {
       {true, kErrOutOfMemory, 0, kErrOutOfMemory, {"playback.Resume", "receiver.Start", "playback.Pause"}},
       {true,
        0,
-       kErrNone,
-       kErrNone,
+       kErrGeneralFailure,
+       kErrGeneralFailure,
        {"playback.Resume", "receiver.Start", "thread.Start", "receiver.Stop", "playback.Pause"}},
   };
   for (const Case& c : cases) {

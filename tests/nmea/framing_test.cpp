@@ -15,7 +15,7 @@ TEST_F(FramingTest, OnlyTheFiveGpsSentencesAreRecognisedSilently) {
                                             u"$GPGSV,1,1,00\r", u"$GPRMC,\r", u"$GPGSA,A\r", u"$GPVTG\r"};
   EXPECT_EQ(Recognised(), expected);
   EXPECT_EQ(log_.Text(), u"");
-  EXPECT_EQ(Location().Latitude, Degrees(4807.038));
+  EXPECT_EQ(Location().Latitude, k4807_038);
 }
 
 TEST_F(FramingTest, GarbageWithoutLineFeedsKeepsOnlyTheNewest512Units) {
@@ -34,7 +34,7 @@ TEST_F(FramingTest, GarbageWithoutLineFeedsKeepsOnlyTheNewest512Units) {
   store_.Clear();
   store_.ProcessChunk(W(",005.5,N,010.2,K*48\n"));
   EXPECT_TRUE(Recognised().empty());
-  EXPECT_EQ(Location().Latitude, Degrees(4807.038));
+  EXPECT_EQ(Location().Latitude, k4807_038);
   EXPECT_EQ(Location().Speed, 0.0);
   // A sentence cut over three chunks is read whole.
   store_.ProcessChunk(W(kGga.substr(0, 20)));

@@ -1,10 +1,9 @@
-// Shared pieces of the NMEA tests: a store on a fixed local clock, and the
-// expected values computed the way a reader of a receiver manual would.
+// Shared pieces of the NMEA tests: a store on a fixed local clock, and
+// worked expected values.
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -18,13 +17,11 @@ namespace kavo::test {
 
 inline WideString W(const std::string& text) { return FromUtf8(text); }
 
-// ddmm.mmmm to degrees: whole degrees plus minutes / 60, one rounding per
-// step as a receiver manual computes it.
-inline double Degrees(double ddmm, bool positive = true) {
-  const double v = ddmm * 0.01, d = std::trunc(v), minutes = (v - d) * 100.0;
-  const double result = minutes * 0.016666666666666666 + d;
-  return positive ? result : -result;
-}
+// Worked coordinates (ddmm.mmmm: whole degrees, then minutes), each the
+// double nearest to its exact value, which the conversion must give.
+constexpr double k4807_038 = 48.1173;             // 48 + 7.038 / 60
+constexpr double k1131_000 = 11.516666666666667;  // 11 + 31 / 60
+constexpr double k4900_000 = 49.0;                // 49 + 0 / 60
 
 // An OLE Automation date after 1899 from its day number and time of day.
 inline double OleDate(int dayNumber, int hour, int minute, int second) {

@@ -83,8 +83,8 @@ TEST(CommaDecimalLocale, ChangesNothing) {
 TEST_F(ParsersTest, WorkedGgaStoresEveryFieldExactlyAndOnlyChangesCount) {
   ASSERT_EQ(Feed({kWorkedGga}), 1);
   const GPSLocation& l = Location();
-  EXPECT_EQ(l.Longitude, Degrees(1131.000));
-  EXPECT_NEAR(l.Latitude, 48.1173, 1e-12);
+  EXPECT_EQ(l.Longitude, k1131_000);
+  EXPECT_EQ(l.Latitude, k4807_038);
   EXPECT_EQ(std::make_tuple(l.FixQuality, l.SatellitesInUse, l.HDOP, l.Altitude, l.GeoidSeparation),
             std::make_tuple(1, 8, 0.9, 545.4, 46.9));
   EXPECT_EQ(l.Time, OleDate(kToday, 12, 35, 19));
@@ -106,8 +106,8 @@ TEST_F(ParsersTest, HemispheresAndFixQualities) {
   for (const auto& [hemisphere, positive, quality, expected] : cases) {
     Feed({std::string("$GPGGA,123519,4807.038,") + hemisphere + ",01131.000," + hemisphere + "," + quality +
           ",08,0.9,545.4,M,46.9,M,,"});
-    EXPECT_EQ(Location().Latitude, Degrees(4807.038, positive)) << '"' << hemisphere << '"';
-    EXPECT_EQ(Location().Longitude, Degrees(1131.0, positive)) << '"' << hemisphere << '"';
+    EXPECT_EQ(Location().Latitude, positive ? k4807_038 : -k4807_038) << '"' << hemisphere << '"';
+    EXPECT_EQ(Location().Longitude, positive ? k1131_000 : -k1131_000) << '"' << hemisphere << '"';
     EXPECT_EQ(Location().FixQuality, expected) << quality;
   }
 }
@@ -126,7 +126,7 @@ TEST_F(ParsersTest, RmcDatesPivotAt1971AndItsStatusDecidesTheFix) {
   EXPECT_EQ(Location().FixQuality, 4);                  // an active RMC keeps GGA's better quality
   Feed({"$GPRMC,123521,V,4900.000,S,01131.000,W,1.5,10.0,230394,,*7B"});
   EXPECT_EQ(Location().FixQuality, 0);  // void, yet the position is stored
-  EXPECT_EQ(Location().Latitude, Degrees(4900.0, false));
+  EXPECT_EQ(Location().Latitude, -k4900_000);
   EXPECT_EQ(store_.UpdateMask(), 0x25u);
   Feed({"$GPGGA,,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,"});
   EXPECT_EQ(Location().Time, OleDate(kToday, 9, 0, 0));  // no time: the local clock
@@ -244,7 +244,7 @@ TEST_F(ParsersTest, OverlongFieldsEndTheSentenceQuietly) {
   const std::string lat19 = "4807.03800000000000";  // the most a coordinate may have
   Feed({"$GPGGA,123519," + lat19 + ",N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,"});
   const GPSLocation before = Location();
-  EXPECT_EQ(before.Latitude, Degrees(4807.038));
+  EXPECT_EQ(before.Latitude, k4807_038);
   for (const std::string& sentence :
        {"$GPGGA,123519," + lat19 + "0,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,",
         "$GPGGA,123519,4807.038,N,01131.000,E,1,08," + std::string(256, '1') + ",545.4,M,46.9,M,,",

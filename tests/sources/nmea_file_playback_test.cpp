@@ -45,7 +45,7 @@ class Playback : public testing::Test {
     uint32_t count = 0xDEAD;
     CIMExceptionImpl error;
     EXPECT_EQ(playback_->Read(buffer.data(), capacity, &count, &error), 1);
-    EXPECT_EQ(error.Code(), kErrNone);
+    EXPECT_EQ(error.Code(), kErrGeneralFailure);
     EXPECT_LE(count, capacity - 1);
     EXPECT_EQ(buffer[count], 0) << "not terminated";
     return std::u16string(buffer.data(), count);

@@ -20,7 +20,7 @@ TEST(CatchInto, ClassifiesWhatTheBodyThrows) {
       {[] { Raise(kErrPortNotFound, u"COM7", u"detail"); }, 0, kErrPortNotFound, u"COM7"},
       {[] { Raise(7, u"System error 7"); }, 0, 7, u"System error 7"},
       {[] { throw CMemoryException(); }, 0, kErrOutOfMemory, StandardErrorText(kErrOutOfMemory)},
-      {[] { throw 42; }, 0, kErrNone, StandardErrorText(kErrNone)},
+      {[] { throw 42; }, 0, kErrGeneralFailure, StandardErrorText(kErrGeneralFailure)},
   };
   for (const auto& row : table) {
     CIMExceptionImpl record;

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "platform/posix/errno_map.h"
+#include "utf_conversion.h"
 
 namespace kavo::platform {
 namespace {
@@ -65,7 +66,7 @@ class PosixFile final : public File {
 std::unique_ptr<File> File::Open(const std::u16string& path, FileAccess access, FileDisposition disposition) {
   int flags = O_CLOEXEC | (access == FileAccess::kRead ? O_RDONLY : O_WRONLY);
   if (disposition == FileDisposition::kCreateAlways) flags |= O_CREAT | O_TRUNC;
-  const int fd = open(Utf16ToUtf8(path).c_str(), flags, 0644);
+  const int fd = open(unicode::Utf16ToUtf8(path).c_str(), flags, 0644);
   if (fd < 0) {
     posix::SetLastErrorFromErrno();
     return nullptr;
@@ -81,7 +82,7 @@ std::unique_ptr<File> File::Open(const std::u16string& path, FileAccess access, 
 
 bool FileExists(const std::u16string& path) {
   struct stat info {};
-  return stat(Utf16ToUtf8(path).c_str(), &info) == 0;
+  return stat(unicode::Utf16ToUtf8(path).c_str(), &info) == 0;
 }
 
 }  // namespace kavo::platform

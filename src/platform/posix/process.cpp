@@ -6,6 +6,7 @@
 #include <string>
 
 #include "platform/platform.h"
+#include "utf_conversion.h"
 
 namespace kavo::platform {
 
@@ -18,7 +19,7 @@ void DebugOutput(const char16_t* text) {
     return setting && *setting && std::string(setting) != "0";
   }();
   if (!text || !wanted) return;
-  const std::string bytes = Utf16ToUtf8(text);
+  const std::string bytes = unicode::Utf16ToUtf8(text);
   ssize_t ignored = write(STDERR_FILENO, bytes.data(), bytes.size());
   (void)ignored;
 }
@@ -28,7 +29,7 @@ std::u16string ModulePath() {
   if (dladdr(reinterpret_cast<void*>(&ModulePath), &info) == 0 || !info.dli_fname) return {};
   char resolved[PATH_MAX];
   const char* path = realpath(info.dli_fname, resolved) ? resolved : info.dli_fname;
-  return Utf8ToUtf16(path);
+  return unicode::Utf8ToUtf16(path);
 }
 
 // The POSIX code page is Latin-1: each byte is the code point of the same

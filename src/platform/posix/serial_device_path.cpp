@@ -8,6 +8,7 @@
 
 #include "platform/platform.h"
 #include "platform/posix/serial_port_map.h"
+#include "utf_conversion.h"
 
 namespace kavo::platform::posix {
 namespace {
@@ -19,7 +20,7 @@ char16_t Fold(char16_t c) {
 }
 
 bool SameIgnoringCase(const std::string& a, const std::string& b) {
-  const std::u16string wa = Utf8ToUtf16(a), wb = Utf8ToUtf16(b);
+  const std::u16string wa = unicode::Utf8ToUtf16(a), wb = unicode::Utf8ToUtf16(b);
   return wa.size() == wb.size() &&
          std::equal(wa.begin(), wa.end(), wb.begin(), [](char16_t x, char16_t y) { return Fold(x) == Fold(y); });
 }
@@ -72,13 +73,13 @@ std::optional<std::string> ResolveSerialDevicePath(const std::u16string& correct
   std::u16string name = correctedName;
   if (!name.empty() && name.back() == u':') name.pop_back();
   if (!name.empty() && name[0] == u'/') {
-    if (std::optional<std::string> path = FindPathIgnoringCase(Utf16ToUtf8(name))) return path;
+    if (std::optional<std::string> path = FindPathIgnoringCase(unicode::Utf16ToUtf8(name))) return path;
   }
   // Names such as "com3:" are ports of the registry's port map.
   if (!name.empty() && name[0] != u'/') {
     const std::u16string device = DeviceForPortName(name);
     if (!device.empty()) {
-      if (std::optional<std::string> path = FindPathIgnoringCase(Utf16ToUtf8(device))) return path;
+      if (std::optional<std::string> path = FindPathIgnoringCase(unicode::Utf16ToUtf8(device))) return path;
     }
   }
   SetLastError(kErrorFileNotFound);

@@ -24,9 +24,6 @@
 namespace kavo::platform {
 namespace {
 
-constexpr uint32_t kMaxDword = 0xFFFFFFFFu;
-constexpr uint32_t kErrorInvalidHandle = 6;
-constexpr uint32_t kErrorDeviceNotConnected = 1167;
 constexpr uint32_t kDcbDtrControlDisable = 0x0000;
 constexpr uint32_t kDcbDtrControlHandshake = 0x0020;
 

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "platform/platform.h"
-#include "platform/posix/registry_hive.h"
+#include "platform/posix/registry/hive.h"
 #include "platform/registry.h"
 
 namespace kavo::platform::posix {

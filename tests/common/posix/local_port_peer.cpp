@@ -4,6 +4,7 @@
 #include "common/pty_peer/pty_receiver.h"
 #include "platform/platform.h"
 #include "common/port_peer.h"
+#include "utf_conversion.h"
 
 namespace kavo::test {
 namespace {
@@ -14,7 +15,7 @@ class LocalPortPeer final : public PortPeer {
   LocalPortPeer() {
     if (!receiver_.Open(&path_)) ADD_FAILURE() << "openpty failed";
   }
-  std::u16string PortName() const override { return platform::Utf8ToUtf16(path_); }
+  std::u16string PortName() const override { return unicode::Utf8ToUtf16(path_); }
   std::string Settings() override { return receiver_.Settings(); }
   void Send(const std::string& bytes) override { ASSERT_TRUE(receiver_.Send(bytes)); }
   std::string Receive(size_t max, uint32_t waitMs) override { return receiver_.Receive(max, int(waitMs)); }

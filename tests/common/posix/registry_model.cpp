@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 
-#include "platform/posix/registry_loader.h"
+#include "platform/posix/registry/loader.h"
 
 namespace kavo::test {
 

@@ -11,6 +11,7 @@
 #include "common/pty_peer/hex.h"
 #include "platform/platform.h"
 #include "common/port_peer.h"
+#include "utf_conversion.h"
 
 namespace kavo::test {
 namespace {
@@ -34,7 +35,7 @@ class RemotePortPeer final : public PortPeer {
       ADD_FAILURE() << "pty_peer does not answer on port " << port;
       return;
     }
-    name_ = platform::Utf8ToUtf16(Command("NEW"));
+    name_ = unicode::Utf8ToUtf16(Command("NEW"));
   }
 
   ~RemotePortPeer() override {

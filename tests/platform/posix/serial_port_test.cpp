@@ -21,6 +21,7 @@
 #include "platform/posix/termios_settings.h"
 #include "ports/com_port_collection.h"
 #include "sources/serial_connection.h"
+#include "utf_conversion.h"
 
 namespace kavo::platform::posix {
 namespace {
@@ -84,7 +85,7 @@ TEST(SerialDevicePath, APathIsFoundWhateverTheCaseItWasLoweredToAndAnExactMatchW
   std::filesystem::create_directories(dir.File("Dev/Serial"));
   dir.Write("Dev/Serial/ttyUSB0", "");
   const std::string real = dir.File("Dev/Serial/ttyUSB0");
-  EXPECT_EQ(ResolveSerialDevicePath(Utf8ToUtf16(dir.File("dev/serial/ttyusb0:"))), real);
+  EXPECT_EQ(ResolveSerialDevicePath(unicode::Utf8ToUtf16(dir.File("dev/serial/ttyusb0:"))), real);
   dir.Write("Dev/Serial/ttyusb0", "");
   EXPECT_EQ(FindPathIgnoringCase(dir.File("Dev/Serial/ttyusb0")), dir.File("Dev/Serial/ttyusb0"));
   EXPECT_EQ(FindPathIgnoringCase(real), real);
@@ -96,8 +97,8 @@ TEST(SerialDevicePath, APathIsFoundWhateverTheCaseItWasLoweredToAndAnExactMatchW
 class Pty : public testing::Test {
  protected:
   void SetUp() override { ASSERT_TRUE(receiver_.Open(&path_)); }
-  std::u16string Name() const { return Utf8ToUtf16(path_ + ":"); }
-  COMPortInfo Port() const { return COMPortInfo(Utf8ToUtf16(path_).c_str(), 4800, 0, 8, 0); }
+  std::u16string Name() const { return unicode::Utf8ToUtf16(path_ + ":"); }
+  COMPortInfo Port() const { return COMPortInfo(unicode::Utf8ToUtf16(path_).c_str(), 4800, 0, 8, 0); }
   int Holder(bool exclusive, bool locked) const {  // another program's descriptor
     const int fd = open(path_.c_str(), O_RDWR | O_NOCTTY);
     EXPECT_EQ(exclusive ? ioctl(fd, TIOCEXCL) : 0, 0);
@@ -125,7 +126,7 @@ TEST_F(Pty, APortAnotherProgramHoldsIsBusyAndKeepsItsLock) {
     CIMExceptionImpl error;
     EXPECT_EQ(Ref<SerialConnection>(new SerialConnection)->Open(Port(), &error), 0);
     EXPECT_EQ(error.Code(), kErrPortNotFound);
-    EXPECT_EQ(std::u16string(error.Message()), Utf8ToUtf16(path_));
+    EXPECT_EQ(std::u16string(error.Message()), unicode::Utf8ToUtf16(path_));
     EXPECT_TRUE(log.Contains(u" Last error returned 5\n")) << log.Utf8();
     SetLastError(0);
     EXPECT_FALSE(SerialPort::Open(Name(), SerialAccess::kQuery));
@@ -235,7 +236,7 @@ TEST(PosixSerialPortOpen, PortNamesWithoutAMapMissingPathsAndWhatIsNotATerminalA
   for (const std::string& name :
        {std::string("com3:"), std::string("/no/such/device:"), std::string("/dev/null:"), dir.File("file:")}) {
     SetLastError(0);
-    EXPECT_FALSE(SerialPort::Open(Utf8ToUtf16(name), SerialAccess::kReadWrite)) << name;
+    EXPECT_FALSE(SerialPort::Open(unicode::Utf8ToUtf16(name), SerialAccess::kReadWrite)) << name;
     EXPECT_EQ(GetLastError(), kErrorFileNotFound) << name;
   }
 }

@@ -15,6 +15,7 @@
 #include "common/registry_model.h"
 #include "common/test_clock.h"
 #include "simulator/posix/pty_receiver.h"
+#include "utf_conversion.h"
 
 namespace kavo {
 namespace {
@@ -22,7 +23,7 @@ namespace {
 using test::Eventually;
 
 std::string Name(COMPortInfoHandle port) {
-  return platform::Utf16ToUtf8(reinterpret_cast<const char16_t*>(COMPortInfo_GetName(port)));
+  return unicode::Utf16ToUtf8(reinterpret_cast<const char16_t*>(COMPortInfo_GetName(port)));
 }
 
 // A machine whose registry lists an active serial driver "COMn:" for each

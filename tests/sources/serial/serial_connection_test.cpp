@@ -24,13 +24,13 @@ using test::LogCapture;
 // corrected is the general failure, before any open.
 TEST(SerialConnectionWithoutPort, OpenFailsWithTheCodeOfWhatWentWrong) {
   const std::pair<const char16_t*, int32_t> cases[] = {
-      {u"COM250", kErrPortNotFound}, {u"", kErrNone}, {u"ABCDEFGHIJKLMNOPQRS", kErrNone}};
+      {u"COM250", kErrPortNotFound}, {u"", kErrGeneralFailure}, {u"ABCDEFGHIJKLMNOPQRS", kErrGeneralFailure}};
   for (const auto& [name, code] : cases) {
     LogCapture quiet;
     CIMExceptionImpl error;
     EXPECT_EQ(Ref<SerialConnection>(new SerialConnection)->Open(COMPortInfo(name, 4800, 0, 8, 0), &error), 0);
     EXPECT_EQ(error.Code(), code);
-    EXPECT_TRUE(code == kErrNone || std::u16string(error.Message()) == name);
+    EXPECT_TRUE(code == kErrGeneralFailure || std::u16string(error.Message()) == name);
   }
 }
 
@@ -128,7 +128,7 @@ TEST_F(SerialWithPeer, TextMovesBothWaysAReadTakingLessThanItsCapacityAndNothing
   EXPECT_EQ(connection_->Read(buffer, 64, &count, &error), 1);
   EXPECT_EQ(count, 0u);
   EXPECT_EQ(buffer[0], 0);
-  EXPECT_EQ(error.Code(), kErrNone);
+  EXPECT_EQ(error.Code(), kErrGeneralFailure);
 }
 
 TEST_F(SerialWithPeer, ReadingGoesOnSafelyWhileAnotherThreadWritesAndReopens) {

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "platform/posix/registry_hive.h"
+#include "platform/posix/registry/hive.h"
 
 namespace kavo::platform::posix {
 

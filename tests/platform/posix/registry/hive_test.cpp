@@ -14,10 +14,11 @@
 #include "common/log_capture.h"
 #include "common/temp_dir.h"
 #include "platform/platform.h"
-#include "platform/posix/reg_file_parser.h"
-#include "platform/posix/registry_loader.h"
+#include "platform/posix/registry/loader.h"
+#include "platform/posix/registry/reg_file_parser.h"
 #include "platform/posix/serial_port_map.h"
 #include "ports/registry_key.h"
+#include "utf_conversion.h"
 
 namespace kavo::platform::posix {
 namespace {
@@ -52,7 +53,8 @@ const char* kEveryConstruct =
 
 TEST(RegFile, EveryConstructReadsTheSameInUtf8AndUtf16) {
   std::string utf16 = "\xFF\xFE";
-  for (char16_t c : Utf8ToUtf16(kEveryConstruct)) utf16 += {static_cast<char>(c & 0xFF), static_cast<char>(c >> 8)};
+  for (char16_t c : unicode::Utf8ToUtf16(kEveryConstruct))
+    utf16 += {static_cast<char>(c & 0xFF), static_cast<char>(c >> 8)};
   for (const std::string& bytes : {std::string(kEveryConstruct), utf16}) {
     RegistryHive hive;
     RegFileError error;
@@ -69,9 +71,9 @@ TEST(RegFile, EveryConstructReadsTheSameInUtf8AndUtf16) {
     };
     for (const auto& [name, value] : expected) {
       const RegistryValue* found = key->FindValue(name);
-      ASSERT_NE(found, nullptr) << Utf16ToUtf8(name);
+      ASSERT_NE(found, nullptr) << unicode::Utf16ToUtf8(name);
       EXPECT_EQ(found->type, value.type);
-      EXPECT_EQ(found->data, value.data) << Utf16ToUtf8(name);
+      EXPECT_EQ(found->data, value.data) << unicode::Utf16ToUtf8(name);
     }
     EXPECT_EQ(key->FindValue(u"Gone"), nullptr);
     EXPECT_EQ(key->ValueCount(), 6u);
@@ -228,7 +230,7 @@ TEST_F(Hive, WithoutAFileEachSerialDeviceInSysfsIsAnActiveDriverWithAFriendlyNam
   active.EnumerateSubkeys([&](const char16_t* name) { entries.emplace_back(name); });
   ASSERT_EQ(entries.size(), expected.size());
   for (size_t i = 0; i < expected.size(); ++i) {
-    const std::u16string number = Utf8ToUtf16(std::to_string(i + 1));
+    const std::u16string number = unicode::Utf8ToUtf16(std::to_string(i + 1));
     const std::u16string entry = u"HKEY_LOCAL_MACHINE\\Drivers\\Active\\" + entries[i];
     EXPECT_EQ(Text(entry, u"Name"), u"COM" + number + u":");
     EXPECT_EQ(Text(u"HKEY_LOCAL_MACHINE\\" + Text(entry, u"Key"), u"FriendlyName"), expected[i].second) << i;

@@ -1,4 +1,4 @@
-#include "platform/posix/registry_sysfs.h"
+#include "platform/posix/registry/sysfs.h"
 
 #include <algorithm>
 #include <cctype>
@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/platform.h"
+#include "utf_conversion.h"
 
 namespace kavo::platform::posix {
 namespace {
@@ -77,7 +78,7 @@ bool Describe(const fs::path& ttyDir, const std::string& name, const fs::path& s
 
 std::vector<uint8_t> StringData(const std::string& utf8) {
   std::vector<uint8_t> data;
-  for (char16_t c : Utf8ToUtf16(utf8) + u'\0') {
+  for (char16_t c : unicode::Utf8ToUtf16(utf8) + u'\0') {
     data.push_back(static_cast<uint8_t>(c & 0xFF));
     data.push_back(static_cast<uint8_t>(c >> 8));
   }
@@ -112,13 +113,13 @@ void AddSerialDevicesFromSysfs(const std::string& sysfsRoot, RegistryHive& hive,
     const std::string driverKey = "Drivers\\Serial\\" + device.name;
     const std::string path = devRoot + "/" + device.name;
 
-    const auto entry = RegistryHive::Create(active, Utf8ToUtf16(entryName), nullptr);
+    const auto entry = RegistryHive::Create(active, unicode::Utf8ToUtf16(entryName), nullptr);
     SetString(*entry, u"Name", "COM" + number + ":");
     SetString(*entry, u"Key", driverKey);
-    const auto driver = RegistryHive::Create(machine, Utf8ToUtf16(driverKey), nullptr);
+    const auto driver = RegistryHive::Create(machine, unicode::Utf8ToUtf16(driverKey), nullptr);
     SetString(*driver, u"FriendlyName", device.friendlyName);
     SetString(*driver, u"Device", path);
-    portMap->SetValue(Utf8ToUtf16(path), registry::kTypeString, StringData("COM" + number));
+    portMap->SetValue(unicode::Utf8ToUtf16(path), registry::kTypeString, StringData("COM" + number));
   }
 }
 

@@ -1,4 +1,4 @@
-#include "platform/posix/registry_loader.h"
+#include "platform/posix/registry/loader.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -9,8 +9,9 @@
 #include <new>
 
 #include "platform/platform.h"
-#include "platform/posix/reg_file_parser.h"
-#include "platform/posix/registry_sysfs.h"
+#include "platform/posix/registry/reg_file_parser.h"
+#include "platform/posix/registry/sysfs.h"
+#include "utf_conversion.h"
 
 namespace kavo::platform::posix {
 namespace {
@@ -56,7 +57,7 @@ const char16_t* ReadRegularFile(const std::string& path, std::string* bytes) {
 }
 
 RegistryHive LoadFromFile(const std::string& path, std::u16string* report) {
-  const std::u16string widePath = Utf8ToUtf16(path);
+  const std::u16string widePath = unicode::Utf8ToUtf16(path);
   std::string bytes;
   if (const char16_t* why = ReadRegularFile(path, &bytes)) {
     *report += u"Registry file " + widePath + u" " + why + u"; the registry is empty\n";
@@ -65,7 +66,7 @@ RegistryHive LoadFromFile(const std::string& path, std::u16string* report) {
   RegistryHive hive;
   RegFileError error;
   if (ParseRegText(DecodeRegFileBytes(bytes), hive, &error)) return hive;
-  *report += u"Registry file " + widePath + u", line " + Utf8ToUtf16(std::to_string(error.line)) + u": " +
+  *report += u"Registry file " + widePath + u", line " + unicode::Utf8ToUtf16(std::to_string(error.line)) + u": " +
              error.reason + u"; the registry is empty\n";
   return RegistryHive();
 }
@@ -78,7 +79,7 @@ RegistryHive LoadRegistryHive(std::u16string* report) {
     try {
       return LoadFromFile(file, report);
     } catch (const std::bad_alloc&) {
-      *report += u"Registry file " + Utf8ToUtf16(file) + u" does not fit in memory; the registry is empty\n";
+      *report += u"Registry file " + unicode::Utf8ToUtf16(file) + u" does not fit in memory; the registry is empty\n";
       return RegistryHive();
     }
   }

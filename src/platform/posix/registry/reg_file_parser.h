@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/posix/registry_hive.h"
+#include "platform/posix/registry/hive.h"
 
 namespace kavo::platform::posix {
 

@@ -1,8 +1,9 @@
-#include "platform/posix/reg_file_parser.h"
+#include "platform/posix/registry/reg_file_parser.h"
 
 #include <vector>
 
 #include "platform/platform.h"
+#include "utf_conversion.h"
 
 namespace kavo::platform::posix {
 namespace {
@@ -272,7 +273,7 @@ std::u16string DecodeRegFileBytes(const std::string& bytes) {
     return text;
   }
   const bool utf8Bom = bytes.size() >= 3 && bytes.compare(0, 3, "\xEF\xBB\xBF") == 0;
-  return Utf8ToUtf16(utf8Bom ? bytes.substr(3) : bytes);
+  return unicode::Utf8ToUtf16(utf8Bom ? bytes.substr(3) : bytes);
 }
 
 }  // namespace kavo::platform::posix

@@ -1,4 +1,4 @@
-#include "platform/posix/registry_hive.h"
+#include "platform/posix/registry/hive.h"
 
 namespace kavo::platform::posix {
 namespace {

@@ -9,8 +9,8 @@
 #include <utility>
 
 #include "platform/platform.h"
-#include "platform/posix/registry_hive.h"
-#include "platform/posix/registry_loader.h"
+#include "platform/posix/registry/hive.h"
+#include "platform/posix/registry/loader.h"
 
 namespace kavo::platform {
 namespace {
@@ -57,10 +57,10 @@ class RegistryState {
     OpenKeyEntry entry{hive_.Root(key), kAllAccess};
     if (!entry.node) {
       const auto found = keys_.find(key);
-      if (found == keys_.end()) return registry::kErrorInvalidHandle;
+      if (found == keys_.end()) return kErrorInvalidHandle;
       entry = found->second;
     }
-    if (entry.node->Deleted()) return registry::kErrorKeyDeleted;
+    if (entry.node->Deleted()) return kErrorKeyDeleted;
     if ((entry.access & needed) != needed) return kErrorAccessDenied;
     *node = entry.node;
     return kErrorSuccess;
@@ -74,7 +74,7 @@ class RegistryState {
 
   uint32_t Close(Key key) {
     if (hive_.Root(key)) return kErrorSuccess;
-    return keys_.erase(key) ? kErrorSuccess : registry::kErrorInvalidHandle;
+    return keys_.erase(key) ? kErrorSuccess : kErrorInvalidHandle;
   }
 
  private:

@@ -1,11 +1,16 @@
-#include "platform/platform.h"
+// UTF-8 <-> UTF-16. Header-only and free of everything else in the code
+// base, so the library (paths on POSIX, .reg and .ini files), the kavogps
+// tool and the tests compile this one copy. Malformed input becomes U+FFFD.
+#pragma once
 
-namespace kavo::platform {
-namespace {
+#include <string>
+
+namespace kavo::unicode {
+namespace detail {
 
 constexpr char32_t kReplacement = 0xFFFD;
 
-void AppendUtf8(std::string& out, char32_t cp) {
+inline void AppendUtf8(std::string& out, char32_t cp) {
   if (cp < 0x80) {
     out += static_cast<char>(cp);
   } else if (cp < 0x800) {
@@ -23,7 +28,7 @@ void AppendUtf8(std::string& out, char32_t cp) {
   }
 }
 
-void AppendUtf16(std::u16string& out, char32_t cp) {
+inline void AppendUtf16(std::u16string& out, char32_t cp) {
   if (cp < 0x10000) {
     out += static_cast<char16_t>(cp);
   } else {
@@ -33,25 +38,25 @@ void AppendUtf16(std::u16string& out, char32_t cp) {
   }
 }
 
-}  // namespace
+}  // namespace detail
 
-std::string Utf16ToUtf8(const std::u16string& text) {
+inline std::string Utf16ToUtf8(const std::u16string& text) {
   std::string out;
   out.reserve(text.size());
   for (size_t i = 0; i < text.size(); ++i) {
     char32_t unit = text[i];
     if (unit >= 0xD800 && unit <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] <= 0xDFFF) {
-      AppendUtf8(out, 0x10000 + ((unit - 0xD800) << 10) + (text[++i] - 0xDC00));
+      detail::AppendUtf8(out, 0x10000 + ((unit - 0xD800) << 10) + (text[++i] - 0xDC00));
     } else if (unit >= 0xD800 && unit <= 0xDFFF) {
-      AppendUtf8(out, kReplacement);
+      detail::AppendUtf8(out, detail::kReplacement);
     } else {
-      AppendUtf8(out, unit);
+      detail::AppendUtf8(out, unit);
     }
   }
   return out;
 }
 
-std::u16string Utf8ToUtf16(const std::string& text) {
+inline std::u16string Utf8ToUtf16(const std::string& text) {
   std::u16string out;
   out.reserve(text.size());
   size_t i = 0;
@@ -59,7 +64,7 @@ std::u16string Utf8ToUtf16(const std::string& text) {
     const unsigned char lead = static_cast<unsigned char>(text[i]);
     size_t length = lead < 0x80 ? 1 : lead >= 0xF0 && lead <= 0xF4 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC2 ? 2 : 0;
     if (length == 0 || lead > 0xF4) {
-      out += static_cast<char16_t>(kReplacement);
+      out += static_cast<char16_t>(detail::kReplacement);
       ++i;
       continue;
     }
@@ -72,14 +77,14 @@ std::u16string Utf8ToUtf16(const std::string& text) {
     }
     const bool overlong = (length == 3 && cp < 0x800) || (length == 4 && cp < 0x10000);
     if (got != length || overlong || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) {
-      out += static_cast<char16_t>(kReplacement);
+      out += static_cast<char16_t>(detail::kReplacement);
       i += got;
       continue;
     }
-    AppendUtf16(out, cp);
+    detail::AppendUtf16(out, cp);
     i += length;
   }
   return out;
 }
 
-}  // namespace kavo::platform
+}  // namespace kavo::unicode
