@@ -8,7 +8,7 @@
 #include "KavoMobileGPS.h"
 #include "nmea/receiver.h"
 #include "sources/data_source.h"
-#include "sources/gps_reading_thread.h"
+#include "driver/gps_reading_thread.h"
 #include "support/critical_section_lock.h"
 #include "support/ref_counted.h"
 

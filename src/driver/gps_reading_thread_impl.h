@@ -8,7 +8,7 @@
 
 #include "platform/platform.h"
 #include "sources/data_source.h"
-#include "sources/gps_reading_thread.h"
+#include "driver/gps_reading_thread.h"
 #include "sources/text_sink.h"
 #include "support/ref_counted.h"
 
