@@ -1,6 +1,7 @@
 #include "driver/driver_factory.h"
 
 #include "driver/gps_reading_thread_impl.h"
+#include "driver/null_playback_control.h"
 #include "log/logger.h"
 #include "nmea/gps_receiver.h"
 #include "nmea/receiver_options.h"

@@ -6,9 +6,9 @@
 #include <cstdint>
 
 #include "KavoMobileGPS.h"
+#include "driver/gps_reading_thread.h"
 #include "nmea/receiver.h"
 #include "sources/data_source.h"
-#include "driver/gps_reading_thread.h"
 #include "support/critical_section_lock.h"
 #include "support/ref_counted.h"
 
@@ -54,14 +54,6 @@ class GpsDriver : public virtual RefCounted, private ReceiverListener {
   Ref<PlaybackControl> playback_;
   CriticalSectionLock startStopLock_;  // Start, Stop and the end of the driver
   ListenerEntry entry_;
-};
-
-// The playback control of a serial port: the port flows from the moment it
-// is opened, so there is nothing to pause or resume.
-class NullPlaybackControl : public PlaybackControl {
- public:
-  int Pause() override { return 1; }
-  int Resume(CIMExceptionImpl*) override { return 1; }
 };
 
 }  // namespace kavo

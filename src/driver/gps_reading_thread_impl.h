@@ -6,9 +6,9 @@
 #include <functional>
 #include <memory>
 
+#include "driver/gps_reading_thread.h"
 #include "platform/platform.h"
 #include "sources/data_source.h"
-#include "driver/gps_reading_thread.h"
 #include "sources/text_sink.h"
 #include "support/ref_counted.h"
 

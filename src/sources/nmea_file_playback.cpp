@@ -15,7 +15,7 @@ NmeaFilePlayback::NmeaFilePlayback() : cancel_(platform::Event::Create(true, fal
   if (!cancel_) Raise(kErrGeneralFailure);
 }
 
-int NmeaFilePlayback::Open(const WideString& path, uint32_t intervalMs, bool repeat) {
+void NmeaFilePlayback::Open(const WideString& path, uint32_t intervalMs, bool repeat) {
   CriticalSectionLock::Guard guard(lock_);
   open_ = 0;
   reader_.Open(path);
@@ -28,7 +28,6 @@ int NmeaFilePlayback::Open(const WideString& path, uint32_t intervalMs, bool rep
   lastReadTick_ = platform::TickCount();
   pending_ = 1;
   open_ = 1;
-  return 1;
 }
 
 int NmeaFilePlayback::Read(char16_t* buffer, uint32_t capacity, uint32_t* count, CIMExceptionImpl* error) {

@@ -19,9 +19,9 @@ class NmeaFilePlayback : public DataSource, public PlaybackControl {
  public:
   NmeaFilePlayback();
 
-  // Opens the file and arms the pacing. Returns 1; raises a system error
+  // Opens the file and arms the pacing; raises a system error
   // when the file cannot be opened.
-  int Open(const WideString& path, uint32_t intervalMs, bool repeat);
+  void Open(const WideString& path, uint32_t intervalMs, bool repeat);
 
   // Sleeps out the rest of the interval and delivers one line, or delivers
   // every line due when late; lines lie back to back, each ending in LF.

