@@ -7,8 +7,8 @@
 #include <string>
 
 #include "cli/commands.h"
-#include "simulator/recording.h"
-#include "simulator/simulator.h"
+#include "sim/recording.h"
+#include "sim/simulator.h"
 
 namespace kavo::cli {
 

@@ -7,7 +7,7 @@
 
 #include "cli/live_receiver.h"
 #include "cli/simulate_command.h"
-#include "simulator/posix/pty_receiver.h"
+#include "sim/posix/pty_receiver.h"
 
 namespace kavo::cli {
 namespace {

@@ -1,4 +1,4 @@
-#include "simulator/recording.h"
+#include "sim/recording.h"
 
 #include <cctype>
 

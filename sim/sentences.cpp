@@ -1,8 +1,8 @@
-#include "simulator/sentences.h"
+#include "sim/sentences.h"
 
 #include <cmath>
 
-#include "simulator/nmea_format.h"
+#include "sim/nmea_format.h"
 
 namespace kavo::sim {
 namespace {

@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "simulator/constellation.h"
-#include "simulator/track.h"
-#include "simulator/utc_time.h"
+#include "sim/constellation.h"
+#include "sim/track.h"
+#include "sim/utc_time.h"
 
 namespace kavo::sim {
 

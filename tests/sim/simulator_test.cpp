@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <sstream>
 
-#include "simulator/simulator.h"
+#include "sim/simulator.h"
 
 namespace kavo::sim {
 namespace {

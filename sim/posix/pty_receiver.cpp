@@ -1,4 +1,4 @@
-#include "simulator/posix/pty_receiver.h"
+#include "sim/posix/pty_receiver.h"
 
 #include <dirent.h>
 #include <fcntl.h>

@@ -2,8 +2,8 @@
 // course and altitude changing as a pedestrian's or a car's would.
 #pragma once
 
-#include "simulator/geodesy.h"
-#include "simulator/prng.h"
+#include "sim/geodesy.h"
+#include "sim/prng.h"
 
 namespace kavo::sim {
 

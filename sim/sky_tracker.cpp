@@ -1,4 +1,4 @@
-#include "simulator/sky_tracker.h"
+#include "sim/sky_tracker.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "simulator/constellation.h"
+#include "sim/constellation.h"
 
 #include <cmath>
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/simulator.h"
+#include "sim/simulator.h"
 
 namespace kavo::sim {
 

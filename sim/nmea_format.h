@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "simulator/utc_time.h"
+#include "sim/utc_time.h"
 
 namespace kavo::sim {
 

@@ -1,4 +1,4 @@
-#include "simulator/geodesy.h"
+#include "sim/geodesy.h"
 
 #include <cmath>
 

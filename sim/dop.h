@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "simulator/geodesy.h"
+#include "sim/geodesy.h"
 
 namespace kavo::sim {
 

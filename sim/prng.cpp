@@ -1,4 +1,4 @@
-#include "simulator/prng.h"
+#include "sim/prng.h"
 
 namespace kavo::sim {
 

@@ -7,7 +7,7 @@
 
 #include "common/test_clock.h"
 #include "nmea/receiver_state_store.h"
-#include "simulator/simulator.h"
+#include "sim/simulator.h"
 #include "support/wide_string.h"
 
 namespace kavo::sim {

@@ -1,4 +1,4 @@
-#include "simulator/nmea_format.h"
+#include "sim/nmea_format.h"
 
 #include <cmath>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-#include "simulator/track.h"
+#include "sim/track.h"
 
 #include <algorithm>
 #include <cmath>

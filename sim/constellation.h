@@ -5,8 +5,8 @@
 
 #include <vector>
 
-#include "simulator/geodesy.h"
-#include "simulator/prng.h"
+#include "sim/geodesy.h"
+#include "sim/prng.h"
 
 namespace kavo::sim {
 

@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "simulator/prng.h"
-#include "simulator/simulator.h"
+#include "sim/prng.h"
+#include "sim/simulator.h"
 
 namespace kavo::sim {
 

@@ -5,8 +5,8 @@
 #include <map>
 #include <vector>
 
-#include "simulator/constellation.h"
-#include "simulator/simulator.h"
+#include "sim/constellation.h"
+#include "sim/simulator.h"
 
 namespace kavo::sim {
 

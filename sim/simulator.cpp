@@ -1,14 +1,14 @@
-#include "simulator/simulator.h"
+#include "sim/simulator.h"
 
 #include <algorithm>
 #include <cmath>
 #include <stdexcept>
 
-#include "simulator/damage.h"
-#include "simulator/dop.h"
-#include "simulator/nmea_format.h"
-#include "simulator/sentences.h"
-#include "simulator/sky_tracker.h"
+#include "sim/damage.h"
+#include "sim/dop.h"
+#include "sim/nmea_format.h"
+#include "sim/sentences.h"
+#include "sim/sky_tracker.h"
 
 namespace kavo::sim {
 namespace {

@@ -1,4 +1,4 @@
-#include "simulator/dop.h"
+#include "sim/dop.h"
 
 #include <cmath>
 #include <utility>

@@ -20,8 +20,8 @@
 #include <string>
 #include <thread>
 
-#include "simulator/prng.h"
-#include "simulator/simulator.h"
+#include "sim/prng.h"
+#include "sim/simulator.h"
 
 namespace kavo::sim {
 

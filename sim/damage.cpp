@@ -1,4 +1,4 @@
-#include "simulator/damage.h"
+#include "sim/damage.h"
 
 #include <cctype>
 #include <string_view>
