@@ -1,12 +1,12 @@
 #include "serve/driver_feed.h"
 
-#include "cli/commands.h"
-#include "cli/driver_session.h"
-#include "cli/gps_library.h"
-#include "cli/json_report.h"
-#include "cli/play_command.h"
-#include "cli/port_commands.h"
+#include "commands/commands.h"
+#include "commands/play_command.h"
+#include "commands/port_commands.h"
 #include "serve/protocol.h"
+#include "session/driver_session.h"
+#include "session/gps_library.h"
+#include "session/json_report.h"
 
 namespace kavo::serve {
 namespace {

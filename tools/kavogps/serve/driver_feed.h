@@ -10,8 +10,8 @@
 #include <ostream>
 #include <string>
 
-#include "cli/console.h"
 #include "serve/feed.h"
+#include "session/console.h"
 
 namespace kavo::serve {
 

@@ -5,7 +5,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "cli/json_report.h"
+#include "session/json_report.h"
 
 namespace kavo::serve {
 namespace {

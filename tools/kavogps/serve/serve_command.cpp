@@ -5,11 +5,11 @@
 
 #include <asio/io_context.hpp>
 
-#include "cli/bundled_data.h"
-#include "cli/option_reader.h"
-#include "cli/play_command.h"
-#include "cli/port_commands.h"
+#include "commands/play_command.h"
+#include "commands/port_commands.h"
 #include "serve/server.h"
+#include "session/bundled_data.h"
+#include "session/option_reader.h"
 
 namespace kavo::serve {
 namespace {

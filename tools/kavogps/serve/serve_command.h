@@ -7,9 +7,9 @@
 
 #include <asio/ip/tcp.hpp>
 
-#include "cli/commands.h"
-#include "cli/receiver_settings.h"
+#include "commands/commands.h"
 #include "serve/driver_feed.h"
+#include "session/receiver_settings.h"
 
 namespace kavo::serve {
 

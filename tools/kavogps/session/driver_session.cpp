@@ -1,0 +1,257 @@
+#include "session/driver_session.h"
+
+#include <algorithm>
+#include <chrono>
+#include <mutex>
+#include <ostream>
+#include <thread>
+
+#include "session/gps_library.h"
+
+namespace kavo::cli {
+namespace {
+
+constexpr uint32_t kPollMs = 50;
+// When the callbacks drain, the session's thread is woken for what they
+// cannot do; its own polls only close epochs that went quiet.
+constexpr uint32_t kPollMsWhileCallbacksDrain = 1000;
+constexpr std::chrono::microseconds kSpinFor{500};
+// The library holds a data callback back for its notification interval
+// (100 ms, fixed) after the last one; a little later the next one comes.
+constexpr uint64_t kDataCallbackDueAfterMs = 120;
+
+// A sentence with the state before it, or a reading of the newest state.
+struct Event {
+  std::string sentence;  // empty for a reading
+  Reading reading;
+  uint64_t ms = 0;
+};
+
+uint64_t NowMs() {
+  return static_cast<uint64_t>(
+      std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch())
+          .count());
+}
+
+// What the callbacks share with the session's thread.
+struct Shared {
+  std::mutex mutex;
+  InterruptWatch* waiter = nullptr;  // where the session's thread waits, while it runs
+  GPSDriverHandle driver = nullptr;  // set while a session runs
+  DriverSession* inline_ = nullptr;  // set while a session drains on callbacks
+  uint64_t lastDataMs = 0;           // when the data callback last came
+  std::vector<Event> events;
+  uint64_t sentences = 0;
+};
+
+Shared& Active() {
+  static Shared shared;
+  return shared;
+}
+
+// Who records: what it queues, and whether the session's thread must wake.
+enum class Recorder { kSentence, kStatus, kData, kSession };
+
+// Queues a sentence with the state before it, or (null) a reading of the
+// newest state; returns the session that drains on callbacks, if one runs.
+DriverSession* Record(Recorder recorder, const KavoChar* sentence = nullptr) {
+  Shared& shared = Active();
+  std::lock_guard<std::mutex> lock(shared.mutex);
+  if (!shared.driver) return nullptr;
+  Event event;
+  event.ms = NowMs();
+  if (recorder == Recorder::kData) shared.lastDataMs = event.ms;
+  if (sentence) {
+    ++shared.sentences;
+    event.sentence = FromLibraryText(sentence);
+    while (!event.sentence.empty() && (event.sentence.back() == '\n' || event.sentence.back() == '\r'))
+      event.sentence.pop_back();
+    if (event.sentence.empty()) return shared.inline_;
+  }
+  if (!TakeReading(shared.driver, &event.reading)) return shared.inline_;
+  // A data callback follows a chunk's sentences unless the library holds it
+  // back: while it comes, it drains them and the session's thread need not
+  // wake for each sentence.
+  const bool drainedSoon = shared.inline_ && event.ms - shared.lastDataMs > kDataCallbackDueAfterMs;
+  shared.events.push_back(std::move(event));
+  // A data callback that drains needs no one woken; a status change may
+  // end the session, so its thread hears of that at once.
+  bool wake = false;
+  switch (recorder) {
+    case Recorder::kSentence:
+      wake = !drainedSoon;
+      break;
+    case Recorder::kStatus:
+      wake = true;
+      break;
+    case Recorder::kData:
+      wake = !shared.inline_;
+      break;
+    case Recorder::kSession:
+      break;
+  }
+  if (wake && shared.waiter) shared.waiter->Wake();
+  return shared.inline_;
+}
+
+}  // namespace
+
+// Lets the callbacks drain a session that asked for it.
+struct SessionAccess {
+  static void RecordAndDrain(bool data) {
+    // Stop clears the session before it joins this thread, so the session
+    // outlives this call.
+    if (DriverSession* session = Record(data ? Recorder::kData : Recorder::kStatus)) session->Drain();
+  }
+};
+
+namespace {
+
+void OnStatus() { SessionAccess::RecordAndDrain(false); }
+void OnData(uint32_t) { SessionAccess::RecordAndDrain(true); }
+void OnSentence(const KavoChar* sentence) { Record(Recorder::kSentence, sentence); }
+
+std::vector<Event> TakeQueued() {
+  Shared& shared = Active();
+  std::lock_guard<std::mutex> lock(shared.mutex);
+  std::vector<Event> events;
+  events.reserve(shared.events.capacity());  // the next chunk's sentences need no regrowth
+  events.swap(shared.events);
+  return events;
+}
+
+}  // namespace
+
+GPSStatusCallback SessionStatusCallback() { return OnStatus; }
+GPSDataCallback SessionDataCallback() { return OnData; }
+GPSSentenceCallback SessionSentenceCallback() { return OnSentence; }
+
+DriverSession::DriverSession(GPSDriverHandle driver, SessionOptions options)
+    : driver_(driver), options_(options), epochs_(options.quietMs, [this](const EpochReport& r) { Deliver(r); }) {}
+
+DriverSession::~DriverSession() { Stop(); }
+
+bool DriverSession::Start(uint32_t* lastError) {
+  {
+    std::lock_guard<std::mutex> lock(Active().mutex);
+    Active().driver = driver_;
+    Active().inline_ = options_.viewsOnCallbackThread ? this : nullptr;
+    Active().events.clear();
+    Active().sentences = 0;
+  }
+  running_ = true;
+  if (GPSDriver_Start(driver_)) return true;
+  *lastError = KavoMobileGPS_GetLastError();
+  Stop();
+  return false;
+}
+
+uint64_t DriverSession::SentencesSeen() const {
+  std::lock_guard<std::mutex> lock(Active().mutex);
+  return Active().sentences;
+}
+
+void DriverSession::Deliver(const EpochReport& report) {
+  if (track_) track_->Add(report);
+  for (ReadingView* view : views_) view->Show(report);
+}
+
+bool DriverSession::Drain() {
+  std::lock_guard<std::mutex> lock(draining_);
+  const std::vector<Event> events = TakeQueued();
+  for (const Event& event : events) {
+    if (event.sentence.empty()) {
+      epochs_.Latest(event.reading, event.ms);
+    } else {
+      for (ReadingView* view : views_) view->Sentence(event.sentence);
+      epochs_.Sentence(event.sentence, event.reading, event.ms);
+    }
+    latest_ = event.reading;
+    for (ReadingView* view : views_) view->Status(event.reading.status);
+  }
+  return !events.empty();
+}
+
+SessionEnd DriverSession::Run(InterruptWatch& interrupt) {
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point start = Clock::now();
+  {
+    std::lock_guard<std::mutex> lock(Active().mutex);
+    Active().waiter = &interrupt;
+  }
+  bool delivering = false;  // the status has left "stopped" at least once
+  SessionEnd end = SessionEnd::kInterrupted;
+  int duePolls = 0;
+  Clock::time_point dueSince;
+  for (;;) {
+    // Each sentence is taken as it comes. An epoch whose last sentence came
+    // is complete once the library applied it, microseconds later: the
+    // record is read again at once for a short while (a sleep would cost
+    // more than the wait), then less and less often.
+    std::chrono::microseconds wait =
+        std::chrono::milliseconds(options_.viewsOnCallbackThread ? kPollMsWhileCallbacksDrain : kPollMs);
+    bool due;
+    {
+      std::lock_guard<std::mutex> lock(draining_);
+      due = epochs_.Due();
+    }
+    if (!due) {
+      duePolls = 0;
+    } else if (duePolls++ == 0) {
+      dueSince = Clock::now();
+      wait = wait.zero();
+    } else if (Clock::now() - dueSince < kSpinFor) {
+      wait = wait.zero();
+    } else {
+      wait = std::min(wait, std::chrono::microseconds(250 << std::min(duePolls, 8)));
+    }
+    if (wait == wait.zero()) std::this_thread::yield();
+    const bool interrupted = interrupt.Wait(static_cast<uint32_t>((wait.count() + 999) / 1000));
+    Record(Recorder::kSession);
+    const bool drained = Drain();
+    std::lock_guard<std::mutex> lock(draining_);
+    for (ReadingView* view : views_) view->Tick();
+    bool outputFailed = false;
+    for (std::ostream* out : outputs_) outputFailed |= !out->good();
+    if (interrupted || outputFailed) {
+      end = interrupted ? SessionEnd::kInterrupted : SessionEnd::kOutputFailed;
+      break;
+    }
+    if (!drained) continue;
+    const int32_t status = latest_.status;
+    if (status == GPS_STATUS_TIMEOUT && options_.endsWithRecording) {
+      end = SessionEnd::kRecordingEnded;
+      break;
+    }
+    if (status != GPS_STATUS_STOPPED) {
+      delivering = true;
+    } else if (delivering) {
+      end = SessionEnd::kSourceFailed;
+      break;
+    } else if (options_.endsWithRecording && Clock::now() - start > std::chrono::milliseconds(options_.noTextMs)) {
+      end = SessionEnd::kNoText;
+      break;
+    }
+  }
+  Stop();
+  epochs_.Finish(latest_);
+  if (track_) track_->Finish();
+  for (ReadingView* view : views_) view->Close();
+  return end;
+}
+
+void DriverSession::Stop() {
+  if (!running_) return;
+  running_ = false;
+  {
+    std::lock_guard<std::mutex> lock(Active().mutex);
+    Active().inline_ = nullptr;
+  }
+  GPSDriver_Stop(driver_);  // joins the reading thread: no callback runs after this
+  std::lock_guard<std::mutex> lock(Active().mutex);
+  Active().driver = nullptr;
+  Active().waiter = nullptr;
+  Active().events.clear();
+}
+
+}  // namespace kavo::cli
