@@ -1,13 +1,13 @@
 #include "commands/commands.h"
 
 #include <algorithm>
-#include <iostream>
 
+#include "commands/find_command.h"
+#include "commands/monitor_command.h"
 #include "commands/play_command.h"
-#include "commands/port_commands.h"
+#include "commands/ports_command.h"
+#include "commands/serve_command.h"
 #include "commands/simulate_command.h"
-#include "serve/serve_command.h"
-#include "session/console.h"
 
 namespace kavo::cli {
 namespace {
@@ -28,15 +28,6 @@ void PrintUsage(std::ostream& out) {
 
 }  // namespace
 
-const char kExitCodeHelp[] =
-    "Exit status:\n"
-    "  0  done (also when interrupted with Ctrl+C)\n"
-    "  1  failed while working\n"
-    "  2  bad command line\n"
-    "  3  a file cannot be found, read or written, or holds no NMEA sentence\n"
-    "  4  the port is busy or does not exist\n"
-    "  5  no GPS receiver found\n";
-
 const std::vector<Command>& Commands() {
   static const std::vector<Command> commands = {
       {"play", "play a recorded NMEA file and show what the library decodes", RunPlay},
@@ -44,12 +35,10 @@ const std::vector<Command>& Commands() {
       {"find", "search the serial ports for a GPS receiver", RunFind},
       {"monitor", "show what a GPS receiver on a port sends", RunMonitor},
       {"simulate", "simulate a GPS receiver: NMEA recordings or a live port", RunSimulate},
-      {"serve", "share a receiver with GPS clients over the GPS daemon protocol", serve::RunServe},
+      {"serve", "share a receiver with GPS clients over the GPS daemon protocol", RunServe},
   };
   return commands;
 }
-
-bool OutputClosed(std::ostream& out) { return &out == &std::cout && StandardOutputClosed(); }
 
 int RunTool(const Arguments& args, std::ostream& out, std::ostream& err) {
   if (args.empty()) {

@@ -1,12 +1,11 @@
 #include "serve/driver_feed.h"
 
-#include "commands/commands.h"
-#include "commands/play_command.h"
-#include "commands/port_commands.h"
 #include "serve/protocol.h"
+#include "session/command_line.h"
 #include "session/driver_session.h"
 #include "session/gps_library.h"
 #include "session/json_report.h"
+#include "session/serial_ports.h"
 
 namespace kavo::serve {
 namespace {

@@ -8,6 +8,9 @@
 
 namespace kavo::cli {
 
+// The recording a command plays when given none.
+constexpr const char* kDefaultRecording = "walk.nmea";
+
 // The folders searched, in order.
 std::vector<std::filesystem::path> BundledDataFolders();
 // The path of the bundled file `name`, or empty when no folder has it.

@@ -254,4 +254,14 @@ void DriverSession::Stop() {
   Active().events.clear();
 }
 
+SessionOptions PlaybackOptions(int64_t intervalMs, bool repeat) {
+  SessionOptions options;
+  options.endsWithRecording = !repeat;
+  options.endTimeoutMs = static_cast<uint32_t>(2 * intervalMs + 1000);
+  options.noTextMs = 3000 + options.endTimeoutMs + 1000;
+  // Lines come one interval apart: only a longer silence is between epochs.
+  options.quietMs = std::max<uint32_t>(options.quietMs, static_cast<uint32_t>(3 * intervalMs));
+  return options;
+}
+
 }  // namespace kavo::cli

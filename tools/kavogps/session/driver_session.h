@@ -53,6 +53,16 @@ struct SessionOptions {
   bool viewsOnCallbackThread = false;
 };
 
+// The longest gap between the lines of a played recording.
+constexpr int64_t kMaxIntervalMs = 60000;
+
+// How a session plays a recording at `intervalMs` per line: it ends with
+// the recording unless `repeat`. The end shows as the driver's time-out
+// (to be set on the driver): the gap between lines is one interval (a
+// little more when the machine is busy), so twice that and a second more
+// never cuts a recording short.
+SessionOptions PlaybackOptions(int64_t intervalMs, bool repeat);
+
 // The callbacks to create the session's driver with.
 GPSStatusCallback SessionStatusCallback();
 GPSDataCallback SessionDataCallback();

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "commands/commands.h"
+#include "session/command_line.h"
 
 namespace kavo::cli {
 

@@ -2,7 +2,7 @@
 
 #include <iostream>
 
-#include "commands/commands.h"
+#include "session/command_line.h"
 #include "session/console.h"
 
 namespace kavo::cli {
