@@ -4,6 +4,7 @@
 
 #include "session/driver_session.h"
 #include "session/gps_library.h"
+#include "session/open_session.h"
 #include "session/option_reader.h"
 #include "session/receiver_settings.h"
 #include "session/serial_ports.h"
@@ -102,68 +103,62 @@ void PrintMonitorHelp(std::ostream& out) {
 }
 
 // Opens the port and runs a session on it until it ends; the driver could
-// not be created when `code` is set.
+// not be created or started when `code` is set.
 SessionEnd MonitorOnce(const PortInfoPtr& port, SessionOutput& output, ReadingView& hint, InterruptWatch& interrupt,
                        uint32_t* code, const std::function<void()>& started) {
-  const DriverPtr driver(GPSDriver_CreateFromCOMPort(port.get(), SessionStatusCallback(), SessionDataCallback(),
-                                                     SessionSentenceCallback()));
-  if (!driver) {
-    *code = KavoMobileGPS_GetLastError();
-    return SessionEnd::kSourceFailed;
-  }
-  DriverSession session(driver.get(), SessionOptions{});
-  output.Attach(session);
-  session.AddView(&hint);
-  if (!session.Start(code)) return SessionEnd::kSourceFailed;
+  SessionSource source;
+  source.port = port.get();
+  OpenedSession opened;
+  if (!OpenSession(source, false, &opened, code)) return SessionEnd::kSourceFailed;
+  output.Attach(*opened.session);
+  opened.session->AddView(&hint);
+  if (!opened.session->Start(code)) return SessionEnd::kSourceFailed;
   started();
-  return session.Run(interrupt);
+  return opened.session->Run(interrupt);
 }
 
-}  // namespace
-
-int RunMonitor(const Arguments& args, std::ostream& out, std::ostream& err) {
-  MonitorSettings settings;
-  if (!ParseMonitorArguments(args, &settings, err)) return kExitUsage;
-  if (settings.help) {
-    PrintMonitorHelp(out);
-    return kExitOk;
-  }
-  if (!MachineUsable("monitor", err)) return kExitFile;
-  const std::string& portName = settings.port;
-  const std::string libraryName = LibraryPortName(portName);
+// The port at the speed asked for, as the library describes it; null, with
+// the reason said and the exit code in `*exitCode`, when it cannot be.
+PortInfoPtr DescribeMonitoredPort(const MonitorSettings& settings, std::ostream& err, int* exitCode) {
   const COMPortParams params{static_cast<int32_t>(settings.baud), 0, 0, 8};
-  const PortInfoPtr port(COMPortInfo_Create(ToLibraryText(libraryName).c_str(), &params));
-  if (!port) {
-    if (KavoMobileGPS_GetLastError() == kErrorInvalidParameter) {
-      err << "kavogps monitor: invalid value '" << settings.baud << "' for --baud: expected " << kBaudRates << '\n';
-      return kExitUsage;
-    }
-    err << "kavogps monitor: the port '" << portName << "' cannot be described (error " << KavoMobileGPS_GetLastError()
-        << ")\n";
-    return kExitFailure;
+  PortInfoPtr port(COMPortInfo_Create(ToLibraryText(LibraryPortName(settings.port)).c_str(), &params));
+  if (port) return port;
+  const uint32_t error = KavoMobileGPS_GetLastError();
+  if (error == kErrorInvalidParameter) {
+    err << "kavogps monitor: invalid value '" << settings.baud << "' for --baud: expected " << kBaudRates << '\n';
+    *exitCode = kExitUsage;
+  } else {
+    err << "kavogps monitor: the port '" << settings.port << "' cannot be described (error " << error << ")\n";
+    *exitCode = kExitFailure;
   }
-  // The colon the library adds belongs to COM names, not to paths.
-  const bool path = !portName.empty() && portName[0] == '/';
-  const std::string shown = path ? portName : FromLibraryText(COMPortInfo_GetName(port.get()));
-  SessionOutput output(out, err,
-                       {settings.output.json, settings.output.nmea, settings.output.gpx, shown,
-                        "kavogps monitor " + shown + "  (" + std::to_string(settings.baud) + " baud; Ctrl+C stops)"});
-  if (const int code = output.Prepare("monitor", settings.output.receiver)) return code;
-  std::string error;
+  return nullptr;
+}
+
+// What a port the library could not set up at all ends with.
+int CannotSetUp(const MonitorSettings& settings, uint32_t code, std::ostream& err) {
+  if (code == kErrorFileNotFound) {
+    err << "kavogps monitor: cannot open " << settings.port << ": " << TroubleText(LibraryPortName(settings.port))
+        << '\n';
+    return kExitPortUnavailable;
+  }
+  err << "kavogps monitor: cannot set up " << settings.port << " at " << settings.baud << " baud (error " << code
+      << ")\n";
+  return kExitFailure;
+}
+
+// Monitors the receiver on `port`, named `shown`, with its output
+// prepared; an unplugged receiver is waited for and opened again once a
+// second unless --once.
+int Monitor(const MonitorSettings& settings, const PortInfoPtr& port, const std::string& shown, SessionOutput& output,
+            std::ostream& err) {
   NoSentenceHint hint(err, shown, settings.output.receiver);
   InterruptWatch interrupt;  // before the library starts any thread
   uint32_t code = 0;
   SessionEnd end = MonitorOnce(port, output, hint, interrupt, &code, [] {});
   if (code != 0) {
     output.Abandon();
-    if (code == kErrorFileNotFound) {
-      err << "kavogps monitor: cannot open " << portName << ": " << TroubleText(libraryName) << '\n';
-      return kExitPortUnavailable;
-    }
-    err << "kavogps monitor: cannot set up " << portName << " at " << settings.baud << " baud (error " << code << ")\n";
-    return kExitFailure;
+    return CannotSetUp(settings, code, err);
   }
-  // An unplugged receiver is waited for and opened again once a second.
   bool gone = false;
   while (end == SessionEnd::kSourceFailed && !settings.once) {
     if (!gone) err << "kavogps monitor: the receiver on " << shown << " is gone; waiting for it (Ctrl+C stops)\n";
@@ -178,21 +173,33 @@ int RunMonitor(const Arguments& args, std::ostream& out, std::ostream& err) {
       gone = false;
     });
   }
-  if (end == SessionEnd::kOutputFailed && OutputClosed(out)) {
-    output.Finish("", &error);
+  const bool receiverGone = end == SessionEnd::kSourceFailed;
+  if (receiverGone) err << "kavogps monitor: the receiver on " << shown << " is gone\n";
+  return output.FinishSession(end, "monitor", receiverGone ? "Receiver gone." : "Stopped.",
+                              receiverGone ? kExitFailure : kExitOk);
+}
+
+}  // namespace
+
+int RunMonitor(const Arguments& args, std::ostream& out, std::ostream& err) {
+  MonitorSettings settings;
+  if (!ParseMonitorArguments(args, &settings, err)) return kExitUsage;
+  if (settings.help) {
+    PrintMonitorHelp(out);
     return kExitOk;
   }
-  if (end == SessionEnd::kOutputFailed) {
-    output.Abandon();
-    err << "kavogps monitor: writing the output failed\n";
-    return kExitFailure;
-  }
-  if (end == SessionEnd::kSourceFailed) err << "kavogps monitor: the receiver on " << shown << " is gone\n";
-  if (!output.Finish(end == SessionEnd::kSourceFailed ? "Receiver gone." : "Stopped.", &error)) {
-    err << "kavogps monitor: " << error << '\n';
-    return kExitFile;
-  }
-  return end == SessionEnd::kSourceFailed ? kExitFailure : kExitOk;
+  if (!MachineUsable("monitor", err)) return kExitFile;
+  int exitCode = kExitOk;
+  const PortInfoPtr port = DescribeMonitoredPort(settings, err, &exitCode);
+  if (!port) return exitCode;
+  // The colon the library adds belongs to COM names, not to paths.
+  const bool path = !settings.port.empty() && settings.port[0] == '/';
+  const std::string shown = path ? settings.port : FromLibraryText(COMPortInfo_GetName(port.get()));
+  SessionOutput output(out, err,
+                       {settings.output.json, settings.output.nmea, settings.output.gpx, shown,
+                        "kavogps monitor " + shown + "  (" + std::to_string(settings.baud) + " baud; Ctrl+C stops)"});
+  if (const int code = output.Prepare("monitor", settings.output.receiver)) return code;
+  return Monitor(settings, port, shown, output, err);
 }
 
 }  // namespace kavo::cli

@@ -1,16 +1,10 @@
 #include "commands/play_command.h"
 
-#include <algorithm>
-#include <cctype>
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <functional>
-#include <vector>
 
 #include "session/bundled_data.h"
 #include "session/gps_library.h"
+#include "session/open_session.h"
 #include "session/option_reader.h"
 #include "session/recording_file.h"
 #include "session/session_output.h"
@@ -68,6 +62,65 @@ bool ParsePlayArguments(const Arguments& args, PlaySettings* s, std::string* err
   return ok && error->empty();
 }
 
+namespace {
+
+// The recording to play: the one named, else the bundled one; empty, with
+// the reason said, when it cannot be played.
+std::string RecordingToPlay(const std::string& named, std::ostream& err) {
+  const std::string file = named.empty() ? FindBundledFile(kDefaultRecording).string() : named;
+  if (file.empty()) {
+    err << "kavogps play: the bundled recording " << kDefaultRecording << " was not found (looked in " << FolderList()
+        << "); name a recording to play\n";
+    return {};
+  }
+  const std::string problem = RecordingProblem(file);
+  if (problem.empty()) return file;
+  err << "kavogps play: '" << (named.empty() ? file : named) << "': " << problem << '\n';
+  return {};
+}
+
+// What is wrong with a recording whose session leaves nothing worth
+// keeping, as it follows the recording's name: its source failed, or it
+// held no sentence the library read; empty when the session was fine.
+std::string NothingToKeep(SessionEnd end, const DriverSession& session, const std::string& file,
+                          const PlaySettings& settings) {
+  if (end == SessionEnd::kSourceFailed) return ": reading it failed while playing it";
+  if (end == SessionEnd::kInterrupted || end == SessionEnd::kOutputFailed || session.SentencesSeen() > 0) return {};
+  const std::string hint = TalkersHint(TalkersInFile(file), settings.output.receiver);
+  return " holds no NMEA sentence the library recognises" + (hint.empty() ? "" : ": " + hint);
+}
+
+// Plays `file`, named `shown` in messages, with its output prepared.
+int Play(const PlaySettings& settings, const std::string& file, const std::string& shown, SessionOutput& output,
+         std::ostream& err) {
+  InterruptWatch interrupt;  // before the library starts any thread
+  OpenedSession opened;
+  uint32_t code = 0;
+  if (!OpenSession({file, settings.intervalMs, settings.repeat}, false, &opened, &code)) {
+    err << "kavogps play: the library could not open '" << shown << "' (error " << code << ")\n";
+    output.Abandon();
+    return kExitFile;
+  }
+  DriverSession& session = *opened.session;
+  output.Attach(session);
+  if (!session.Start(&code)) {
+    err << "kavogps play: the library could not start playing '" << shown << "' (error " << code << ")\n";
+    output.Abandon();
+    return kExitFailure;
+  }
+  const SessionEnd end = session.Run(interrupt);
+  const std::string problem = NothingToKeep(end, session, file, settings);
+  if (!problem.empty()) {
+    output.Abandon();  // no track file is left behind
+    err << "kavogps play: '" << shown << "'" << problem << '\n';
+    return kExitFile;
+  }
+  return output.FinishSession(end, "play", end == SessionEnd::kInterrupted ? "Interrupted." : "End of recording.",
+                              kExitOk);
+}
+
+}  // namespace
+
 int RunPlay(const Arguments& args, std::ostream& out, std::ostream& err) {
   PlaySettings settings;
   std::string error;
@@ -79,78 +132,15 @@ int RunPlay(const Arguments& args, std::ostream& out, std::ostream& err) {
     PrintHelp(out);
     return kExitOk;
   }
-
-  fs::path file = settings.file;
-  if (file.empty()) {
-    file = FindBundledFile(kDefaultRecording);
-    if (file.empty()) {
-      err << "kavogps play: the bundled recording " << kDefaultRecording << " was not found (looked in " << FolderList()
-          << "); name a recording to play\n";
-      return kExitFile;
-    }
-  }
-  const std::string shown = settings.file.empty() ? file.string() : settings.file;
-  const std::string problem = RecordingProblem(file.string());
-  if (!problem.empty()) {
-    err << "kavogps play: '" << shown << "': " << problem << '\n';
-    return kExitFile;
-  }
-
+  const std::string file = RecordingToPlay(settings.file, err);
+  if (file.empty()) return kExitFile;
+  const std::string shown = settings.file.empty() ? file : settings.file;
   SessionOutput output(out, err,
                        {settings.output.json, settings.output.nmea, settings.output.gpx, shown,
                         "kavogps play " + shown + "  (" + std::to_string(settings.intervalMs) + " ms per line" +
                             (settings.repeat ? ", repeating" : "") + "; Ctrl+C stops)"});
   if (const int code = output.Prepare("play", settings.output.receiver)) return code;
-  InterruptWatch interrupt;  // before the library starts any thread
-  const LibraryText path = ToLibraryText(file.string());
-  const DriverPtr driver(GPSDriver_CreateFromFile(path.c_str(), static_cast<int32_t>(settings.intervalMs),
-                                                  settings.repeat ? 1 : 0, SessionStatusCallback(),
-                                                  SessionDataCallback(), SessionSentenceCallback()));
-  if (!driver) {
-    err << "kavogps play: the library could not open '" << shown << "' (error " << KavoMobileGPS_GetLastError()
-        << ")\n";
-    output.Abandon();
-    return kExitFile;
-  }
-  const SessionOptions options = PlaybackOptions(settings.intervalMs, settings.repeat);
-  GPSDriver_SetTimeoutInterval(driver.get(), static_cast<int32_t>(options.endTimeoutMs));
-  DriverSession session(driver.get(), options);
-  output.Attach(session);
-  uint32_t code = 0;
-  if (!session.Start(&code)) {
-    err << "kavogps play: the library could not start playing '" << shown << "' (error " << code << ")\n";
-    output.Abandon();
-    return kExitFailure;
-  }
-  const SessionEnd end = session.Run(interrupt);
-
-  if (end == SessionEnd::kOutputFailed && OutputClosed(out)) {
-    output.Finish("", &error);  // the track so far is kept
-    return kExitOk;
-  }
-  if (end == SessionEnd::kOutputFailed) {
-    output.Abandon();
-    err << "kavogps play: writing the output failed\n";
-    return kExitFailure;
-  }
-  const bool interrupted = end == SessionEnd::kInterrupted;
-  if (end == SessionEnd::kSourceFailed || (!interrupted && session.SentencesSeen() == 0)) {
-    // Nothing trustworthy to keep: no track file is left behind.
-    output.Abandon();
-    if (end == SessionEnd::kSourceFailed) {
-      err << "kavogps play: '" << shown << "': reading it failed while playing it\n";
-      return kExitFile;
-    }
-    const std::string hint = TalkersHint(TalkersInFile(file.string()), settings.output.receiver);
-    err << "kavogps play: '" << shown << "' holds no NMEA sentence the library recognises"
-        << (hint.empty() ? "" : ": " + hint) << '\n';
-    return kExitFile;
-  }
-  if (!output.Finish(interrupted ? "Interrupted." : "End of recording.", &error)) {
-    err << "kavogps play: " << error << '\n';
-    return kExitFile;
-  }
-  return kExitOk;
+  return Play(settings, file, shown, output, err);
 }
 
 }  // namespace kavo::cli

@@ -3,12 +3,10 @@
 #pragma once
 
 #include <cstdint>
-#include <set>
+#include <ostream>
 #include <string>
 
-#include "commands/commands.h"
-#include "session/driver_session.h"
-#include "session/receiver_settings.h"
+#include "session/command_line.h"
 #include "session/session_output.h"
 
 namespace kavo::cli {

@@ -5,6 +5,7 @@
 #include "session/driver_session.h"
 #include "session/gps_library.h"
 #include "session/json_report.h"
+#include "session/open_session.h"
 #include "session/serial_ports.h"
 
 namespace kavo::serve {
@@ -42,15 +43,11 @@ class Feed {
   }
 
   int PlayRecording(cli::InterruptWatch& interrupt) {
-    cli::SessionOptions options = cli::PlaybackOptions(spec_.intervalMs, spec_.repeat);
-    options.viewsOnCallbackThread = true;
-    const cli::DriverPtr driver(GPSDriver_CreateFromFile(
-        cli::ToLibraryText(spec_.file).c_str(), static_cast<int32_t>(spec_.intervalMs), spec_.repeat ? 1 : 0,
-        cli::SessionStatusCallback(), cli::SessionDataCallback(), cli::SessionSentenceCallback()));
-    uint32_t error = KavoMobileGPS_GetLastError();
-    if (!driver) return Fail("the library could not open '" + spec_.file + "'", error, cli::kExitFile);
-    GPSDriver_SetTimeoutInterval(driver.get(), static_cast<int32_t>(options.endTimeoutMs));
-    cli::DriverSession session(driver.get(), options);
+    cli::OpenedSession opened;
+    uint32_t error = 0;
+    if (!cli::OpenSession({spec_.file, spec_.intervalMs, spec_.repeat}, true, &opened, &error))
+      return Fail("the library could not open '" + spec_.file + "'", error, cli::kExitFile);
+    cli::DriverSession& session = *opened.session;
     session.AddView(&view_);
     if (!session.Start(&error))
       return Fail("the library could not play '" + spec_.file + "'", error, cli::kExitFailure);
@@ -102,13 +99,11 @@ class Feed {
   // error when the port could not be opened.
   bool RunOnPort(COMPortInfoHandle port, cli::InterruptWatch& interrupt, bool absent, cli::SessionEnd* end,
                  uint32_t* error) {
-    const cli::DriverPtr driver(GPSDriver_CreateFromCOMPort(
-        port, cli::SessionStatusCallback(), cli::SessionDataCallback(), cli::SessionSentenceCallback()));
-    *error = KavoMobileGPS_GetLastError();  // before the port's release clears it
-    if (!driver) return false;
-    cli::SessionOptions options;
-    options.viewsOnCallbackThread = true;
-    cli::DriverSession session(driver.get(), options);
+    cli::SessionSource source;
+    source.port = port;
+    cli::OpenedSession opened;
+    if (!cli::OpenSession(source, true, &opened, error)) return false;
+    cli::DriverSession& session = *opened.session;
     session.AddView(&view_);
     if (!session.Start(error)) return false;
     if (absent) err_ << "kavogps serve: the receiver on " << spec_.port << " is back\n";

@@ -81,4 +81,20 @@ bool SessionOutput::Finish(const std::string& heading, std::string* error) {
   return written;
 }
 
+int SessionOutput::FinishSession(SessionEnd end, const char* command, const std::string& heading, int code) {
+  std::string error;
+  if (end == SessionEnd::kOutputFailed && OutputClosed(out_)) {
+    Finish("", &error);  // the track so far is kept
+    return kExitOk;
+  }
+  if (end == SessionEnd::kOutputFailed) {
+    Abandon();
+    err_ << "kavogps " << command << ": writing the output failed\n";
+    return kExitFailure;
+  }
+  if (Finish(heading, &error)) return code;
+  err_ << "kavogps " << command << ": " << error << '\n';
+  return kExitFile;
+}
+
 }  // namespace kavo::cli

@@ -55,6 +55,12 @@ class SessionOutput {
   // when `heading` is empty); false with a message when the track file
   // could not be written.
   bool Finish(const std::string& heading, std::string* error);
+  // Ends the output of a session that ended with `end`: when the reader
+  // went away, quietly, the track so far kept (kExitOk); when the output
+  // failed, keeping nothing (kExitFailure); else with the summary under
+  // `heading` and the track file completed, returning `code` (kExitFile
+  // when the track file cannot be written). Messages name `command`.
+  int FinishSession(SessionEnd end, const char* command, const std::string& heading, int code);
   // Removes a track file that will not be completed.
   void Abandon() { gpx_.Abandon(); }
 
