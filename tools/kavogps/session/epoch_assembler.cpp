@@ -1,7 +1,6 @@
 #include "session/epoch_assembler.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <string_view>
 #include <vector>
@@ -9,36 +8,9 @@
 namespace kavo::cli {
 namespace {
 
-constexpr double kMphPerKnot = 1852.0 / 1609.344;
 constexpr uint32_t kSkyFlags = GPS_VALID_PDOP | GPS_VALID_HDOP | GPS_VALID_VDOP | GPS_VALID_SATELLITES_IN_USE;
 constexpr uint32_t kNeedsFix = GPS_VALID_POSITION | GPS_VALID_ALTITUDE | GPS_VALID_GEOID_SEPARATION | GPS_VALID_SPEED |
                                GPS_VALID_COURSE | GPS_VALID_MAGNETIC_COURSE;
-
-// A field's leading number, 0 without one, as atof reads it but without
-// the C library's locale-aware parsing, which cost most of a sentence.
-double Number(std::string_view field) {
-  if (!field.empty() && field.front() == '+') field.remove_prefix(1);
-  double value = 0;
-  std::from_chars(field.data(), field.data() + field.size(), value);
-  return value;
-}
-
-int Integer(std::string_view field) { return static_cast<int>(Number(field)); }
-
-std::vector<std::string> Fields(const std::string& sentence) {
-  size_t start = sentence.find_first_of("$!");
-  start = start == std::string::npos ? 0 : start + 1;
-  const size_t end = std::min(sentence.find_first_of("*\r\n", start), sentence.size());
-  std::vector<std::string> fields;
-  if (start >= end) return fields;
-  fields.reserve(24);
-  for (size_t at = start;;) {
-    const size_t comma = std::min(sentence.find(',', at), end);
-    fields.emplace_back(sentence, at, comma - at);
-    if (comma == end) return fields;
-    at = comma + 1;
-  }
-}
 
 // Whether the record's satellites are the cycle's: the library publishes a
 // cycle when its last message comes, the first twelve of it.
@@ -76,7 +48,8 @@ void SetTimeOfDay(GPSLocation& l, const std::string& hhmmss) {
   if (hhmmss.size() < 6) return;
   const std::string_view text(hhmmss);
   const double sent =
-      (Number(text.substr(0, 2)) * 3600.0 + Number(text.substr(2, 2)) * 60.0 + Number(text.substr(4))) / 86400.0;
+      (FieldNumber(text.substr(0, 2)) * 3600.0 + FieldNumber(text.substr(2, 2)) * 60.0 + FieldNumber(text.substr(4))) /
+      86400.0;
   if (l.TimeType == GPS_TIME_LOCAL_CLOCK) l.TimeType = GPS_TIME_OF_DAY;
   double day = std::floor(l.Time);
   const double held = l.Time - day;
@@ -85,14 +58,6 @@ void SetTimeOfDay(GPSLocation& l, const std::string& hhmmss) {
   else if (sent > held + 0.5)
     day -= 1;
   l.Time = day + sent;
-}
-
-// ddmm.mmmm and its hemisphere as signed degrees.
-double Angle(const std::string& value, const std::string& hemisphere, size_t degreeDigits) {
-  const std::string_view text(value);
-  const double degrees =
-      Number(text.substr(0, degreeDigits)) + Number(text.substr(std::min(degreeDigits, text.size()))) / 60.0;
-  return hemisphere == "S" || hemisphere == "W" ? -degrees : degrees;
 }
 
 double Held(const GPSLocation& l, uint32_t flag) {
@@ -137,87 +102,6 @@ uint32_t Differing(const GPSLocation& l, const std::vector<std::pair<uint32_t, d
 }
 
 }  // namespace
-
-SentenceFacts ReadSentenceFacts(const std::string& sentence) {
-  SentenceFacts facts;
-  std::vector<std::string> f = Fields(sentence);
-  if (f.empty() || f[0].size() < 3) return facts;
-  const size_t count = f.size();
-  f.resize(std::max<size_t>(f.size(), 20));
-  const auto given = [&](size_t i) { return !f[i].empty(); };
-  const auto flag = [&](bool value, uint32_t bit) { facts.known |= value ? bit : 0; };
-  const std::string type = f[0].substr(f[0].size() - 3);
-  facts.key = f[0];
-  facts.kind = f[0];
-  if (type == "GGA") {
-    facts.time = f[1];
-    facts.quality = given(6) ? Integer(f[6]) : 0;
-    facts.fix = *facts.quality > 0 && given(2) && given(4);
-    facts.said = GPS_VALID_POSITION | GPS_VALID_ALTITUDE | GPS_VALID_GEOID_SEPARATION | GPS_VALID_SATELLITES_IN_USE |
-                 GPS_VALID_HDOP;
-    flag(*facts.fix, GPS_VALID_POSITION);
-    flag(*facts.fix && given(9), GPS_VALID_ALTITUDE);
-    flag(*facts.fix && given(11), GPS_VALID_GEOID_SEPARATION);
-    flag(given(7), GPS_VALID_SATELLITES_IN_USE);
-    flag(given(8), GPS_VALID_HDOP);
-    if (*facts.fix) facts.values = {{GPS_VALID_POSITION, Angle(f[2], f[3], 2)}, {0, Angle(f[4], f[5], 3)}};
-    const std::pair<size_t, uint32_t> numbers[] = {{7, GPS_VALID_SATELLITES_IN_USE},
-                                                   {8, GPS_VALID_HDOP},
-                                                   {9, GPS_VALID_ALTITUDE},
-                                                   {11, GPS_VALID_GEOID_SEPARATION}};
-    for (const auto& [field, number] : numbers)
-      if (given(field) && (*facts.fix || field <= 8)) facts.values.emplace_back(number, Number(f[field]));
-  } else if (type == "RMC") {
-    facts.time = f[1];
-    facts.fix = f[2] == "A" && given(3) && given(5);
-    facts.said = GPS_VALID_POSITION | GPS_VALID_SPEED | GPS_VALID_COURSE;
-    flag(*facts.fix, GPS_VALID_POSITION);
-    flag(*facts.fix && given(7), GPS_VALID_SPEED);
-    flag(*facts.fix && given(8), GPS_VALID_COURSE);
-    if (*facts.fix) facts.values = {{GPS_VALID_POSITION, Angle(f[3], f[4], 2)}, {0, Angle(f[5], f[6], 3)}};
-    if (*facts.fix && given(7)) facts.values.emplace_back(GPS_VALID_SPEED, Number(f[7]) * kMphPerKnot);
-    if (*facts.fix && given(8)) facts.values.emplace_back(GPS_VALID_COURSE, Number(f[8]));
-  } else if (type == "GLL") {
-    facts.time = f[5];
-    facts.fix = f[6] == "A" && given(1) && given(3);
-    facts.said = GPS_VALID_POSITION;
-    flag(*facts.fix, GPS_VALID_POSITION);
-  } else if (type == "VTG") {
-    const bool valid = f[9] != "N";  // the mode field of newer receivers: N is no fix
-    facts.said = GPS_VALID_COURSE | GPS_VALID_MAGNETIC_COURSE | GPS_VALID_SPEED;
-    flag(valid && given(1), GPS_VALID_COURSE);
-    flag(valid && given(3), GPS_VALID_MAGNETIC_COURSE);
-    flag(valid && (given(5) || given(7)), GPS_VALID_SPEED);
-    if (valid && given(1)) facts.values.emplace_back(GPS_VALID_COURSE, Number(f[1]));
-    if (valid && given(3)) facts.values.emplace_back(GPS_VALID_MAGNETIC_COURSE, Number(f[3]));
-    if (valid && given(5)) facts.values.emplace_back(GPS_VALID_SPEED, Number(f[5]) * kMphPerKnot);
-  } else if (type == "GSA") {
-    facts.sky = true;
-    facts.said = GPS_VALID_PDOP | GPS_VALID_HDOP | GPS_VALID_VDOP;
-    flag(given(15), GPS_VALID_PDOP);
-    flag(given(16), GPS_VALID_HDOP);
-    flag(given(17), GPS_VALID_VDOP);
-    facts.used.emplace();
-    for (size_t field = 3; field <= 14; ++field)
-      if (given(field)) facts.used->insert(Integer(f[field]));
-    facts.key += f[18];  // one per system, where newer receivers send several
-    facts.kind = facts.key;
-    for (const uint32_t dop : {GPS_VALID_PDOP, GPS_VALID_HDOP, GPS_VALID_VDOP}) {
-      const size_t field = dop == GPS_VALID_PDOP ? 15 : dop == GPS_VALID_HDOP ? 16 : 17;
-      if (given(field)) facts.values.emplace_back(dop, Number(f[field]));
-    }
-  } else if (type == "GSV") {
-    facts.sky = true;
-    facts.key += f[2];  // one key per message of the group
-    facts.cycleEnd = f[1] == f[2];
-    if (!facts.cycleEnd) facts.kind = facts.key;
-    for (size_t at = 4; at + 3 < count; at += 4)  // PRN, elevation, azimuth, signal
-      facts.satellites.push_back({Integer(f[at]), Integer(f[at + 3]), Number(f[at + 1]), Number(f[at + 2])});
-  } else if (type == "ZDA") {
-    facts.time = f[1];
-  }
-  return facts;
-}
 
 void EpochAssembler::Sentence(const std::string& sentence, const Reading& before, uint64_t nowMs) {
   const SentenceFacts facts = ReadSentenceFacts(sentence);
