@@ -13,13 +13,6 @@
 #include "session/serial_ports.h"
 
 namespace kavo::cli {
-namespace {
-
-constexpr uint32_t kErrorFileNotFound = 2;   // what the library reports for a port it cannot open
-constexpr uint32_t kErrorNotSupported = 50;  // also: the port list could not be read
-
-}  // namespace
-
 int RunFind(const Arguments& args, std::ostream& out, std::ostream& err) {
   bool help = false;
   ReceiverSettings receiver;
@@ -94,11 +87,11 @@ int RunFind(const Arguments& args, std::ostream& out, std::ostream& err) {
   for (const std::string& name : busy) err << "Skipped " << name << " " << TroubleText(name) << '\n';
   if (!port) {
     // Where there are no ports the library cannot even list them.
-    if (names.empty() && (lastError == kErrorFileNotFound || lastError == kErrorNotSupported)) {
+    if (names.empty() && (lastError == KAVOGPS_ERROR_FILE_NOT_FOUND || lastError == KAVOGPS_ERROR_NOT_SUPPORTED)) {
       err << "kavogps find: no GPS receiver found: there are no serial ports\n";
       return kExitNoReceiver;
     }
-    if (lastError == kErrorFileNotFound) {
+    if (lastError == KAVOGPS_ERROR_FILE_NOT_FOUND) {
       err << "kavogps find: no GPS receiver found on "
           << (busy.empty() ? "any port\n" : "the ports that could be opened\n");
       return kExitNoReceiver;

@@ -13,9 +13,6 @@
 namespace kavo::cli {
 namespace {
 
-constexpr uint32_t kErrorFileNotFound = 2;  // what the library reports for a port it cannot open
-constexpr uint32_t kErrorInvalidParameter = 87;
-
 struct MonitorSettings {
   std::string port;
   int64_t baud = 4800;
@@ -124,7 +121,7 @@ PortInfoPtr DescribeMonitoredPort(const MonitorSettings& settings, std::ostream&
   PortInfoPtr port(COMPortInfo_Create(ToLibraryText(LibraryPortName(settings.port)).c_str(), &params));
   if (port) return port;
   const uint32_t error = KavoMobileGPS_GetLastError();
-  if (error == kErrorInvalidParameter) {
+  if (error == KAVOGPS_ERROR_INVALID_PARAMETER) {
     err << "kavogps monitor: invalid value '" << settings.baud << "' for --baud: expected " << kBaudRates << '\n';
     *exitCode = kExitUsage;
   } else {
@@ -136,7 +133,7 @@ PortInfoPtr DescribeMonitoredPort(const MonitorSettings& settings, std::ostream&
 
 // What a port the library could not set up at all ends with.
 int CannotSetUp(const MonitorSettings& settings, uint32_t code, std::ostream& err) {
-  if (code == kErrorFileNotFound) {
+  if (code == KAVOGPS_ERROR_FILE_NOT_FOUND) {
     err << "kavogps monitor: cannot open " << settings.port << ": " << TroubleText(LibraryPortName(settings.port))
         << '\n';
     return kExitPortUnavailable;
@@ -155,7 +152,7 @@ int Monitor(const MonitorSettings& settings, const PortInfoPtr& port, const std:
   InterruptWatch interrupt;  // before the library starts any thread
   uint32_t code = 0;
   SessionEnd end = MonitorOnce(port, output, hint, interrupt, &code, [] {});
-  if (code != 0) {
+  if (code != KAVOGPS_ERROR_SUCCESS) {
     output.Abandon();
     return CannotSetUp(settings, code, err);
   }

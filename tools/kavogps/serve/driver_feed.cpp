@@ -12,7 +12,6 @@ namespace kavo::serve {
 namespace {
 
 constexpr uint32_t kReopenEveryMs = 1000;
-constexpr uint32_t kErrorFileNotFound = 2;  // a port busy, missing or not ours to open
 
 // Each epoch as the clients read it, and the sentences as they came. Every
 // call only hands work to the network thread, so it may run on the
@@ -85,7 +84,8 @@ class Feed {
         absent = true;
       } else if (!absent) {
         err_ << "kavogps serve: cannot open " << spec_.port << ": "
-             << (error == kErrorFileNotFound ? cli::TroubleText(spec_.port) : "error " + std::to_string(error))
+             << (error == KAVOGPS_ERROR_FILE_NOT_FOUND ? cli::TroubleText(spec_.port)
+                                                       : "error " + std::to_string(error))
              << "; trying again every second\n";
         Present(false);
         absent = true;
