@@ -105,6 +105,98 @@ std::string Epoch::Text() const {
   return text;
 }
 
+namespace {
+
+// The systems in the sky: the constellations asked for; else GPS, and
+// GLONASS when other talkers are on.
+std::vector<System> SystemsInSky(const SimulatorOptions& options) {
+  if (!options.constellations.empty()) return options.constellations;
+  std::vector<System> systems{System::kGps};
+  if (options.otherTalkers) systems.push_back(System::kGlonass);
+  return systems;
+}
+
+// The exact angles of the satellites a fix uses.
+struct UsedSatellites {
+  std::vector<LookAngles> gps, all;
+};
+
+// The epoch's fix from the satellites it uses: older receivers fix with GPS
+// alone, modern ones with all they track. Returns what the combined
+// sentences of other talkers report: every satellite used.
+CombinedFix SetFix(const UsedSatellites& used, bool modern, Epoch* e) {
+  const std::vector<LookAngles>& fixUsed = modern ? used.all : used.gps;
+  e->usedCount = static_cast<int>(fixUsed.size());
+  Dilution dop;
+  e->fix = ComputeDilution(fixUsed, &dop);
+  e->quality = e->fix ? 1 : 0;
+  e->pdop = e->fix ? dop.pdop : 99.99;
+  e->hdop = e->fix ? dop.hdop : 99.99;
+  e->vdop = e->fix ? dop.vdop : 99.99;
+  CombinedFix combined;
+  combined.usedCount = static_cast<int>(used.all.size());
+  Dilution all;
+  if (e->fix && ComputeDilution(used.all, &all)) {
+    combined.pdop = all.pdop;
+    combined.hdop = all.hdop;
+    combined.vdop = all.vdop;
+  }
+  return combined;
+}
+
+void Append(std::vector<std::string>&& more, std::vector<std::string>* texts) {
+  for (std::string& text : more) texts->push_back(std::move(text));
+}
+
+// A modern receiver's epoch: position sentences from the system's talker
+// ("GN" for several), a GSA per system, and a GSV cycle per signal.
+std::vector<std::string> ModernSentences(const Epoch& e, const std::vector<System>& systems) {
+  const std::string talker = systems.size() > 1 ? "GN" : TalkerOf(systems[0]);
+  std::vector<std::string> texts{Gga(e, talker, e.usedCount, e.hdop)};
+  for (const System system : systems) texts.push_back(Gsa(e, talker, system, e.pdop, e.hdop, e.vdop, SystemId(system)));
+  if (e.satellitesReported) {
+    for (const System system : systems) {
+      Append(Gsv(e, TalkerOf(system), system, FirstSignal(system), false), &texts);
+      if (SecondSignal(system) != 0) Append(Gsv(e, TalkerOf(system), system, SecondSignal(system), true), &texts);
+    }
+  }
+  texts.push_back(Rmc(e, talker, true));
+  texts.push_back(Vtg(e, talker));
+  return texts;
+}
+
+// An older receiver's epoch: GPS sentences, and with other talkers the
+// combined GGA and GSA and GLONASS's satellites beside them.
+std::vector<std::string> ClassicSentences(const Epoch& e, bool otherTalkers, const CombinedFix& combined) {
+  std::vector<std::string> texts{Gga(e, "GP", e.usedCount, e.hdop)};
+  if (otherTalkers) texts.push_back(Gga(e, "GN", combined.usedCount, combined.hdop));
+  texts.push_back(Gsa(e, "GP", System::kGps, e.pdop, e.hdop, e.vdop));
+  if (otherTalkers) texts.push_back(Gsa(e, "GN", System::kGlonass, combined.pdop, combined.hdop, combined.vdop));
+  if (e.satellitesReported) {
+    Append(Gsv(e, "GP", System::kGps), &texts);
+    if (otherTalkers) Append(Gsv(e, "GL", System::kGlonass), &texts);
+  }
+  texts.push_back(Rmc(e));
+  texts.push_back(Vtg(e));
+  return texts;
+}
+
+std::vector<std::string> EpochSentences(const SimulatorOptions& options, const std::vector<System>& systems,
+                                        const CombinedFix& combined, const Epoch& e) {
+  std::vector<std::string> texts;
+  if (options.proprietary && e.index == 0) texts.push_back(Sentence("PSRFTXT,KAVO RECEIVER SIMULATOR"));
+  Append(options.constellations.empty() ? ClassicSentences(e, options.otherTalkers, combined)
+                                        : ModernSentences(e, systems),
+         &texts);
+  if (options.proprietary) {
+    texts.push_back(Pgrme(e));
+    texts.push_back(Pgrmz(e));
+  }
+  return texts;
+}
+
+}  // namespace
+
 struct Simulator::State {
   explicit State(const SimulatorOptions& o)
       : root(o.seed),
@@ -126,6 +218,47 @@ struct Simulator::State {
   Prng outages, damage, secondSignals, checksums;
   uint64_t index = 0;
   double nextOutage = 0, outageEnd = 0;
+
+  // Whether the sky is blocked at `seconds`, with outages now and then.
+  bool Obstructed(const SimulatorOptions& options, double seconds) {
+    if (!options.fixLoss) return false;
+    if (seconds >= nextOutage) {
+      outageEnd = nextOutage + outages.Uniform(8.0, 25.0);
+      nextOutage = outageEnd + outages.Uniform(60.0, 180.0);
+    }
+    return seconds < outageEnd;
+  }
+
+  // The satellites in view of `e` after `dt` seconds, system by system,
+  // with second signals for modern receivers; returns those used.
+  UsedSatellites TrackSky(const std::vector<System>& systems, bool modern, double dt, bool obstructed, Epoch* e) {
+    const double seconds = e->elapsedMs / 1000.0;
+    UsedSatellites used;
+    for (const System system : systems) {
+      const int index = static_cast<int>(system);
+      for (const TrackedSatellite& t :
+           signals[index].Update(skies[index].InView(e->truth.position, seconds), dt, obstructed)) {
+        e->satellites.push_back(t.view);
+        SatelliteView& view = e->satellites.back();
+        if (modern && view.snr >= 0 && HasSecondSignal(system, view.prn))
+          view.snr2 = std::clamp(view.snr + static_cast<int>(std::lround(secondSignals.Uniform(-6.0, 4.0))), 0, 99);
+        if (!t.view.used) continue;
+        used.all.push_back(t.look);
+        if (t.view.system == System::kGps) used.gps.push_back(t.look);
+      }
+    }
+    return used;
+  }
+
+  // `text` as sent: now and then damaged, or with a bad checksum.
+  Line Sent(const SimulatorOptions& options, std::string text) {
+    Line line{std::move(text), Damage::kNone};
+    if (options.damage > 0.0 && damage.Chance(options.damage))
+      line.damage = DamageLine(line.text, damage);
+    else if (options.badChecksums > 0.0 && checksums.Chance(options.badChecksums))
+      line.damage = BreakChecksum(line.text, checksums);
+    return line;
+  }
 };
 
 Simulator::Simulator(const SimulatorOptions& options) : options_(options) {
@@ -144,110 +277,19 @@ Epoch Simulator::Next() {
   e.index = s.index++;
   e.elapsedMs = e.index * intervalMs_;
   e.time = AddMilliseconds(options_.startTime, e.elapsedMs);
-  const double seconds = e.elapsedMs / 1000.0;
   const double dt = e.index == 0 ? 0.0 : intervalMs_ / 1000.0;
   s.track.Advance(dt);
   e.truth = s.track.Current();
   e.geoidSeparation = GeoidSeparation(e.truth.position);
 
-  bool obstructed = false;
-  if (options_.fixLoss) {
-    if (seconds >= s.nextOutage) {
-      s.outageEnd = s.nextOutage + s.outages.Uniform(8.0, 25.0);
-      s.nextOutage = s.outageEnd + s.outages.Uniform(60.0, 180.0);
-    }
-    obstructed = seconds < s.outageEnd;
-  }
-
-  // The sky: the constellations asked for; else GPS, and GLONASS when other
-  // talkers are on.
   const bool modern = !options_.constellations.empty();
-  std::vector<System> systems = options_.constellations;
-  if (!modern) {
-    systems.push_back(System::kGps);
-    if (options_.otherTalkers) systems.push_back(System::kGlonass);
-  }
-  std::vector<LookAngles> gpsUsed, allUsed;
-  for (const System system : systems) {
-    const int index = static_cast<int>(system);
-    for (const TrackedSatellite& t :
-         s.signals[index].Update(s.skies[index].InView(e.truth.position, seconds), dt, obstructed)) {
-      e.satellites.push_back(t.view);
-      SatelliteView& view = e.satellites.back();
-      if (modern && view.snr >= 0 && HasSecondSignal(system, view.prn))
-        view.snr2 = std::clamp(view.snr + static_cast<int>(std::lround(s.secondSignals.Uniform(-6.0, 4.0))), 0, 99);
-      if (!t.view.used) continue;
-      allUsed.push_back(t.look);
-      if (t.view.system == System::kGps) gpsUsed.push_back(t.look);
-    }
-  }
-  // Older receivers fix with GPS alone; modern ones with all they track.
-  const std::vector<LookAngles>& fixUsed = modern ? allUsed : gpsUsed;
-  e.usedCount = static_cast<int>(fixUsed.size());
-
-  Dilution dop;
-  e.fix = ComputeDilution(fixUsed, &dop);
-  e.quality = e.fix ? 1 : 0;
-  e.pdop = e.fix ? dop.pdop : 99.99;
-  e.hdop = e.fix ? dop.hdop : 99.99;
-  e.vdop = e.fix ? dop.vdop : 99.99;
-  CombinedFix combined;
-  combined.usedCount = static_cast<int>(allUsed.size());
-  Dilution all;
-  if (e.fix && ComputeDilution(allUsed, &all)) {
-    combined.pdop = all.pdop;
-    combined.hdop = all.hdop;
-    combined.vdop = all.vdop;
-  }
-
+  const std::vector<System> systems = SystemsInSky(options_);
+  const bool obstructed = s.Obstructed(options_, e.elapsedMs / 1000.0);
+  const CombinedFix combined = SetFix(s.TrackSky(systems, modern, dt, obstructed, &e), modern, &e);
   // Satellites in view once a second, as receivers do at higher rates.
   e.satellitesReported = e.index == 0 || e.elapsedMs / 1000 != (e.elapsedMs - intervalMs_) / 1000;
-
-  std::vector<std::string> texts;
-  if (options_.proprietary && e.index == 0) texts.push_back(Sentence("PSRFTXT,KAVO RECEIVER SIMULATOR"));
-  if (modern) {
-    const std::string talker = systems.size() > 1 ? "GN" : TalkerOf(systems[0]);
-    texts.push_back(Gga(e, talker, e.usedCount, e.hdop));
-    for (const System system : systems)
-      texts.push_back(Gsa(e, talker, system, e.pdop, e.hdop, e.vdop, SystemId(system)));
-    if (e.satellitesReported) {
-      for (const System system : systems) {
-        for (std::string& gsv : Gsv(e, TalkerOf(system), system, FirstSignal(system), false))
-          texts.push_back(std::move(gsv));
-        if (SecondSignal(system) != 0)
-          for (std::string& gsv : Gsv(e, TalkerOf(system), system, SecondSignal(system), true))
-            texts.push_back(std::move(gsv));
-      }
-    }
-    texts.push_back(Rmc(e, talker, true));
-    texts.push_back(Vtg(e, talker));
-  } else {
-    texts.push_back(Gga(e, "GP", e.usedCount, e.hdop));
-    if (options_.otherTalkers) texts.push_back(Gga(e, "GN", combined.usedCount, combined.hdop));
-    texts.push_back(Gsa(e, "GP", System::kGps, e.pdop, e.hdop, e.vdop));
-    if (options_.otherTalkers)
-      texts.push_back(Gsa(e, "GN", System::kGlonass, combined.pdop, combined.hdop, combined.vdop));
-    if (e.satellitesReported) {
-      for (std::string& gsv : Gsv(e, "GP", System::kGps)) texts.push_back(std::move(gsv));
-      if (options_.otherTalkers)
-        for (std::string& gsv : Gsv(e, "GL", System::kGlonass)) texts.push_back(std::move(gsv));
-    }
-    texts.push_back(Rmc(e));
-    texts.push_back(Vtg(e));
-  }
-  if (options_.proprietary) {
-    texts.push_back(Pgrme(e));
-    texts.push_back(Pgrmz(e));
-  }
-
-  for (std::string& text : texts) {
-    Line line{std::move(text), Damage::kNone};
-    if (options_.damage > 0.0 && s.damage.Chance(options_.damage))
-      line.damage = DamageLine(line.text, s.damage);
-    else if (options_.badChecksums > 0.0 && s.checksums.Chance(options_.badChecksums))
-      line.damage = BreakChecksum(line.text, s.checksums);
-    e.lines.push_back(std::move(line));
-  }
+  for (std::string& text : EpochSentences(options_, systems, combined, e))
+    e.lines.push_back(s.Sent(options_, std::move(text)));
   return e;
 }
 
