@@ -105,106 +105,141 @@ bool IsSerialSpeed(uint64_t baud) {
   return false;
 }
 
+// Which of the options that go only with a recording, or only with a live
+// receiver, were given.
+struct GivenOptions {
+  bool baud = false, silent = false, output = false, encoding = false;
+};
+
+// The options of the simulated receiver's journey. Each Read...Option reads
+// the option the reader stands on when it is one of its kind: true when it
+// did (`*ok` false for a bad value, the reader holding why).
+bool ReadJourneyOption(OptionReader& reader, SimulateSettings* s, bool* ok) {
+  sim::SimulatorOptions& o = s->simulation;
+  const std::string& name = reader.Name();
+  if (name == "--seed") {
+    *ok = ReadValue(reader, "a whole number from 0 to 18446744073709551615",
+                    [&](const std::string& t) { return ParseUnsigned(t, &o.seed); });
+  } else if (name == "--rate") {
+    *ok = ReadValue(reader, "a number of epochs per second from 1/60 (0.0167) to 50", [&](const std::string& t) {
+      return ParseNumber(t, &o.rateHz) && o.rateHz >= 1.0 / 60.0 - 1e-12 && o.rateHz <= 50.0;
+    });
+  } else if (name == "--duration") {
+    *ok = ReadValue(reader, "a number of seconds above 0 and up to 86400", [&](const std::string& t) {
+      double seconds = 0;
+      if (!ParseNumber(t, &seconds) || seconds <= 0.0 || seconds > kMaxDuration) return false;
+      s->duration = seconds;
+      return true;
+    });
+  } else if (name == "--mode") {
+    *ok = ReadValue(reader, "walk or drive", [&](const std::string& t) {
+      if (t != "walk" && t != "drive") return false;
+      o.mode = t == "walk" ? sim::Mode::kWalk : sim::Mode::kDrive;
+      return true;
+    });
+  } else if (name == "--start") {
+    *ok = ReadValue(reader, "LAT,LON in degrees, latitude within 85 of the equator, longitude from -180 to below 180",
+                    [&](const std::string& t) {
+                      sim::Geodetic start = o.start;
+                      if (!ParseStart(t, &start) || std::fabs(start.latitude) > 85.0 || start.longitude < -180.0 ||
+                          start.longitude >= 180.0)
+                        return false;
+                      o.start = start;
+                      return true;
+                    });
+  } else {
+    return false;
+  }
+  return true;
+}
+
+// The options of what the receiver sends.
+bool ReadSentenceOption(OptionReader& reader, sim::SimulatorOptions* o, bool* ok) {
+  const std::string& name = reader.Name();
+  if (name == "--talkers") {
+    *ok = reader.Flag(&o->otherTalkers);
+  } else if (name == "--proprietary") {
+    *ok = reader.Flag(&o->proprietary);
+  } else if (name == "--fix-loss") {
+    *ok = reader.Flag(&o->fixLoss);
+  } else if (name == "--constellations") {
+    *ok = ReadValue(reader, "a list of gps, glonass, galileo, beidou, each at most once",
+                    [&](const std::string& t) { return ParseConstellations(t, &o->constellations); });
+  } else if (name == "--bad-checksums") {
+    *ok = ReadValue(reader, "a probability from 0 to 1", [&](const std::string& t) {
+      return ParseNumber(t, &o->badChecksums) && o->badChecksums >= 0.0 && o->badChecksums <= 1.0;
+    });
+  } else if (name == "--damage") {
+    *ok = ReadValue(reader, "a probability from 0 to 1", [&](const std::string& t) {
+      return ParseNumber(t, &o->damage) && o->damage >= 0.0 && o->damage <= 1.0;
+    });
+  } else {
+    return false;
+  }
+  return true;
+}
+
+// The options of where it goes: a recording, or a live receiver.
+bool ReadDestinationOption(OptionReader& reader, SimulateSettings* s, GivenOptions* given, bool* ok) {
+  const std::string& name = reader.Name();
+  const bool liveOption = name == "--pty" || name == "--baud" || name == "--silent";
+  if (name == "--encoding") {
+    *ok = given->encoding = ReadValue(reader, "ascii, utf8, utf16le or utf16be", [&](const std::string& t) {
+      const auto encoding = sim::ParseEncoding(t);
+      if (encoding) s->encoding = *encoding;
+      return encoding.has_value();
+    });
+  } else if (name == "--output" || name == "-o") {
+    *ok = given->output = reader.Value(&s->output);
+  } else if (liveOption && !LiveReceiverAvailable()) {
+    *ok = reader.Refuse("is not available on this platform (it has no pseudo-terminals)");
+  } else if (name == "--pty") {
+    *ok = reader.Flag(&s->live);
+  } else if (name == "--baud") {
+    *ok = given->baud =
+        ReadValue(reader, "1200, 2400, 4800, 9600, 19200, 38400, 57600 or 115200", [&](const std::string& t) {
+          uint64_t baud = 0;
+          if (!ParseUnsigned(t, &baud) || !IsSerialSpeed(baud)) return false;
+          s->baud = static_cast<uint32_t>(baud);
+          return true;
+        });
+  } else if (name == "--silent") {
+    *ok = given->silent = reader.Flag(&s->silent);
+  } else {
+    return false;
+  }
+  return true;
+}
+
+// Why the options given cannot go together; empty when they can.
+std::string OptionsConflict(const SimulateSettings& s, const GivenOptions& given) {
+  if (s.live && (given.output || given.encoding))
+    return std::string(given.output ? "--output" : "--encoding") +
+           " is for recordings; a live receiver sends single-byte text on its port";
+  if (!s.live && (given.baud || given.silent)) return std::string(given.baud ? "--baud" : "--silent") + " needs --pty";
+  return {};
+}
+
 }  // namespace
 
 bool ParseSimulateArguments(const Arguments& args, SimulateSettings* s, std::string* error) {
-  sim::SimulatorOptions& o = s->simulation;
   OptionReader reader(args);
-  bool baudGiven = false, silentGiven = false, outputGiven = false, encodingGiven = false;
+  GivenOptions given;
   bool ok = true;
   while (ok && reader.Next()) {
-    const std::string& name = reader.Name();
-    const bool liveOption = name == "--pty" || name == "--baud" || name == "--silent";
-    if (name == "-h" || name == "--help") {
+    if (reader.Name() == "-h" || reader.Name() == "--help")
       ok = reader.Flag(&s->help);
-    } else if (name == "--seed") {
-      ok = ReadValue(reader, "a whole number from 0 to 18446744073709551615",
-                     [&](const std::string& t) { return ParseUnsigned(t, &o.seed); });
-    } else if (name == "--rate") {
-      ok = ReadValue(reader, "a number of epochs per second from 1/60 (0.0167) to 50", [&](const std::string& t) {
-        return ParseNumber(t, &o.rateHz) && o.rateHz >= 1.0 / 60.0 - 1e-12 && o.rateHz <= 50.0;
-      });
-    } else if (name == "--duration") {
-      ok = ReadValue(reader, "a number of seconds above 0 and up to 86400", [&](const std::string& t) {
-        double seconds = 0;
-        if (!ParseNumber(t, &seconds) || seconds <= 0.0 || seconds > kMaxDuration) return false;
-        s->duration = seconds;
-        return true;
-      });
-    } else if (name == "--mode") {
-      ok = ReadValue(reader, "walk or drive", [&](const std::string& t) {
-        if (t != "walk" && t != "drive") return false;
-        o.mode = t == "walk" ? sim::Mode::kWalk : sim::Mode::kDrive;
-        return true;
-      });
-    } else if (name == "--start") {
-      ok = ReadValue(reader, "LAT,LON in degrees, latitude within 85 of the equator, longitude from -180 to below 180",
-                     [&](const std::string& t) {
-                       sim::Geodetic start = o.start;
-                       if (!ParseStart(t, &start) || std::fabs(start.latitude) > 85.0 || start.longitude < -180.0 ||
-                           start.longitude >= 180.0)
-                         return false;
-                       o.start = start;
-                       return true;
-                     });
-    } else if (name == "--talkers") {
-      ok = reader.Flag(&o.otherTalkers);
-    } else if (name == "--proprietary") {
-      ok = reader.Flag(&o.proprietary);
-    } else if (name == "--fix-loss") {
-      ok = reader.Flag(&o.fixLoss);
-    } else if (name == "--constellations") {
-      ok = ReadValue(reader, "a list of gps, glonass, galileo, beidou, each at most once",
-                     [&](const std::string& t) { return ParseConstellations(t, &o.constellations); });
-    } else if (name == "--bad-checksums") {
-      ok = ReadValue(reader, "a probability from 0 to 1", [&](const std::string& t) {
-        return ParseNumber(t, &o.badChecksums) && o.badChecksums >= 0.0 && o.badChecksums <= 1.0;
-      });
-    } else if (name == "--damage") {
-      ok = ReadValue(reader, "a probability from 0 to 1", [&](const std::string& t) {
-        return ParseNumber(t, &o.damage) && o.damage >= 0.0 && o.damage <= 1.0;
-      });
-    } else if (name == "--encoding") {
-      ok = encodingGiven = ReadValue(reader, "ascii, utf8, utf16le or utf16be", [&](const std::string& t) {
-        const auto encoding = sim::ParseEncoding(t);
-        if (encoding) s->encoding = *encoding;
-        return encoding.has_value();
-      });
-    } else if (name == "--output" || name == "-o") {
-      ok = outputGiven = reader.Value(&s->output);
-    } else if (liveOption && !LiveReceiverAvailable()) {
-      ok = reader.Refuse("is not available on this platform (it has no pseudo-terminals)");
-    } else if (name == "--pty") {
-      ok = reader.Flag(&s->live);
-    } else if (name == "--baud") {
-      ok = baudGiven =
-          ReadValue(reader, "1200, 2400, 4800, 9600, 19200, 38400, 57600 or 115200", [&](const std::string& t) {
-            uint64_t baud = 0;
-            if (!ParseUnsigned(t, &baud) || !IsSerialSpeed(baud)) return false;
-            s->baud = static_cast<uint32_t>(baud);
-            return true;
-          });
-    } else if (name == "--silent") {
-      ok = silentGiven = reader.Flag(&s->silent);
-    } else {
+    else if (!ReadJourneyOption(reader, s, &ok) && !ReadSentenceOption(reader, &s->simulation, &ok) &&
+             !ReadDestinationOption(reader, s, &given, &ok))
       ok = reader.Unknown();
-    }
   }
   if (!ok) {
     *error = reader.Error();
     return false;
   }
   if (s->help) return true;
-  if (s->live && (outputGiven || encodingGiven)) {
-    *error = std::string(outputGiven ? "--output" : "--encoding") +
-             " is for recordings; a live receiver sends single-byte text on its port";
-    return false;
-  }
-  if (!s->live && (baudGiven || silentGiven)) {
-    *error = std::string(baudGiven ? "--baud" : "--silent") + " needs --pty";
-    return false;
-  }
-  return true;
+  *error = OptionsConflict(*s, given);
+  return error->empty();
 }
 
 uint64_t WriteSimulation(const SimulateSettings& settings, std::ostream& out, uint64_t* lines, uint64_t* damaged) {
@@ -224,6 +259,50 @@ uint64_t WriteSimulation(const SimulateSettings& settings, std::ostream& out, ui
   return written;
 }
 
+namespace {
+
+// Writes the recording to standard output; a reader that went away ends
+// it quietly.
+int WriteToStandardOutput(const SimulateSettings& settings, std::ostream& out, std::ostream& err) {
+  uint64_t lines = 0, damaged = 0;
+  UseBinaryStandardOutput();
+  WriteSimulation(settings, out, &lines, &damaged);
+  out.flush();
+  if (!out.good() && OutputClosed(out)) return kExitOk;  // the reader stopped reading
+  if (!out.good()) {
+    err << "kavogps simulate: writing to standard output failed\n";
+    return kExitFailure;
+  }
+  return kExitOk;
+}
+
+// Writes the recording to the file named, and says what it wrote.
+int WriteToFile(const SimulateSettings& settings, std::ostream& out, std::ostream& err) {
+  std::ofstream file(settings.output, std::ios::binary | std::ios::trunc);
+  if (!file) {
+    err << "kavogps simulate: cannot create '" << settings.output << "': " << std::strerror(errno) << '\n';
+    return kExitFile;
+  }
+  uint64_t lines = 0, damaged = 0;
+  const uint64_t epochs = WriteSimulation(settings, file, &lines, &damaged);
+  file.close();
+  if (file.fail()) {
+    // A half-written recording is removed; a device or pipe named as the
+    // output is of course left alone.
+    std::error_code ignored;
+    const bool regular = std::filesystem::is_regular_file(settings.output, ignored);
+    if (regular) std::filesystem::remove(settings.output, ignored);
+    err << "kavogps simulate: writing '" << settings.output << "' failed"
+        << (regular ? "; the incomplete file was removed\n" : "\n");
+    return kExitFile;
+  }
+  out << "Wrote " << epochs << " epochs, " << lines << " lines (" << damaged << " damaged) to " << settings.output
+      << " (" << sim::EncodingName(settings.encoding) << ")\n";
+  return kExitOk;
+}
+
+}  // namespace
+
 int RunSimulate(const Arguments& args, std::ostream& out, std::ostream& err) {
   SimulateSettings settings;
   std::string error;
@@ -241,40 +320,8 @@ int RunSimulate(const Arguments& args, std::ostream& out, std::ostream& err) {
     return kExitUsage;
   }
   if (settings.live) return RunLiveReceiver(settings, out, err);
-
-  uint64_t lines = 0, damaged = 0;
-  if (settings.output.empty() || settings.output == "-") {
-    UseBinaryStandardOutput();
-    WriteSimulation(settings, out, &lines, &damaged);
-    out.flush();
-    if (!out.good() && OutputClosed(out)) return kExitOk;  // the reader stopped reading
-    if (!out.good()) {
-      err << "kavogps simulate: writing to standard output failed\n";
-      return kExitFailure;
-    }
-    return kExitOk;
-  }
-
-  std::ofstream file(settings.output, std::ios::binary | std::ios::trunc);
-  if (!file) {
-    err << "kavogps simulate: cannot create '" << settings.output << "': " << std::strerror(errno) << '\n';
-    return kExitFile;
-  }
-  const uint64_t epochs = WriteSimulation(settings, file, &lines, &damaged);
-  file.close();
-  if (file.fail()) {
-    // A half-written recording is removed; a device or pipe named as the
-    // output is of course left alone.
-    std::error_code ignored;
-    const bool regular = std::filesystem::is_regular_file(settings.output, ignored);
-    if (regular) std::filesystem::remove(settings.output, ignored);
-    err << "kavogps simulate: writing '" << settings.output << "' failed"
-        << (regular ? "; the incomplete file was removed\n" : "\n");
-    return kExitFile;
-  }
-  out << "Wrote " << epochs << " epochs, " << lines << " lines (" << damaged << " damaged) to " << settings.output
-      << " (" << sim::EncodingName(settings.encoding) << ")\n";
-  return kExitOk;
+  if (settings.output.empty() || settings.output == "-") return WriteToStandardOutput(settings, out, err);
+  return WriteToFile(settings, out, err);
 }
 
 }  // namespace kavo::cli
