@@ -13,33 +13,52 @@ constexpr int kUsableSignal = 25;           // dB-Hz: weaker ones stay out of th
 constexpr double kBlockRate = 1.0 / 400.0;  // obstructions per second and satellite
 constexpr size_t kMaxUsed = 12;             // GSA has twelve slots
 
-}  // namespace
-
-std::vector<TrackedSatellite> SkyTracker::Update(const std::vector<SkyPosition>& inView, double dt, bool obstructed) {
-  std::vector<TrackedSatellite> result;
+// Below the two highest satellites is where an obstruction blocks them.
+double SecondHighest(const std::vector<SkyPosition>& inView) {
   std::vector<double> elevations;
   for (const SkyPosition& sky : inView) elevations.push_back(sky.look.elevation);
   std::sort(elevations.rbegin(), elevations.rend());
-  const double weakThreshold = elevations.size() >= 2 ? elevations[1] : 0.0;
+  return elevations.size() >= 2 ? elevations[1] : 0.0;
+}
 
+// The strongest usable signals make the fix.
+void ChooseUsed(std::vector<TrackedSatellite>& satellites) {
+  std::vector<TrackedSatellite*> candidates;
+  for (TrackedSatellite& t : satellites)
+    if (t.view.snr >= kUsableSignal && t.look.elevation >= kFixMask) candidates.push_back(&t);
+  std::stable_sort(candidates.begin(), candidates.end(),
+                   [](const TrackedSatellite* a, const TrackedSatellite* b) { return a->view.snr > b->view.snr; });
+  if (candidates.size() > kMaxUsed) candidates.resize(kMaxUsed);
+  for (TrackedSatellite* t : candidates) t->view.used = true;
+}
+
+}  // namespace
+
+SkyTracker::Signal& SkyTracker::SignalAfter(int prn, double elevation, double dt) {
+  auto found = signals_.find(prn);
+  if (found == signals_.end()) {
+    Signal fresh;
+    fresh.offset = random_.Uniform(-3.0, 3.0);
+    found = signals_.emplace(prn, fresh).first;
+  }
+  Signal& s = found->second;
+  s.noise += (-0.1 * s.noise + 0.8 * random_.Normal()) * dt;
+  s.noise = std::clamp(s.noise, -4.0, 4.0);
+  const double lowFactor = elevation < 20.0 ? 3.0 : 1.0;
+  if (s.blockedFor > 0) {
+    s.blockedFor -= dt;
+  } else if (random_.Chance(std::min(1.0, kBlockRate * lowFactor * dt))) {
+    s.blockedFor = random_.Uniform(5.0, 30.0);
+  }
+  return s;
+}
+
+std::vector<TrackedSatellite> SkyTracker::Update(const std::vector<SkyPosition>& inView, double dt, bool obstructed) {
+  std::vector<TrackedSatellite> result;
+  const double weakThreshold = SecondHighest(inView);
   for (const SkyPosition& sky : inView) {
-    auto found = signals_.find(sky.prn);
-    if (found == signals_.end()) {
-      Signal fresh;
-      fresh.offset = random_.Uniform(-3.0, 3.0);
-      found = signals_.emplace(sky.prn, fresh).first;
-    }
-    Signal& s = found->second;
-    s.noise += (-0.1 * s.noise + 0.8 * random_.Normal()) * dt;
-    s.noise = std::clamp(s.noise, -4.0, 4.0);
-    const double lowFactor = sky.look.elevation < 20.0 ? 3.0 : 1.0;
-    if (s.blockedFor > 0) {
-      s.blockedFor -= dt;
-    } else if (random_.Chance(std::min(1.0, kBlockRate * lowFactor * dt))) {
-      s.blockedFor = random_.Uniform(5.0, 30.0);
-    }
-
     const double el = sky.look.elevation;
+    const Signal& s = SignalAfter(sky.prn, el, dt);
     double strength = 20.0 + 26.0 * std::sin(el * kDegToRad) + s.offset + s.noise;
     if (obstructed) strength -= 12.0;
     const int snr = std::clamp(static_cast<int>(std::lround(strength)), 0, 99);
@@ -55,15 +74,7 @@ std::vector<TrackedSatellite> SkyTracker::Update(const std::vector<SkyPosition>&
     t.view.snr = tracked ? snr : -1;
     result.push_back(t);
   }
-
-  // The strongest usable signals make the fix.
-  std::vector<TrackedSatellite*> candidates;
-  for (TrackedSatellite& t : result)
-    if (t.view.snr >= kUsableSignal && t.look.elevation >= kFixMask) candidates.push_back(&t);
-  std::stable_sort(candidates.begin(), candidates.end(),
-                   [](const TrackedSatellite* a, const TrackedSatellite* b) { return a->view.snr > b->view.snr; });
-  if (candidates.size() > kMaxUsed) candidates.resize(kMaxUsed);
-  for (TrackedSatellite* t : candidates) t->view.used = true;
+  ChooseUsed(result);
   return result;
 }
 

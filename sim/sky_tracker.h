@@ -29,6 +29,10 @@ class SkyTracker {
     double noise = 0;       // slowly varying fading, dB
     double blockedFor = 0;  // seconds still behind an obstacle
   };
+  // The satellite's signal `dt` seconds on: its fading, and whether
+  // something blocks it (more often low in the sky).
+  Signal& SignalAfter(int prn, double elevation, double dt);
+
   Prng random_;
   std::map<int, Signal> signals_;
 };
