@@ -36,27 +36,59 @@ void PrintHelp(std::ostream& out) {
 
 }  // namespace
 
+namespace {
+
+// Which of the options that go only with one kind of source were given.
+struct GivenOptions {
+  bool interval = false, repeat = false, baud = false;
+};
+
+// Reads an option of the source when the reader stands on one: true when
+// it did (`*ok` false for a bad value, the reader holding why).
+bool ReadSourceOption(OptionReader& reader, serve::SourceSpec* source, GivenOptions* given, bool* ok) {
+  const std::string& name = reader.Name();
+  if (name == "--interval") {
+    *ok = reader.Number(1, kMaxIntervalMs, "milliseconds per line from 1 to 60000", &source->intervalMs);
+    given->interval = true;
+  } else if (name == "--repeat") {
+    *ok = reader.Flag(&source->repeat);
+    given->repeat = true;
+  } else if (name == "--port") {
+    *ok = reader.Value(&source->port);
+  } else if (name == "--baud") {
+    *ok = reader.Number(1, INT32_MAX, kBaudRates, &source->baud);
+    given->baud = true;
+  } else if (name == "--find") {
+    *ok = reader.Flag(&source->find);
+  } else {
+    return false;
+  }
+  return true;
+}
+
+// Why the source options cannot go together; empty when they can.
+std::string SourceConflict(const serve::SourceSpec& source, const GivenOptions& given) {
+  const int sources = !source.file.empty() + !source.port.empty() + source.find;
+  if (sources > 1) return "name one source: a FILE, --port PORT or --find";
+  if ((given.interval || given.repeat) && sources == 1 && source.file.empty())
+    return "--interval and --repeat are for playing a FILE";
+  if (given.baud && source.port.empty()) return "--baud is for a port named with --port";
+  if (!source.port.empty() && LibraryPortName(source.port).empty())
+    return "the port name '" + source.port + "' is too long, even as the device it names";
+  return {};
+}
+
+}  // namespace
+
 bool ParseServeArguments(const Arguments& args, ServeSettings* s, std::string* error) {
   OptionReader reader(args);
-  bool ok = true, intervalGiven = false, repeatGiven = false, baudGiven = false;
+  GivenOptions given;
+  bool ok = true;
   std::string listen;
   while (ok && reader.Next()) {
     const std::string& name = reader.Name();
     if (name == "-h" || name == "--help") {
       ok = reader.Flag(&s->help);
-    } else if (name == "--interval") {
-      ok = reader.Number(1, kMaxIntervalMs, "milliseconds per line from 1 to 60000", &s->source.intervalMs);
-      intervalGiven = true;
-    } else if (name == "--repeat") {
-      ok = reader.Flag(&s->source.repeat);
-      repeatGiven = true;
-    } else if (name == "--port") {
-      ok = reader.Value(&s->source.port);
-    } else if (name == "--baud") {
-      ok = reader.Number(1, INT32_MAX, kBaudRates, &s->source.baud);
-      baudGiven = true;
-    } else if (name == "--find") {
-      ok = reader.Flag(&s->source.find);
     } else if (name == "--listen" && (ok = reader.Value(&listen))) {
       const std::optional<serve::ListenAddress> address = serve::ParseListenAddress(listen);
       if (!address) {
@@ -65,7 +97,7 @@ bool ParseServeArguments(const Arguments& args, ServeSettings* s, std::string* e
         return false;
       }
       s->listen.push_back(*address);
-    } else if (ReadReceiverOption(reader, &s->receiver, &ok)) {
+    } else if (ReadSourceOption(reader, &s->source, &given, &ok) || ReadReceiverOption(reader, &s->receiver, &ok)) {
     } else if (!reader.IsOption() && s->source.file.empty()) {
       s->source.file = name;
     } else {
@@ -76,15 +108,7 @@ bool ParseServeArguments(const Arguments& args, ServeSettings* s, std::string* e
     *error = reader.Error();
     return false;
   }
-  const int sources = !s->source.file.empty() + !s->source.port.empty() + s->source.find;
-  if (sources > 1)
-    *error = "name one source: a FILE, --port PORT or --find";
-  else if ((intervalGiven || repeatGiven) && sources == 1 && s->source.file.empty())
-    *error = "--interval and --repeat are for playing a FILE";
-  else if (baudGiven && s->source.port.empty())
-    *error = "--baud is for a port named with --port";
-  else if (!s->source.port.empty() && LibraryPortName(s->source.port).empty())
-    *error = "the port name '" + s->source.port + "' is too long, even as the device it names";
+  *error = SourceConflict(s->source, given);
   return error->empty();
 }
 
