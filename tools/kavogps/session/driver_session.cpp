@@ -172,72 +172,87 @@ bool DriverSession::Drain() {
   return !events.empty();
 }
 
+namespace {
+
+// How long the session waits before it reads the record again. Each
+// sentence is taken as it comes. An epoch whose last sentence came is
+// complete once the library applied it, microseconds later: the record is
+// read again at once for a short while (a sleep would cost more than the
+// wait), then less and less often.
+class PollSchedule {
+ public:
+  explicit PollSchedule(std::chrono::milliseconds usual) : usual_(usual) {}
+
+  // `due`: the open epoch waits for its last sentence to show.
+  std::chrono::microseconds Next(bool due) {
+    if (!due) {
+      duePolls_ = 0;
+      return usual_;
+    }
+    if (duePolls_++ == 0) {
+      dueSince_ = std::chrono::steady_clock::now();
+      return std::chrono::microseconds::zero();
+    }
+    if (std::chrono::steady_clock::now() - dueSince_ < kSpinFor) return std::chrono::microseconds::zero();
+    return std::min<std::chrono::microseconds>(usual_, std::chrono::microseconds(250 << std::min(duePolls_, 8)));
+  }
+
+ private:
+  std::chrono::milliseconds usual_;
+  int duePolls_ = 0;
+  std::chrono::steady_clock::time_point dueSince_;
+};
+
+}  // namespace
+
 SessionEnd DriverSession::Run(InterruptWatch& interrupt) {
-  using Clock = std::chrono::steady_clock;
-  const Clock::time_point start = Clock::now();
+  const std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
   {
     std::lock_guard<std::mutex> lock(Active().mutex);
     Active().waiter = &interrupt;
   }
+  PollSchedule polls(std::chrono::milliseconds(options_.viewsOnCallbackThread ? kPollMsWhileCallbacksDrain : kPollMs));
   bool delivering = false;  // the status has left "stopped" at least once
-  SessionEnd end = SessionEnd::kInterrupted;
-  int duePolls = 0;
-  Clock::time_point dueSince;
-  for (;;) {
-    // Each sentence is taken as it comes. An epoch whose last sentence came
-    // is complete once the library applied it, microseconds later: the
-    // record is read again at once for a short while (a sleep would cost
-    // more than the wait), then less and less often.
-    std::chrono::microseconds wait =
-        std::chrono::milliseconds(options_.viewsOnCallbackThread ? kPollMsWhileCallbacksDrain : kPollMs);
+  std::optional<SessionEnd> end;
+  while (!end) {
     bool due;
     {
       std::lock_guard<std::mutex> lock(draining_);
       due = epochs_.Due();
     }
-    if (!due) {
-      duePolls = 0;
-    } else if (duePolls++ == 0) {
-      dueSince = Clock::now();
-      wait = wait.zero();
-    } else if (Clock::now() - dueSince < kSpinFor) {
-      wait = wait.zero();
-    } else {
-      wait = std::min(wait, std::chrono::microseconds(250 << std::min(duePolls, 8)));
-    }
+    const std::chrono::microseconds wait = polls.Next(due);
     if (wait == wait.zero()) std::this_thread::yield();
     const bool interrupted = interrupt.Wait(static_cast<uint32_t>((wait.count() + 999) / 1000));
     Record(Recorder::kSession);
     const bool drained = Drain();
     std::lock_guard<std::mutex> lock(draining_);
     for (ReadingView* view : views_) view->Tick();
-    bool outputFailed = false;
-    for (std::ostream* out : outputs_) outputFailed |= !out->good();
-    if (interrupted || outputFailed) {
-      end = interrupted ? SessionEnd::kInterrupted : SessionEnd::kOutputFailed;
-      break;
-    }
-    if (!drained) continue;
-    const int32_t status = latest_.status;
-    if (status == GPS_STATUS_TIMEOUT && options_.endsWithRecording) {
-      end = SessionEnd::kRecordingEnded;
-      break;
-    }
-    if (status != GPS_STATUS_STOPPED) {
-      delivering = true;
-    } else if (delivering) {
-      end = SessionEnd::kSourceFailed;
-      break;
-    } else if (options_.endsWithRecording && Clock::now() - start > std::chrono::milliseconds(options_.noTextMs)) {
-      end = SessionEnd::kNoText;
-      break;
-    }
+    end = EndAfterPoll(interrupted, drained, start, &delivering);
   }
   Stop();
   epochs_.Finish(latest_);
   if (track_) track_->Finish();
   for (ReadingView* view : views_) view->Close();
-  return end;
+  return *end;
+}
+
+std::optional<SessionEnd> DriverSession::EndAfterPoll(bool interrupted, bool drained,
+                                                      std::chrono::steady_clock::time_point start, bool* delivering) {
+  bool outputFailed = false;
+  for (std::ostream* out : outputs_) outputFailed |= !out->good();
+  if (interrupted || outputFailed) return interrupted ? SessionEnd::kInterrupted : SessionEnd::kOutputFailed;
+  if (!drained) return std::nullopt;
+  const int32_t status = latest_.status;
+  if (status == GPS_STATUS_TIMEOUT && options_.endsWithRecording) return SessionEnd::kRecordingEnded;
+  if (status != GPS_STATUS_STOPPED) {
+    *delivering = true;
+    return std::nullopt;
+  }
+  if (*delivering) return SessionEnd::kSourceFailed;
+  if (options_.endsWithRecording &&
+      std::chrono::steady_clock::now() - start > std::chrono::milliseconds(options_.noTextMs))
+    return SessionEnd::kNoText;
+  return std::nullopt;
 }
 
 void DriverSession::Stop() {

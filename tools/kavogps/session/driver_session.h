@@ -13,8 +13,10 @@
 // straight after the records were updated: one thread hand-over less.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 #include "KavoMobileGPS.h"
@@ -92,6 +94,10 @@ class DriverSession {
   void Deliver(const EpochReport& report);
   // Drains the queue into the assembler and the views; whether it held anything.
   bool Drain();
+  // After a poll, with `draining_` held: how the session ends, or nothing
+  // while it goes on. `*delivering`: the status left "stopped" once.
+  std::optional<SessionEnd> EndAfterPoll(bool interrupted, bool drained, std::chrono::steady_clock::time_point start,
+                                         bool* delivering);
   void Stop();
 
   GPSDriverHandle driver_;
