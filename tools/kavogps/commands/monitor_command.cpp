@@ -51,17 +51,11 @@ bool ParseMonitorArguments(const Arguments& args, MonitorSettings* s, std::ostre
   bool ok = true;
   while (ok && reader.Next()) {
     const std::string& name = reader.Name();
-    if (name == "-h" || name == "--help")
-      ok = reader.Flag(&s->help);
-    else if (name == "--baud")
+    if (name == "--baud")
       ok = reader.Number(1, INT32_MAX, kBaudRates, &s->baud);
     else if (name == "--once")
       ok = reader.Flag(&s->once);
-    else if (ReadOutputOption(reader, &s->output, &ok))
-      continue;
-    else if (!reader.IsOption() && s->port.empty())
-      s->port = name;
-    else
+    else if (!ReadSessionCommandOption(reader, &s->help, &s->output, &s->port, &ok))
       ok = reader.Unknown();
   }
   const std::string conflict = OutputOptionsConflict(s->output);
@@ -192,9 +186,10 @@ int RunMonitor(const Arguments& args, std::ostream& out, std::ostream& err) {
   // The colon the library adds belongs to COM names, not to paths.
   const bool path = !settings.port.empty() && settings.port[0] == '/';
   const std::string shown = path ? settings.port : FromLibraryText(COMPortInfo_GetName(port.get()));
-  SessionOutput output(out, err,
-                       {settings.output.json, settings.output.nmea, settings.output.gpx, shown,
-                        "kavogps monitor " + shown + "  (" + std::to_string(settings.baud) + " baud; Ctrl+C stops)"});
+  SessionOutput output(
+      out, err,
+      ChoiceOf(settings.output, shown,
+               "kavogps monitor " + shown + "  (" + std::to_string(settings.baud) + " baud; Ctrl+C stops)"));
   if (const int code = output.Prepare("monitor", settings.output.receiver)) return code;
   return Monitor(settings, port, shown, output, err);
 }

@@ -45,17 +45,11 @@ bool ParsePlayArguments(const Arguments& args, PlaySettings* s, std::string* err
   bool ok = true;
   while (ok && reader.Next()) {
     const std::string& name = reader.Name();
-    if (name == "-h" || name == "--help")
-      ok = reader.Flag(&s->help);
-    else if (name == "--interval")
+    if (name == "--interval")
       ok = reader.Number(1, kMaxIntervalMs, "milliseconds per line from 1 to 60000", &s->intervalMs);
     else if (name == "--repeat")
       ok = reader.Flag(&s->repeat);
-    else if (ReadOutputOption(reader, &s->output, &ok))
-      continue;
-    else if (!reader.IsOption() && s->file.empty())
-      s->file = name;
-    else
+    else if (!ReadSessionCommandOption(reader, &s->help, &s->output, &s->file, &ok))
       ok = reader.Unknown();
   }
   *error = ok ? OutputOptionsConflict(s->output) : reader.Error();
@@ -136,9 +130,9 @@ int RunPlay(const Arguments& args, std::ostream& out, std::ostream& err) {
   if (file.empty()) return kExitFile;
   const std::string shown = settings.file.empty() ? file : settings.file;
   SessionOutput output(out, err,
-                       {settings.output.json, settings.output.nmea, settings.output.gpx, shown,
-                        "kavogps play " + shown + "  (" + std::to_string(settings.intervalMs) + " ms per line" +
-                            (settings.repeat ? ", repeating" : "") + "; Ctrl+C stops)"});
+                       ChoiceOf(settings.output, shown,
+                                "kavogps play " + shown + "  (" + std::to_string(settings.intervalMs) + " ms per line" +
+                                    (settings.repeat ? ", repeating" : "") + "; Ctrl+C stops)"));
   if (const int code = output.Prepare("play", settings.output.receiver)) return code;
   return Play(settings, file, shown, output, err);
 }

@@ -20,6 +20,22 @@ bool ReadOutputOption(OptionReader& reader, OutputOptions* options, bool* ok) {
   return true;
 }
 
+bool ReadSessionCommandOption(OptionReader& reader, bool* help, OutputOptions* options, std::string* plain, bool* ok) {
+  if (reader.Name() == "-h" || reader.Name() == "--help")
+    *ok = reader.Flag(help);
+  else if (ReadOutputOption(reader, options, ok))
+    return true;
+  else if (!reader.IsOption() && plain->empty())
+    *plain = reader.Name();
+  else
+    return false;
+  return true;
+}
+
+OutputChoice ChoiceOf(const OutputOptions& options, std::string device, std::string title) {
+  return {options.json, options.nmea, options.gpx, std::move(device), std::move(title)};
+}
+
 std::string OutputOptionsConflict(const OutputOptions& options) {
   return options.json && options.nmea ? "--json and --nmea are two kinds of output: choose one" : "";
 }

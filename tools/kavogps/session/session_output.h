@@ -26,6 +26,10 @@ struct OutputOptions {
 // Reads --json, --nmea, --gpx, --talkers or --checksums when the reader
 // stands on one of them: true when it did (`*ok` false for a bad value).
 bool ReadOutputOption(OptionReader& reader, OutputOptions* options, bool* ok);
+// Reads what else play and monitor share where the reader stands: -h or
+// --help, the output options, and the one plain argument (the recording or
+// the port) into `*plain`. True when it did (`*ok` false for a bad value).
+bool ReadSessionCommandOption(OptionReader& reader, bool* help, OutputOptions* options, std::string* plain, bool* ok);
 // Why the options cannot go together; empty when they can.
 std::string OutputOptionsConflict(const OutputOptions& options);
 // Their help, descriptions starting at `column`.
@@ -38,6 +42,8 @@ struct OutputChoice {
   std::string device;   // names the source in JSON
   std::string title;    // heads the live screen
 };
+// What `options` choose, for a source named `device`.
+OutputChoice ChoiceOf(const OutputOptions& options, std::string device, std::string title);
 
 class SessionOutput {
  public:
