@@ -35,9 +35,7 @@ class FeedView : public cli::ReadingView {
 class Feed {
  public:
   Feed(FeedSink& sink, std::ostream& err, const SourceSpec& spec)
-      : sink_(sink), err_(err), spec_(spec), view_(sink, spec.file.empty() ? spec.port : spec.file) {
-    device_.path = spec.file.empty() ? spec.port : spec.file;
-    device_.bps = spec.file.empty() ? static_cast<int>(spec.baud) : 0;
+      : sink_(sink), err_(err), spec_(spec), device_(NamedDevice(spec)), view_(sink, device_.path) {
     sink_.Device(device_);  // named, not there yet
   }
 
@@ -132,6 +130,13 @@ class Feed {
 };
 
 }  // namespace
+
+DeviceState NamedDevice(const SourceSpec& spec) {
+  DeviceState device;
+  device.path = spec.file.empty() ? spec.port : spec.file;
+  device.bps = spec.file.empty() ? static_cast<int>(spec.baud) : 0;
+  return device;
+}
 
 int DriverFeed::Run(SourceSpec spec, cli::InterruptWatch& interrupt) {
   if (spec.find) {

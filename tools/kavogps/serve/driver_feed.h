@@ -24,6 +24,10 @@ struct SourceSpec {
   bool find = false;  // the port where a search finds a receiver
 };
 
+// The receiver `spec` names, before it is there (a port a search is to
+// find has no name yet).
+DeviceState NamedDevice(const SourceSpec& spec);
+
 class DriverFeed {
  public:
   DriverFeed(FeedSink& sink, std::ostream& err) : sink_(sink), err_(err) {}

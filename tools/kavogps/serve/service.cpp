@@ -28,7 +28,8 @@ int ServeReceiver(const SourceSpec& source, const std::vector<ListenAddress>& li
   if (options.listen.empty()) options.listen.emplace_back(asio::ip::make_address("127.0.0.1"), kDefaultPort);
 
   asio::io_context io;
-  Server server(io, options, DeviceState{});
+  // Clients that come before the feed starts see the device named.
+  Server server(io, options, NamedDevice(source));
   try {
     server.Open();
   } catch (const std::system_error& e) {
