@@ -4,6 +4,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <sstream>
 
 #include "platform/platform.h"
@@ -12,10 +13,13 @@
 namespace kavo::test {
 
 TempDir::TempDir() {
+  // Test cases run as processes of their own, side by side: the random
+  // part tells apart two that start in the same tick.
   static std::atomic<int> counter{0};
+  static const unsigned process = std::random_device{}();
   const auto stamp = std::chrono::steady_clock::now().time_since_epoch().count();
-  auto dir = std::filesystem::temp_directory_path() /
-             ("kavogps-test-" + std::to_string(stamp) + "-" + std::to_string(counter++));
+  auto dir = std::filesystem::temp_directory_path() / ("kavogps-test-" + std::to_string(stamp) + "-" +
+                                                       std::to_string(process) + "-" + std::to_string(counter++));
   std::filesystem::create_directories(dir);
   path_ = dir.string();
 }

@@ -3,7 +3,7 @@
 #include <chrono>
 #include <thread>
 
-#include "cli/console.h"
+#include "session/console.h"
 
 namespace kavo::cli {
 namespace {

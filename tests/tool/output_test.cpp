@@ -4,12 +4,12 @@
 #include <sstream>
 #include <tuple>
 
-#include "cli/epoch_assembler.h"
-#include "cli/fix_track.h"
-#include "cli/gpx_writer.h"
-#include "cli/json_report.h"
-#include "cli/live_view.h"
 #include "common/temp_dir.h"
+#include "session/epoch_assembler.h"
+#include "session/fix_track.h"
+#include "session/gpx_writer.h"
+#include "session/json_report.h"
+#include "session/live_view.h"
 
 namespace kavo::cli {
 namespace {

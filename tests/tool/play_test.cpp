@@ -5,8 +5,8 @@
 #include <filesystem>
 #include <regex>
 
-#include "cli/json_report.h"
 #include "common/temp_dir.h"
+#include "session/json_report.h"
 #include "tool_run.h"
 
 namespace kavo::test {

@@ -4,8 +4,8 @@
 #include <fstream>
 #include <iterator>
 
-#include "cli/live_receiver.h"
-#include "cli/simulate_command.h"
+#include "commands/live_receiver.h"
+#include "commands/simulate_command.h"
 #include "common/temp_dir.h"
 #include "tool_run.h"
 

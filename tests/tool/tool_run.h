@@ -4,7 +4,7 @@
 #include <sstream>
 #include <string>
 
-#include "cli/commands.h"
+#include "commands/commands.h"
 
 namespace kavo::test {
 

@@ -22,7 +22,7 @@
 
 #include "KavoMobileGPS.h"
 #include "common/test_clock.h"
-#include "simulator/posix/pty_receiver.h"
+#include "sim/posix/pty_receiver.h"
 
 namespace {
 

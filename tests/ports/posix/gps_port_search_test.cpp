@@ -14,7 +14,7 @@
 #include "common/pty_peer/pty_receiver.h"
 #include "common/registry_model.h"
 #include "common/test_clock.h"
-#include "simulator/posix/pty_receiver.h"
+#include "sim/posix/pty_receiver.h"
 #include "utf_conversion.h"
 
 namespace kavo {

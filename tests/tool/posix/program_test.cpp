@@ -12,7 +12,7 @@
 #include <regex>
 
 #include "common/process_runner.h"
-#include "simulator/posix/pty_receiver.h"
+#include "sim/posix/pty_receiver.h"
 #include "tool_run.h"
 
 namespace kavo::test {

@@ -1,18 +1,17 @@
 #include "serve/driver_feed.h"
 
-#include "cli/commands.h"
-#include "cli/driver_session.h"
-#include "cli/gps_library.h"
-#include "cli/json_report.h"
-#include "cli/play_command.h"
-#include "cli/port_commands.h"
 #include "serve/protocol.h"
+#include "session/command_line.h"
+#include "session/driver_session.h"
+#include "session/gps_library.h"
+#include "session/json_report.h"
+#include "session/open_session.h"
+#include "session/serial_ports.h"
 
 namespace kavo::serve {
 namespace {
 
 constexpr uint32_t kReopenEveryMs = 1000;
-constexpr uint32_t kErrorFileNotFound = 2;  // a port busy, missing or not ours to open
 
 // Each epoch as the clients read it, and the sentences as they came. Every
 // call only hands work to the network thread, so it may run on the
@@ -41,15 +40,11 @@ class Feed {
   }
 
   int PlayRecording(cli::InterruptWatch& interrupt) {
-    cli::SessionOptions options = cli::PlaybackOptions(spec_.intervalMs, spec_.repeat);
-    options.viewsOnCallbackThread = true;
-    const cli::DriverPtr driver(GPSDriver_CreateFromFile(
-        cli::ToLibraryText(spec_.file).c_str(), static_cast<int32_t>(spec_.intervalMs), spec_.repeat ? 1 : 0,
-        cli::SessionStatusCallback(), cli::SessionDataCallback(), cli::SessionSentenceCallback()));
-    uint32_t error = KavoMobileGPS_GetLastError();
-    if (!driver) return Fail("the library could not open '" + spec_.file + "'", error, cli::kExitFile);
-    GPSDriver_SetTimeoutInterval(driver.get(), static_cast<int32_t>(options.endTimeoutMs));
-    cli::DriverSession session(driver.get(), options);
+    cli::OpenedSession opened;
+    uint32_t error = 0;
+    if (!cli::OpenSession({spec_.file, spec_.intervalMs, spec_.repeat}, true, &opened, &error))
+      return Fail("the library could not open '" + spec_.file + "'", error, cli::kExitFile);
+    cli::DriverSession& session = *opened.session;
     session.AddView(&view_);
     if (!session.Start(&error))
       return Fail("the library could not play '" + spec_.file + "'", error, cli::kExitFailure);
@@ -87,7 +82,8 @@ class Feed {
         absent = true;
       } else if (!absent) {
         err_ << "kavogps serve: cannot open " << spec_.port << ": "
-             << (error == kErrorFileNotFound ? cli::TroubleText(spec_.port) : "error " + std::to_string(error))
+             << (error == KAVOGPS_ERROR_FILE_NOT_FOUND ? cli::TroubleText(spec_.port)
+                                                       : "error " + std::to_string(error))
              << "; trying again every second\n";
         Present(false);
         absent = true;
@@ -101,13 +97,11 @@ class Feed {
   // error when the port could not be opened.
   bool RunOnPort(COMPortInfoHandle port, cli::InterruptWatch& interrupt, bool absent, cli::SessionEnd* end,
                  uint32_t* error) {
-    const cli::DriverPtr driver(GPSDriver_CreateFromCOMPort(
-        port, cli::SessionStatusCallback(), cli::SessionDataCallback(), cli::SessionSentenceCallback()));
-    *error = KavoMobileGPS_GetLastError();  // before the port's release clears it
-    if (!driver) return false;
-    cli::SessionOptions options;
-    options.viewsOnCallbackThread = true;
-    cli::DriverSession session(driver.get(), options);
+    cli::SessionSource source;
+    source.port = port;
+    cli::OpenedSession opened;
+    if (!cli::OpenSession(source, true, &opened, error)) return false;
+    cli::DriverSession& session = *opened.session;
     session.AddView(&view_);
     if (!session.Start(error)) return false;
     if (absent) err_ << "kavogps serve: the receiver on " << spec_.port << " is back\n";

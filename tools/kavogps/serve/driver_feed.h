@@ -10,8 +10,8 @@
 #include <ostream>
 #include <string>
 
-#include "cli/console.h"
 #include "serve/feed.h"
+#include "session/console.h"
 
 namespace kavo::serve {
 
@@ -24,8 +24,8 @@ struct SourceSpec {
   bool find = false;  // the port where a search finds a receiver
 };
 
-// The device as named on the command line, not there yet (nameless while
-// a search has not found it).
+// The receiver `spec` names, before it is there (a port a search is to
+// find has no name yet).
 DeviceState NamedDevice(const SourceSpec& spec);
 
 class DriverFeed {

@@ -5,7 +5,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "cli/json_report.h"
+#include "session/json_report.h"
 
 namespace kavo::serve {
 namespace {
@@ -115,52 +115,81 @@ std::string ErrorJson(const std::string& message) {
   return error.Close();
 }
 
+namespace {
+
+// One request of a line: "?NAME;" or "?NAME={...};".
+struct Request {
+  std::string name;
+  bool hasArgument = false;
+  std::string argument;
+};
+
+// Reads the request at `*pos`, which moves past it; an ERROR object's text
+// in `*error` when it cannot be read.
+bool ReadRequest(const std::string& line, size_t* pos, Request* request, std::string* error) {
+  const size_t start = *pos;
+  if (line[start] != '?') {
+    *error = ErrorJson("Unrecognized request " + Quoted(line.substr(start)));
+    return false;
+  }
+  size_t end = start + 1;
+  while (end < line.size() && std::isalpha(static_cast<unsigned char>(line[end]))) ++end;
+  request->name = line.substr(start + 1, end - start - 1);
+  request->hasArgument = end < line.size() && line[end] == '=';
+  if (request->hasArgument) {
+    const size_t objectEnd = ObjectEnd(line, end + 1);
+    if (objectEnd == std::string::npos) {
+      *error = ErrorJson("Invalid " + request->name + ": its JSON argument is incomplete");
+      return false;
+    }
+    request->argument = line.substr(end + 1, objectEnd - end - 1);
+    end = objectEnd;
+  } else if (end < line.size() && line[end] != ';') {
+    *error = ErrorJson("Unrecognized request " + Quoted(line.substr(start)));
+    return false;
+  }
+  *pos = end;
+  return true;
+}
+
+}  // namespace
+
 std::vector<std::string> ClientProtocol::Answer(const std::string& line, const ServerState& state) {
   std::vector<std::string> answers;
   size_t pos = 0;
   for (;;) {
     pos = line.find_first_not_of(" \t\r;", pos);
     if (pos == std::string::npos) return answers;
-    if (line[pos] != '?') {
-      answers.push_back(ErrorJson("Unrecognized request " + Quoted(line.substr(pos))));
+    Request request;
+    std::string error;
+    if (!ReadRequest(line, &pos, &request, &error)) {
+      answers.push_back(error);
       return answers;
     }
-    size_t end = pos + 1;
-    while (end < line.size() && std::isalpha(static_cast<unsigned char>(line[end]))) ++end;
-    const std::string name = line.substr(pos + 1, end - pos - 1);
-    std::string argument;
-    const bool hasArgument = end < line.size() && line[end] == '=';
-    if (hasArgument) {
-      const size_t objectEnd = ObjectEnd(line, end + 1);
-      if (objectEnd == std::string::npos) {
-        answers.push_back(ErrorJson("Invalid " + name + ": its JSON argument is incomplete"));
-        return answers;
-      }
-      argument = line.substr(end + 1, objectEnd - end - 1);
-      end = objectEnd;
-    } else if (end < line.size() && line[end] != ';') {
-      answers.push_back(ErrorJson("Unrecognized request " + Quoted(line.substr(pos))));
-      return answers;
-    }
-    pos = end;
-    if (name == "VERSION" && !hasArgument) {
-      answers.push_back(VersionJson());
-    } else if (name == "DEVICES" && !hasArgument) {
-      answers.push_back(DevicesJson(state.device));
-    } else if (name == "DEVICE" && !hasArgument) {
-      answers.push_back(DeviceJson(state.device));
-    } else if (name == "DEVICE") {
-      answers.push_back(ErrorJson("Device settings cannot be changed through this server"));
-    } else if (name == "POLL" && !hasArgument) {
-      answers.push_back(PollJson(state));
-    } else if (name == "WATCH") {
-      if (!Watch(hasArgument ? &argument : nullptr, state, &answers)) return answers;
-    } else {
-      answers.push_back(
-          ErrorJson("Unrecognized request '?" + Quoted(name).substr(1) + (hasArgument ? " with an argument" : "")));
-      return answers;
-    }
+    if (!Respond(request.name, request.hasArgument ? &request.argument : nullptr, state, &answers)) return answers;
   }
+}
+
+bool ClientProtocol::Respond(const std::string& name, const std::string* argument, const ServerState& state,
+                             std::vector<std::string>* answers) {
+  if (name == "VERSION" && !argument) {
+    answers->push_back(VersionJson());
+  } else if (name == "DEVICES" && !argument) {
+    answers->push_back(DevicesJson(state.device));
+  } else if (name == "DEVICE" && !argument) {
+    answers->push_back(DeviceJson(state.device));
+  } else if (name == "DEVICE") {
+    answers->push_back(ErrorJson("Device settings cannot be changed through this server"));
+  } else if (name == "POLL" && !argument) {
+    answers->push_back(PollJson(state));
+  } else if (name == "WATCH") {
+    return Watch(argument, state, answers);
+  } else {
+    answers->push_back(
+        ErrorJson("Unrecognized request '?" + Quoted(name).substr(1) + (argument ? " with an argument" : "")));
+    return false;
+  }
+  return true;
 }
 
 bool ClientProtocol::Watch(const std::string* argument, const ServerState& state, std::vector<std::string>* answers) {

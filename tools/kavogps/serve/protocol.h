@@ -37,6 +37,10 @@ class ClientProtocol {
   bool WantsNmea() const { return watching_ && nmea_; }
 
  private:
+  // Answers one request, `argument` null when it has none; false when the
+  // rest of the line goes unanswered (an ERROR is added).
+  bool Respond(const std::string& name, const std::string* argument, const ServerState& state,
+               std::vector<std::string>* answers);
   // False when `argument` cannot be taken (an ERROR is added).
   bool Watch(const std::string* argument, const ServerState& state, std::vector<std::string>* answers);
   std::string WatchJson() const;

@@ -4,23 +4,21 @@
 // io_context; the feed's calls, from any thread, send at once what each
 // socket takes without waiting and leave the rest queued, so a report
 // reaches clients without a thread hand-over and the receiver's reading
-// thread never waits on a socket. One lock guards the clients.
+// thread never waits on a socket. The client registry's lock guards the
+// clients and the state their answers read.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include <asio/io_context.hpp>
 #include <asio/ip/tcp.hpp>
 #include <asio/steady_timer.hpp>
 
+#include "serve/client_registry.h"
 #include "serve/feed.h"
-#include "serve/out_queue.h"
 #include "serve/protocol.h"
 
 namespace kavo::serve {
@@ -30,8 +28,6 @@ struct ServerOptions {
   size_t queueBytes = 64 * 1024;  // per client; beyond it its oldest lines go
   size_t maxRequestLength = 1024;
 };
-
-class Client;
 
 class Server : public FeedSink {
  public:
@@ -48,41 +44,29 @@ class Server : public FeedSink {
   void Close();
 
   void Epoch(std::string tpv, std::string sky) override;
-  bool WantsNmea() const override { return nmeaWatchers_ > 0; }
+  bool WantsNmea() const override { return clients_.AnyNmeaWatcher(); }
   void Nmea(std::string sentence) override;
   void Device(DeviceState state) override;
 
   // Connections open, and lines dropped for clients too slow for them.
-  size_t ClientCount() const { return clientCount_; }
-  uint64_t DroppedLines() const { return dropped_; }
-
-  // For the clients, on the io_context's thread.
-  ServerState State() const;
-  const ServerOptions& Options() const { return options_; }
-  void Forget(Client* client);
-  void CountDropped(uint64_t lines) { dropped_ += lines; }
-  // Held by every handler and feed call while it touches the clients.
-  std::unique_lock<std::mutex> Lock() { return std::unique_lock<std::mutex>(mutex_); }
-  // Counts a client in or out of those reading raw sentences.
-  void CountNmeaWatcher(bool* counted, bool watching);
+  size_t ClientCount() const { return clients_.Count(); }
+  uint64_t DroppedLines() const { return clients_.Dropped(); }
 
  private:
   enum class Kind { kJson, kNmea };
   void Accept(asio::ip::tcp::acceptor& acceptor);
   void Broadcast(Kind kind, const std::string& line);
+  // What the clients' answers depend on, with the registry's lock held.
+  ServerState State() const;
 
   asio::io_context& io_;
-  std::mutex mutex_;
   ServerOptions options_;
   std::vector<std::unique_ptr<asio::ip::tcp::acceptor>> acceptors_;
   std::vector<asio::ip::tcp::endpoint> endpoints_;
-  std::unordered_map<Client*, std::shared_ptr<Client>> clients_;
+  ClientRegistry clients_;
   DeviceState device_;
   std::string tpv_, sky_;
   bool closed_ = false;
-  std::atomic<size_t> clientCount_{0};
-  std::atomic<size_t> nmeaWatchers_{0};
-  std::atomic<uint64_t> dropped_{0};
 };
 
 }  // namespace kavo::serve

@@ -1,0 +1,145 @@
+#include "commands/serve_command.h"
+
+#include "serve/service.h"
+#include "session/bundled_data.h"
+#include "session/driver_session.h"
+#include "session/option_reader.h"
+#include "session/recording_file.h"
+#include "session/serial_ports.h"
+
+namespace kavo::cli {
+namespace {
+
+void PrintHelp(std::ostream& out) {
+  out << "Usage: kavogps serve [FILE [--interval MS] [--repeat] | --port PORT [--baud N]\n"
+         "                     | --find] [--listen ADDR:PORT]...\n\n"
+         "Shares a receiver with every program that reads a GPS daemon (cgps, gpspipe,\n"
+         "xgps, Python's gps module, map applications): it plays FILE (without a\n"
+         "source, the bundled recording "
+      << kDefaultRecording
+      << "), reads the receiver on PORT, or on the\n"
+         "port a search finds, and answers the daemon protocol on TCP. A port that\n"
+         "cannot be opened, or fails, is tried again once a second; at the end of a\n"
+         "recording its last fix stays. A client too slow for the reports loses its\n"
+         "oldest ones.\n\n"
+         "Options:\n"
+         "  --interval MS     milliseconds per line of FILE, 1 to 60000 (default 100)\n"
+         "  --repeat          start FILE again at its end\n"
+         "  --port PORT       the receiver's port, e.g. COM3 or /dev/ttyUSB0\n"
+         "  --baud N          the port's speed (default 4800)\n"
+         "  --find            search the serial ports for the receiver\n"
+         "  --listen ADDR:PORT  where to listen, e.g. 0.0.0.0:2947 or [::1]:2947;\n"
+         "                    may be given more than once (default 127.0.0.1:2947)\n"
+      << ReceiverOptionsHelp(20) << "  -h, --help        show this help\n\n"
+      << kExitCodeHelp;
+}
+
+}  // namespace
+
+namespace {
+
+// Which of the options that go only with one kind of source were given.
+struct GivenOptions {
+  bool interval = false, repeat = false, baud = false;
+};
+
+// Reads an option of the source when the reader stands on one: true when
+// it did (`*ok` false for a bad value, the reader holding why).
+bool ReadSourceOption(OptionReader& reader, serve::SourceSpec* source, GivenOptions* given, bool* ok) {
+  const std::string& name = reader.Name();
+  if (name == "--interval") {
+    *ok = reader.Number(1, kMaxIntervalMs, "milliseconds per line from 1 to 60000", &source->intervalMs);
+    given->interval = true;
+  } else if (name == "--repeat") {
+    *ok = reader.Flag(&source->repeat);
+    given->repeat = true;
+  } else if (name == "--port") {
+    *ok = reader.Value(&source->port);
+  } else if (name == "--baud") {
+    *ok = reader.Number(1, INT32_MAX, kBaudRates, &source->baud);
+    given->baud = true;
+  } else if (name == "--find") {
+    *ok = reader.Flag(&source->find);
+  } else {
+    return false;
+  }
+  return true;
+}
+
+// Why the source options cannot go together; empty when they can.
+std::string SourceConflict(const serve::SourceSpec& source, const GivenOptions& given) {
+  const int sources = !source.file.empty() + !source.port.empty() + source.find;
+  if (sources > 1) return "name one source: a FILE, --port PORT or --find";
+  if ((given.interval || given.repeat) && sources == 1 && source.file.empty())
+    return "--interval and --repeat are for playing a FILE";
+  if (given.baud && source.port.empty()) return "--baud is for a port named with --port";
+  if (!source.port.empty() && LibraryPortName(source.port).empty())
+    return "the port name '" + source.port + "' is too long, even as the device it names";
+  return {};
+}
+
+}  // namespace
+
+bool ParseServeArguments(const Arguments& args, ServeSettings* s, std::string* error) {
+  OptionReader reader(args);
+  GivenOptions given;
+  bool ok = true;
+  std::string listen;
+  while (ok && reader.Next()) {
+    const std::string& name = reader.Name();
+    if (name == "-h" || name == "--help") {
+      ok = reader.Flag(&s->help);
+    } else if (name == "--listen" && (ok = reader.Value(&listen))) {
+      const std::optional<serve::ListenAddress> address = serve::ParseListenAddress(listen);
+      if (!address) {
+        *error =
+            "invalid value '" + listen + "' for --listen: expected ADDRESS:PORT, e.g. 127.0.0.1:2947 or [::1]:2947";
+        return false;
+      }
+      s->listen.push_back(*address);
+    } else if (ReadSourceOption(reader, &s->source, &given, &ok) || ReadReceiverOption(reader, &s->receiver, &ok)) {
+    } else if (!reader.IsOption() && s->source.file.empty()) {
+      s->source.file = name;
+    } else {
+      ok = reader.Unknown();
+    }
+  }
+  if (!ok) {
+    *error = reader.Error();
+    return false;
+  }
+  *error = SourceConflict(s->source, given);
+  return error->empty();
+}
+
+int RunServe(const Arguments& args, std::ostream& out, std::ostream& err) {
+  ServeSettings settings;
+  std::string error;
+  if (!ParseServeArguments(args, &settings, &error)) {
+    err << "kavogps serve: " << error << "\nRun 'kavogps serve --help' for the options.\n";
+    return kExitUsage;
+  }
+  if (settings.help) {
+    PrintHelp(out);
+    return kExitOk;
+  }
+  serve::SourceSpec& source = settings.source;
+  if (source.port.empty() && !source.find) {
+    if (source.file.empty()) source.file = FindBundledFile(kDefaultRecording).string();
+    const std::string problem = source.file.empty() ? "no such file" : RecordingProblem(source.file);
+    if (!problem.empty()) {
+      err << "kavogps serve: '" << (source.file.empty() ? kDefaultRecording : source.file) << "': " << problem << '\n';
+      return kExitFile;
+    }
+  }
+  if (!ApplyReceiverSettings(settings.receiver)) {
+    err << "kavogps serve: the talkers and checksums cannot be handed to the library\n";
+    return kExitFailure;
+  }
+  InterruptWatch interrupt;  // before any thread starts, so none takes the interruption
+  const int code = serve::ServeReceiver(source, settings.listen, err, interrupt);
+  out.flush();
+  return code;
+}
+
+}  // namespace kavo::cli

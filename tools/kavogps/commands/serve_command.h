@@ -1,0 +1,27 @@
+// `kavogps serve`: shares one receiver (a recording, a port or the port a
+// search finds) with every program that speaks the GPS daemon protocol.
+#pragma once
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "serve/driver_feed.h"
+#include "serve/listen_address.h"
+#include "session/command_line.h"
+#include "session/receiver_settings.h"
+
+namespace kavo::cli {
+
+struct ServeSettings {
+  serve::SourceSpec source;
+  std::vector<serve::ListenAddress> listen;  // empty: the default
+  bool help = false;
+  ReceiverSettings receiver;
+};
+
+bool ParseServeArguments(const Arguments& args, ServeSettings* settings, std::string* error);
+
+int RunServe(const Arguments& args, std::ostream& out, std::ostream& err);
+
+}  // namespace kavo::cli

@@ -1,0 +1,49 @@
+#include "serve/service.h"
+
+#include <system_error>
+#include <thread>
+
+#include <asio/io_context.hpp>
+
+#include "serve/server.h"
+#include "session/command_line.h"
+
+namespace kavo::serve {
+namespace {
+
+using asio::ip::tcp;
+
+std::string Shown(const tcp::endpoint& endpoint) {
+  const std::string address = endpoint.address().to_string();
+  return (endpoint.address().is_v6() ? "[" + address + "]" : address) + ":" + std::to_string(endpoint.port());
+}
+
+}  // namespace
+
+int ServeReceiver(const SourceSpec& source, const std::vector<ListenAddress>& listen, std::ostream& err,
+                  cli::InterruptWatch& interrupt) {
+  ServerOptions options;
+  for (const ListenAddress& address : listen)
+    options.listen.emplace_back(asio::ip::make_address(address.address), address.port);
+  if (options.listen.empty()) options.listen.emplace_back(asio::ip::make_address("127.0.0.1"), kDefaultPort);
+
+  asio::io_context io;
+  // Clients that come before the feed starts see the device named.
+  Server server(io, options, NamedDevice(source));
+  try {
+    server.Open();
+  } catch (const std::system_error& e) {
+    err << "kavogps serve: " << e.what() << '\n';
+    return cli::kExitFailure;
+  }
+  for (const tcp::endpoint& endpoint : server.Endpoints())
+    err << "kavogps serve: listening on " << Shown(endpoint) << '\n';
+  err.flush();
+  std::thread network([&io] { io.run(); });
+  const int code = DriverFeed(server, err).Run(source, interrupt);
+  server.Close();
+  network.join();
+  return code;
+}
+
+}  // namespace kavo::serve

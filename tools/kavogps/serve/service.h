@@ -1,0 +1,19 @@
+// `kavogps serve` once its command line is read: the server on its
+// addresses, its network thread, and the feed from the receiver.
+#pragma once
+
+#include <ostream>
+#include <vector>
+
+#include "serve/driver_feed.h"
+#include "serve/listen_address.h"
+#include "session/console.h"
+
+namespace kavo::serve {
+
+// Serves `source` to the clients on `listen` until interrupted; says where
+// it listens, and what goes wrong, on `err`. The tool's exit code.
+int ServeReceiver(const SourceSpec& source, const std::vector<ListenAddress>& listen, std::ostream& err,
+                  cli::InterruptWatch& interrupt);
+
+}  // namespace kavo::serve

@@ -1,0 +1,75 @@
+// Turns what a driver delivers (its records, read as sentences arrive, and
+// the sentences themselves) into one complete report per epoch: the burst
+// of sentences a receiver sends for one fix time. An epoch is complete when
+// the next one starts (a new fix time, or a sentence the epoch already
+// had) or when the receiver has been quiet for a while; once an epoch has
+// been seen whole, the kind of sentence that ended it ends the next ones as
+// soon as the record holds what they sent, so a report leaves with its
+// epoch's last sentence. When some of an epoch's sentences reached the
+// library together with the next epoch's, the record read at its end
+// differs from what they sent: those values are left out rather than
+// reported from another epoch, and a fix whose position is not the
+// record's is left out whole. Independent of how the reports are shown.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "session/reading.h"
+#include "session/sentence_facts.h"
+
+namespace kavo::cli {
+
+struct EpochReport {
+  Reading reading;  // ValidFlags hold only what this epoch carried
+  bool fix = false;
+  bool timeKnown = false;
+  bool skyChanged = false;  // satellites or dilutions differ from the last report
+  std::set<int32_t> used;   // the satellites the fix uses, as the latest GSA named them
+};
+
+class EpochAssembler {
+ public:
+  using Listener = std::function<void(const EpochReport& report)>;
+  EpochAssembler(uint32_t quietMs, Listener onEpoch) : quietMs_(quietMs), onEpoch_(std::move(onEpoch)) {}
+
+  // A sentence arrived; `before` is the driver's state before it was applied.
+  void Sentence(const std::string& sentence, const Reading& before, uint64_t nowMs);
+  // The driver's newest state.
+  void Latest(const Reading& reading, uint64_t nowMs);
+  // The open epoch's last sentence came and the record did not yet show
+  // it: a reading taken soon completes the epoch.
+  bool Due() const { return due_; }
+  // No more sentences come: the open epoch is complete with `reading`.
+  void Finish(const Reading& reading);
+
+ private:
+  void Close(const Reading& reading);
+  // Whether `reading` holds every value the open epoch sent.
+  bool Holds(const Reading& reading) const;
+
+  uint32_t quietMs_;
+  Listener onEpoch_;
+  bool open_ = false;
+  std::string time_;
+  std::set<std::string> keys_;
+  std::string lastKind_, ender_;  // the open epoch's last kind; the kind that ends epochs
+  bool due_ = false;
+  uint32_t said_ = 0, known_ = 0;
+  std::optional<bool> fix_;
+  std::optional<int> quality_;
+  bool sky_ = false;
+  uint64_t lastSentenceMs_ = 0;
+  std::optional<EpochReport> lastSky_;
+  std::vector<std::pair<uint32_t, double>> values_;  // the epoch's last value of each
+  std::vector<GPSSatellite> cycle_, cycleSoFar_;     // its last whole satellite cycle; the one arriving
+  std::optional<std::set<int32_t>> used_;            // its GSA sentences' satellites, when it had any
+  std::set<int32_t> lastUsed_;
+};
+
+}  // namespace kavo::cli

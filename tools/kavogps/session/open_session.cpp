@@ -1,0 +1,24 @@
+#include "session/open_session.h"
+
+namespace kavo::cli {
+
+bool OpenSession(const SessionSource& source, bool viewsOnCallbackThread, OpenedSession* opened, uint32_t* error) {
+  const bool recording = source.port == nullptr;
+  SessionOptions options = recording ? PlaybackOptions(source.intervalMs, source.repeat) : SessionOptions{};
+  options.viewsOnCallbackThread = viewsOnCallbackThread;
+  opened->driver.reset(recording ? GPSDriver_CreateFromFile(ToLibraryText(source.recording).c_str(),
+                                                            static_cast<int32_t>(source.intervalMs),
+                                                            source.repeat ? 1 : 0, SessionStatusCallback(),
+                                                            SessionDataCallback(), SessionSentenceCallback())
+                                 : GPSDriver_CreateFromCOMPort(source.port, SessionStatusCallback(),
+                                                               SessionDataCallback(), SessionSentenceCallback()));
+  if (!opened->driver) {
+    *error = KavoMobileGPS_GetLastError();
+    return false;
+  }
+  if (recording) GPSDriver_SetTimeoutInterval(opened->driver.get(), static_cast<int32_t>(options.endTimeoutMs));
+  opened->session = std::make_unique<DriverSession>(opened->driver.get(), options);
+  return true;
+}
+
+}  // namespace kavo::cli

@@ -1,0 +1,42 @@
+// What one NMEA sentence says about the fix, read from its own fields by a
+// reader for its type, as the epoch assembler needs it.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "KavoMobileGPS.h"
+
+namespace kavo::cli {
+
+// What one sentence says about the fix, read from its own fields: the
+// library's validity flags only ever grow, so they cannot tell what this
+// epoch left empty.
+struct SentenceFacts {
+  std::string key;             // "GPGGA", "GPGSV1": a second one starts a new epoch
+  std::string kind;            // the key, but one kind for a satellite cycle's last message
+  std::string time;            // the fix time field, empty when the sentence has none
+  uint32_t said = 0;           // GPS_VALID_* flags this sentence has fields for
+  uint32_t known = 0;          // those it gave a value
+  std::optional<bool> fix;     // whether it reports a fix, when it says
+  std::optional<int> quality;  // GGA's fix quality
+  bool sky = false;            // satellites in view or in use
+  // The values it gave, in the units of the library's record (degrees,
+  // miles per hour), by GPS_VALID_* flag: a record that holds other values
+  // has not taken this sentence in yet.
+  std::vector<std::pair<uint32_t, double>> values;
+  std::vector<GPSSatellite> satellites;   // a satellite message's, elevation and azimuth in degrees
+  bool cycleEnd = false;                  // the last message of its cycle
+  std::optional<std::set<int32_t>> used;  // GSA: the satellites the fix uses
+};
+SentenceFacts ReadSentenceFacts(const std::string& sentence);
+
+// A field's leading number, 0 without one, as the readers read it.
+double FieldNumber(std::string_view field);
+
+}  // namespace kavo::cli
