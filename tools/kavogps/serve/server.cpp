@@ -17,6 +17,15 @@ Server::Server(asio::io_context& io, ServerOptions options, DeviceState device)
 Server::~Server() = default;
 
 void Server::Open() {
+  for (const HandedSocket& handed : options_.handed) {
+    auto acceptor = std::make_unique<tcp::acceptor>(io_);
+    std::error_code error;
+    acceptor->assign(handed.ipv6 ? tcp::v6() : tcp::v4(), static_cast<tcp::acceptor::native_handle_type>(handed.handle),
+                     error);
+    if (error) throw std::system_error(error, "cannot use the socket handed over as " + std::to_string(handed.handle));
+    endpoints_.push_back(acceptor->local_endpoint());
+    acceptors_.push_back(std::move(acceptor));
+  }
   for (const tcp::endpoint& endpoint : options_.listen) {
     auto acceptor = std::make_unique<tcp::acceptor>(io_);
     std::error_code error;

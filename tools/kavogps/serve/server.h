@@ -19,6 +19,7 @@
 
 #include "serve/client_registry.h"
 #include "serve/feed.h"
+#include "serve/handed_sockets.h"
 #include "serve/protocol.h"
 
 namespace kavo::serve {
@@ -27,6 +28,7 @@ struct ServerOptions {
   std::vector<asio::ip::tcp::endpoint> listen;
   size_t queueBytes = 64 * 1024;  // per client; beyond it its oldest lines go
   size_t maxRequestLength = 1024;
+  std::vector<HandedSocket> handed;  // listening already, from a service manager
 };
 
 class Server : public FeedSink {
@@ -34,8 +36,9 @@ class Server : public FeedSink {
   Server(asio::io_context& io, ServerOptions options, DeviceState device);
   ~Server() override;
 
-  // Binds and listens on every address; throws std::system_error naming
-  // the address that failed.
+  // Listens on the sockets handed over, then binds and listens on every
+  // address; throws std::system_error naming the socket or address that
+  // failed.
   void Open();
   // Where it listens (with the ports the system chose for port 0).
   const std::vector<asio::ip::tcp::endpoint>& Endpoints() const { return endpoints_; }

@@ -1,10 +1,12 @@
 #include "serve/service.h"
 
+#include <stdexcept>
 #include <system_error>
 #include <thread>
 
 #include <asio/io_context.hpp>
 
+#include "serve/handed_sockets.h"
 #include "serve/server.h"
 #include "session/command_line.h"
 
@@ -23,9 +25,17 @@ std::string Shown(const tcp::endpoint& endpoint) {
 int ServeReceiver(const SourceSpec& source, const std::vector<ListenAddress>& listen, std::ostream& err,
                   cli::InterruptWatch& interrupt) {
   ServerOptions options;
+  try {
+    options.handed = TakeHandedSockets();
+  } catch (const std::runtime_error& e) {
+    err << "kavogps serve: " << e.what() << '\n';
+    return cli::kExitFailure;
+  }
   for (const ListenAddress& address : listen)
     options.listen.emplace_back(asio::ip::make_address(address.address), address.port);
-  if (options.listen.empty()) options.listen.emplace_back(asio::ip::make_address("127.0.0.1"), kDefaultPort);
+  // Sockets from a service manager stand for the default address.
+  if (options.listen.empty() && options.handed.empty())
+    options.listen.emplace_back(asio::ip::make_address("127.0.0.1"), kDefaultPort);
 
   asio::io_context io;
   // Clients that come before the feed starts see the device named.
