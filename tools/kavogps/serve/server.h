@@ -28,7 +28,6 @@ struct ServerOptions {
   std::vector<asio::ip::tcp::endpoint> listen;
   size_t queueBytes = 64 * 1024;  // per client; beyond it its oldest lines go
   size_t maxRequestLength = 1024;
-  std::vector<HandedSocket> handed;  // listening already, from a service manager
 };
 
 class Server : public FeedSink {
@@ -36,10 +35,10 @@ class Server : public FeedSink {
   Server(asio::io_context& io, ServerOptions options, DeviceState device);
   ~Server() override;
 
-  // Listens on the sockets handed over, then binds and listens on every
-  // address; throws std::system_error naming the socket or address that
-  // failed.
-  void Open();
+  // Listens on the sockets a service manager handed over, already
+  // listening, then binds and listens on every address of the options;
+  // throws std::system_error naming the socket or address that failed.
+  void Open(const std::vector<HandedSocket>& handed = {});
   // Where it listens (with the ports the system chose for port 0).
   const std::vector<asio::ip::tcp::endpoint>& Endpoints() const { return endpoints_; }
   // Stops listening and closes every connection (from any thread); the
