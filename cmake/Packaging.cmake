@@ -31,7 +31,7 @@ if(EXISTS ${PROJECT_SOURCE_DIR}/include/KavoMobileGPS.hpp)
     COMPONENT development)
 endif()
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/ DESTINATION ${KAVOGPS_DEVELOPMENT_DOC_DIR}/examples
-  COMPONENT development)
+  COMPONENT development PATTERN ".*" EXCLUDE)
 
 if(WIN32)
   # The DLL's exports as a .def file, and from it an import library that
@@ -42,9 +42,12 @@ if(WIN32)
   find_program(KAVOGPS_DLLTOOL NAMES llvm-dlltool llvm-dlltool-19 llvm-dlltool-16 llvm-dlltool-14)
   if(KAVOGPS_DLLTOOL)
     set(KAVOGPS_MSVC_IMPLIB ${PROJECT_BINARY_DIR}/KavoMobileGPS.lib)
-    add_custom_command(TARGET KavoMobileGPS POST_BUILD
+    # The .def is written when the DLL is linked: depending on the DLL is
+    # depending on it.
+    add_custom_command(OUTPUT ${KAVOGPS_MSVC_IMPLIB}
       COMMAND ${KAVOGPS_DLLTOOL} -m i386:x86-64 -d ${KAVOGPS_DEF} -D KavoMobileGPS.dll -l ${KAVOGPS_MSVC_IMPLIB}
-      BYPRODUCTS ${KAVOGPS_DEF} ${KAVOGPS_MSVC_IMPLIB} VERBATIM)
+      DEPENDS KavoMobileGPS VERBATIM)
+    add_custom_target(kavogps_msvc_import_library ALL DEPENDS ${KAVOGPS_MSVC_IMPLIB})
     install(FILES ${KAVOGPS_MSVC_IMPLIB} DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
   else()
     message(STATUS "llvm-dlltool not found (Debian package llvm): no import library for MSVC")
@@ -102,7 +105,6 @@ set(CPACK_PACKAGE_NAME KavoMobileGPS)
 set(CPACK_PACKAGE_VENDOR "The KavoMobileGPS developers")
 set(CPACK_PACKAGE_CONTACT "The KavoMobileGPS developers <kavomobilegps@developers.invalid>")
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "GPS receivers on serial ports and NMEA 0183 recordings, through a C interface")
 set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_STRIP_FILES ON)
@@ -115,53 +117,65 @@ set(CPACK_ARCHIVE_COMPONENT_INSTALL OFF)
 set(CPACK_INCLUDE_TOPLEVEL_DIRECTORY ON)
 if(WIN32)
   set(CPACK_PACKAGE_FILE_NAME KavoMobileGPS-${PROJECT_VERSION}-win64)
+else()
+  # The zip's folders are relative; the Debian packages install where the
+  # build was configured to (/usr).
+  set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
 endif()
 
 # Debian: a package per component, named as Debian names a C library's.
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 # Depends from the binaries (dpkg-shlibdeps) and from the components: the
 # -dev package and the tool need this very version of the library.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# dpkg-shlibdeps runs in a component's staging folder; the library the
+# tool links is in the runtime component's, beside it.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ../runtime${CMAKE_INSTALL_FULL_LIBDIR})
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libkavomobilegps0)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+# ldconfig through dpkg's trigger, as Debian wants; CPack's postinst and
+# postrm call it as well.
+file(WRITE ${PROJECT_BINARY_DIR}/debian-runtime/triggers "activate-noawait ldconfig\n")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/debian-runtime/triggers)
+# Each description's first line is the package's summary; CPack indents the
+# rest and turns blank lines into Debian's " .".
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "GPS receivers on serial ports and NMEA recordings - library
- KavoMobileGPS finds a GPS receiver on a serial port, or plays back a
- recorded NMEA 0183 file as if a receiver were attached, reads its GGA,
- RMC, GSA, GSV and VTG sentences and gives the current fix and the
- satellites in view, by polling or through callbacks, behind a plain C
- interface.
- .
- This package holds the shared library.")
+KavoMobileGPS finds a GPS receiver on a serial port, or plays back a
+recorded NMEA 0183 file as if a receiver were attached, reads its GGA,
+RMC, GSA, GSV and VTG sentences and gives the current fix and the
+satellites in view, by polling or through callbacks, behind a plain C
+interface.
+
+This package holds the shared library.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libkavomobilegps-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "GPS receivers on serial ports and NMEA recordings - development files
- KavoMobileGPS finds a GPS receiver on a serial port, or plays back a
- recorded NMEA 0183 file as if a receiver were attached, and gives the
- current fix and the satellites in view behind a plain C interface.
- .
- This package holds the header, the static library, the pkg-config file,
- the CMake package, an example program and the KavoMobileGPS(3) manual.")
+KavoMobileGPS finds a GPS receiver on a serial port, or plays back a
+recorded NMEA 0183 file as if a receiver were attached, and gives the
+current fix and the satellites in view behind a plain C interface.
+
+This package holds the header, the static library, the pkg-config file,
+the CMake package, an example program and the KavoMobileGPS(3) manual.")
 
 set(CPACK_DEBIAN_TOOL_PACKAGE_NAME kavogps)
 set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOL_DESCRIPTION "play, find, monitor, simulate and share GPS receivers
- kavogps plays NMEA 0183 recordings, lists the serial ports, searches them
- for a GPS receiver, shows what a receiver sends, simulates one, and
- shares one receiver with every program that reads a GPS daemon, over its
- JSON protocol on TCP port 2947.
- .
- It comes with recordings to play, a manual page, bash completion and a
- socket-activated systemd service, kavogps-serve, which is not enabled
- on installation.")
+kavogps plays NMEA 0183 recordings, lists the serial ports, searches them
+for a GPS receiver, shows what a receiver sends, simulates one, and
+shares one receiver with every program that reads a GPS daemon, over its
+JSON protocol on TCP port 2947.
+
+It comes with recordings to play, a manual page, bash completion and a
+socket-activated systemd service, kavogps-serve, which is not enabled
+on installation.")
 if(IS_ABSOLUTE "${CMAKE_INSTALL_SYSCONFDIR}")
   # The settings are the administrator's: dpkg keeps their changes.
   file(WRITE ${PROJECT_BINARY_DIR}/debian-tool/conffiles "${CMAKE_INSTALL_SYSCONFDIR}/default/kavogps\n")

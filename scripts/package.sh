@@ -38,7 +38,8 @@ for need in "${NEEDS[@]}"; do
 done
 
 # Debian's compiler and linker flags (hardening), as its own packages get them.
-export DEB_BUILD_MAINT_OPTIONS=hardening=+all
+# Without debugging information: the static library would carry it.
+export DEB_BUILD_MAINT_OPTIONS=hardening=+all DEB_CFLAGS_MAINT_STRIP=-g DEB_CXXFLAGS_MAINT_STRIP=-g
 cppflags=$(dpkg-buildflags --get CPPFLAGS)
 linux=$BUILD_ROOT/package-linux
 windows=$BUILD_ROOT/package-windows
