@@ -128,6 +128,12 @@ class PosixSerialPort final : public SerialPort {
     return true;
   }
 
+  bool DiscardInput() override {
+    const int fd = fd_;
+    if (fd < 0) return Fail(kErrorInvalidHandle);
+    return tcflush(fd, TCIFLUSH) == 0 || FailFromErrno();
+  }
+
   bool Read(void* buffer, uint32_t size, uint32_t* got) override;
   bool Write(const void* data, uint32_t size, uint32_t* written) override;
 
