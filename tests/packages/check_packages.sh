@@ -147,7 +147,7 @@ assert len(lines) == 2 and all(json.loads(l)["class"] in ("TPV", "SKY") for l in
   fail "kavogps play --json | head -2 gave no two JSON reports"
 say "kavogps play --json | head -2: $(cut -c1-60 "$work/json.out" | tr '\n' ' ')"
 man -w kavogps >/dev/null && man -w 3 KavoMobileGPS >/dev/null || fail "man -w finds no kavogps(1) or KavoMobileGPS(3)"
-units=(/lib/systemd/system/kavogps-serve.socket /lib/systemd/system/kavogps-serve.service)
+units=(/usr/lib/systemd/system/kavogps-serve.socket /usr/lib/systemd/system/kavogps-serve.service)
 if command -v systemd-analyze >/dev/null; then
   systemd-analyze verify "${units[@]}" >"$work/verify.out" 2>&1 || { cat "$work/verify.out"; fail "systemd-analyze verify"; }
   say "systemd-analyze verify: the units are sound"
