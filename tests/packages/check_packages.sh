@@ -158,8 +158,13 @@ if command -v systemd-analyze >/dev/null; then
 else
   say "no systemd-analyze here: the units are not verified"
 fi
-# Installing starts nothing.
-pgrep -x kavogps >/dev/null && fail "a kavogps runs after installing"
+# Installing starts nothing: the tool's package has no script to start it
+# with, and no process runs the installed program (others' may run here).
+scripts=$(dpkg-deb --ctrl-tarfile "${debs[0]}" | tar -t)
+grep -Eq 'postinst$' <<<"$scripts" && fail "the kavogps package runs a script on installing"
+for pid in $(pgrep -x kavogps); do
+  [ "$(readlink "/proc/$pid/exe")" = /usr/bin/kavogps ] && fail "the installed kavogps runs after installing"
+done
 # serve on a socket handed over, as the service manager hands it.
 managers=(python)
 command -v systemd-socket-activate >/dev/null && managers+=(systemd-socket-activate)
