@@ -290,6 +290,38 @@ KAVOGPS_API int32_t GPSDriver_SetTimeoutInterval(GPSDriverHandle driver, int32_t
 /* The time-out interval in milliseconds, or -1: 160 `driver` NULL. */
 KAVOGPS_API int32_t GPSDriver_GetTimeoutInterval(GPSDriverHandle driver);
 
+/* --- Drivers with context callbacks ----------------------------------- */
+
+/* The callbacks of a driver made by KavoMobileGPS_CreateDriverFromFile or
+ * KavoMobileGPS_CreateDriverFromCOMPort. Each gets the `context` given
+ * there; each may be NULL. They run where and when the callbacks above do,
+ * under the same rules. */
+typedef struct KavoMobileGPS_Callbacks {
+  /* `status` is the status this call announces (GPS_STATUS_*). */
+  void (*onStatus)(void *context, int32_t status);
+  /* `location` is the record as it was when `changedMask` was made, so the
+   * two agree; valid only during the call. */
+  void (*onData)(void *context, uint32_t changedMask, const GPSLocation *location);
+  /* As GPSSentenceCallback. */
+  void (*onSentence)(void *context, const KavoChar *sentence);
+} KavoMobileGPS_Callbacks;
+
+/* As GPSDriver_CreateFromFile (same failures: 160 `path` NULL or `msPerLine`
+ * 0; 50; 14), with context callbacks. `callbacks` is copied, and may be
+ * NULL (no callbacks). `context` is handed to them as it is: it must stay
+ * valid until GPSDriver_Release has returned and no callback of the driver
+ * is still running (one released from inside a callback: until that
+ * callback returned). The driver is released with GPSDriver_Release and
+ * used with every GPSDriver_ function. */
+KAVOGPS_API GPSDriverHandle KavoMobileGPS_CreateDriverFromFile(const KavoChar *path, uint32_t msPerLine, uint8_t repeat,
+                                                               const KavoMobileGPS_Callbacks *callbacks, void *context);
+/* As GPSDriver_CreateFromCOMPort (same pause, same failures: 160 `port`
+ * NULL; 2; 1006; 14), with context callbacks as for
+ * KavoMobileGPS_CreateDriverFromFile. */
+KAVOGPS_API GPSDriverHandle KavoMobileGPS_CreateDriverFromCOMPort(COMPortInfoHandle port,
+                                                                  const KavoMobileGPS_Callbacks *callbacks,
+                                                                  void *context);
+
 /* --- Satellites snapshot ---------------------------------------------- */
 
 /* The number of satellites in view, 0 to 12; 0 also for a NULL `state`
