@@ -87,11 +87,13 @@ typedef struct COMPortCollectionObject *COMPortCollectionHandle;
 
 /* Which function sets which value, for what cause (0 on success, always):
  *
- *  160  BAD_ARGUMENTS     any function: a null handle, a null pointer it needs,
- *                         an argument out of range (an index outside the list,
+ *  160  BAD_ARGUMENTS     any function: a null handle, a null pointer it
+ *                         needs (GPSSatellitesState_GetTime's `time` too), an
+ *                         argument out of range (an index outside the list,
  *                         an interval <= 0 for CreateFromFile or < 0 for
- *                         SetTimeoutInterval, reserved < 1); COMPortInfo_SetParams
- *                         and _GetParams: a value outside its table
+ *                         SetTimeoutInterval, reserved < 1);
+ *                         COMPortInfo_SetParams and _GetParams: a value
+ *                         outside its table
  *   87  INVALID_PARAMETER COMPortInfo_Create: BaudRate, Parity or StopBits
  *                         outside its table
  *    2  FILE_NOT_FOUND    GPSDriver_CreateFromCOMPort: no such port, or another
@@ -332,7 +334,7 @@ KAVOGPS_API int32_t GPSSatellitesState_GetVisibleSatellitesCount(GPSSatellitesSt
 KAVOGPS_API uint8_t GPSSatellitesState_GetSatellite(GPSSatellitesStateHandle state, int32_t index,
                                                     GPSSatellite *satellite);
 /* Copies the time the table was published (an OLE date, local clock) into
- * `time`, which must not be NULL. Returns 1, or 0: 160 `state` NULL. */
+ * `time`. Returns 1, or 0 with `time` untouched: 160 `state` or `time` NULL. */
 KAVOGPS_API uint8_t GPSSatellitesState_GetTime(GPSSatellitesStateHandle state, double *time);
 /* The time type, GPS_TIME_LOCAL_CLOCK. For a NULL `state` it returns 2,
  * which is also GPS_TIME_LOCAL_CLOCK: only the last error (160) tells. */
