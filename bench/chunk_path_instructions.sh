@@ -11,6 +11,7 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 bench=${1:-build/release}/bench/bench_chunk_path
+command -v valgrind >/dev/null || { echo "needs valgrind (Debian package valgrind: apt-get install valgrind)" >&2; exit 2; }
 [ -x "$bench" ] || { echo "no $bench: cmake --preset release -B build/release && cmake --build build/release --target bench_chunk_path" >&2; exit 2; }
 all_talkers=(--talkers GP,GN,GL,GA,GB,BD,GQ,QZ)
 work=$(mktemp -d)

@@ -12,7 +12,7 @@ resident set. Each client count runs several times; the median of each
 figure is reported after the runs themselves.
 Loopback only. A benchmark, never a test: the figures depend on the machine.
 """
-import argparse, json, os, selectors, socket, subprocess, sys, time, tty
+import argparse, json, os, selectors, shutil, socket, subprocess, sys, time, tty
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 
@@ -171,6 +171,8 @@ def main():
     parser.add_argument("--clients", default="1,10,200")
     parser.add_argument("--runs", type=int, default=3, help="runs per client count; the median of each figure")
     options = parser.parse_args()
+    if not shutil.which("gpsd"):
+        sys.exit("serve_vs_gpsd: needs gpsd (Debian package gpsd: apt-get install gpsd)")
     blocks = epochs(os.path.join(HERE, "..", "data", "walk.nmea"))
     header = "%7s %-6s %6s %8s %8s %8s %7s %8s" % ("clients", "server", "heard", "p50 ms", "p99 ms", "max ms",
                                                 "CPU ms", "RSS MiB")

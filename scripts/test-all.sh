@@ -18,10 +18,11 @@ set -u -o pipefail
 ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 BUILD_ROOT=${KAVOGPS_BUILD_ROOT:-$ROOT/build}
 JOBS=${KAVOGPS_JOBS:-2}
-ALL_TIERS=(native asan tsan windows fuzz bench-smoke)
+ALL_TIERS=(native asan tsan windows fuzz bench-smoke packages)
 PACKAGES=(cmake ninja-build g++ clang libclang-rt-dev libgtest-dev libgmock-dev googletest locales
           g++-mingw-w64-x86-64-posix wine wine64 gpsbabel pkg-config
-          libasio-dev nlohmann-json3-dev gpsd-clients python3-gps)
+          libasio-dev nlohmann-json3-dev gpsd-clients python3-gps
+          scdoc dpkg-dev file lintian llvm lld man-db unzip)
 # A command ctest runs under (build_and_test), such as setarch for tsan.
 CTEST_PREFIX=()
 
@@ -98,6 +99,12 @@ tier_bench_smoke() {
     cmake --build "$dir" -j "$JOBS" --target bench_chunk_path bench_driver </dev/null &&
     "$dir/bench/bench_chunk_path" --smoke </dev/null &&
     "$dir/bench/bench_driver" --smoke </dev/null 2>/dev/null
+}
+
+tier_packages() {
+  # The Debian packages and the Windows zip, built by scripts/package.sh and
+  # used as a user would: installed (as root on Debian), then purged.
+  "$ROOT/tests/packages/check_packages.sh" "$WERROR"
 }
 
 main() {

@@ -139,5 +139,16 @@ TEST_F(ServerTest, ListensOnIpv6AndStreamsRawSentences) {
   EXPECT_EQ(peer->Line(), "$GPGGA,100000.00*00\r");
 }
 
+// Socket activation: only sockets announced for this very process count
+// (a child inherits the variables), and garbage is an error, not none.
+TEST(HandedSocketsTest, CountsOnlySocketsAnnouncedForThisProcess) {
+  EXPECT_EQ(AnnouncedSocketCount("42", "2", 42), 2);
+  EXPECT_EQ(AnnouncedSocketCount("41", "2", 42), 0);
+  EXPECT_EQ(AnnouncedSocketCount(nullptr, "2", 42), 0);
+  EXPECT_EQ(AnnouncedSocketCount("42", "two", 42), std::nullopt);
+  EXPECT_EQ(AnnouncedSocketCount("42x", "1", 42), std::nullopt);
+  EXPECT_EQ(AnnouncedSocketCount("42", "-1", 42), std::nullopt);
+}
+
 }  // namespace
 }  // namespace kavo::serve

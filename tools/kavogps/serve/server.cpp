@@ -16,7 +16,16 @@ Server::Server(asio::io_context& io, ServerOptions options, DeviceState device)
 
 Server::~Server() = default;
 
-void Server::Open() {
+void Server::Open(const std::vector<HandedSocket>& handed) {
+  for (const HandedSocket& socket : handed) {
+    auto acceptor = std::make_unique<tcp::acceptor>(io_);
+    std::error_code error;
+    acceptor->assign(socket.ipv6 ? tcp::v6() : tcp::v4(), static_cast<tcp::acceptor::native_handle_type>(socket.handle),
+                     error);
+    if (error) throw std::system_error(error, "cannot use the socket handed over as " + std::to_string(socket.handle));
+    endpoints_.push_back(acceptor->local_endpoint());
+    acceptors_.push_back(std::move(acceptor));
+  }
   for (const tcp::endpoint& endpoint : options_.listen) {
     auto acceptor = std::make_unique<tcp::acceptor>(io_);
     std::error_code error;

@@ -19,6 +19,7 @@
 
 #include "serve/client_registry.h"
 #include "serve/feed.h"
+#include "serve/handed_sockets.h"
 #include "serve/protocol.h"
 
 namespace kavo::serve {
@@ -34,9 +35,10 @@ class Server : public FeedSink {
   Server(asio::io_context& io, ServerOptions options, DeviceState device);
   ~Server() override;
 
-  // Binds and listens on every address; throws std::system_error naming
-  // the address that failed.
-  void Open();
+  // Listens on the sockets a service manager handed over, already
+  // listening, then binds and listens on every address of the options;
+  // throws std::system_error naming the socket or address that failed.
+  void Open(const std::vector<HandedSocket>& handed = {});
   // Where it listens (with the ports the system chose for port 0).
   const std::vector<asio::ip::tcp::endpoint>& Endpoints() const { return endpoints_; }
   // Stops listening and closes every connection (from any thread); the

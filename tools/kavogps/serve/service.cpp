@@ -1,11 +1,13 @@
 #include "serve/service.h"
 
+#include <stdexcept>
 #include <system_error>
 #include <thread>
 
 #include <asio/io_context.hpp>
 
 #include "serve/feed_fan_out.h"
+#include "serve/handed_sockets.h"
 #include "serve/server.h"
 #include "session/command_line.h"
 
@@ -24,15 +26,24 @@ std::string Shown(const tcp::endpoint& endpoint) {
 int ServeReceiver(const SourceSpec& source, const std::vector<ListenAddress>& listen, std::ostream& err,
                   cli::InterruptWatch& interrupt) {
   ServerOptions options;
+  std::vector<HandedSocket> handed;
+  try {
+    handed = TakeHandedSockets();
+  } catch (const std::runtime_error& e) {
+    err << "kavogps serve: " << e.what() << '\n';
+    return cli::kExitFailure;
+  }
   for (const ListenAddress& address : listen)
     options.listen.emplace_back(asio::ip::make_address(address.address), address.port);
-  if (options.listen.empty()) options.listen.emplace_back(asio::ip::make_address("127.0.0.1"), kDefaultPort);
+  // Sockets from a service manager stand for the default address.
+  if (options.listen.empty() && handed.empty())
+    options.listen.emplace_back(asio::ip::make_address("127.0.0.1"), kDefaultPort);
 
   asio::io_context io;
   // Clients that come before the feed starts see the device named.
   Server server(io, options, NamedDevice(source));
   try {
-    server.Open();
+    server.Open(handed);
   } catch (const std::system_error& e) {
     err << "kavogps serve: " << e.what() << '\n';
     return cli::kExitFailure;
