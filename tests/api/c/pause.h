@@ -1,7 +1,5 @@
-/* What the C programs need from the OS: waiting a number of milliseconds,
- * and a monotonic time in milliseconds. */
+/* Waits a number of milliseconds; the only thing the test needs from the OS. */
 #ifndef PAUSE_H
 #define PAUSE_H
 void PauseMs(unsigned ms);
-double NowMs(void);
 #endif

@@ -9,9 +9,3 @@ void PauseMs(unsigned ms) {
   t.tv_nsec = (long)(ms % 1000) * 1000000L;
   nanosleep(&t, NULL);
 }
-
-double NowMs(void) {
-  struct timespec t;
-  clock_gettime(CLOCK_MONOTONIC, &t);
-  return t.tv_sec * 1000.0 + t.tv_nsec / 1e6;
-}
