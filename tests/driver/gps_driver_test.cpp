@@ -83,14 +83,6 @@ class GpsDriverTest : public ::testing::Test {
   Ref<FakePlayback> playback{new FakePlayback};
 };
 
-TEST_F(GpsDriverTest, StartAndStopRunInOppositeOrders) {
-  auto driver = MakeDriver();
-  EXPECT_EQ(driver->Start(nullptr), 1);
-  EXPECT_EQ(driver->Stop(), 1);
-  EXPECT_EQ(calls, (Calls{"playback.Resume", "receiver.Start", "thread.Start", "thread.Stop", "receiver.Stop",
-                          "playback.Pause"}));
-}
-
 // Whichever step fails, what was done is undone and the step's code stands.
 TEST_F(GpsDriverTest, FailedStartUndoesWhatItDid) {
   struct Case {
