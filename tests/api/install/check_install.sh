@@ -111,8 +111,7 @@ check_example fixes "$work/pc_shared$exe"
   $(pkg-config --static --cflags --libs KavoMobileGPS) $rpath || fail "building with pkg-config --static failed"
 check_example fixes "$work/pc_static$exe"
 
-# 3. Context callbacks of 16 drivers on two recordings at once never cross;
-# a null GPSSatellitesState_GetTime pointer is refused.
+# 3. Context callbacks of 16 drivers on two recordings at once never cross.
 # shellcheck disable=SC2046,SC2086
 "$cc" -std=c99 -Wall -Wextra -Werror -o "$work/context_check$exe" "$source/tests/api/install/context_check.c" "$pause" \
   -I"$examples" $(pkg-config --cflags --libs KavoMobileGPS) $rpath || fail "building context_check failed"
