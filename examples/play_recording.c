@@ -1,11 +1,13 @@
 /* Plays a recorded NMEA file through KavoMobileGPS as if a receiver were
  * attached, and prints each new fix:  play_recording FILE [MS_PER_LINE]
- * Standard C11 and the library's header, nothing else. */
+ * Standard C99, the library's header and a pause (pause_posix.c or
+ * pause_win32.c). */
 #include <stdio.h>
 #include <stdlib.h>
-#include <threads.h>
 
 #include <KavoMobileGPS.h>
+
+#include "pause.h"
 
 int main(int argc, char **argv) {
     if (argc < 2) {
@@ -28,10 +30,21 @@ int main(int argc, char **argv) {
     GPSDriver_SetTimeoutInterval(driver, 2 * msPerLine + 1000);
     GPSDriver_Start(driver);
 
+    /* Until the first NMEA sentence the status stays "stopped", and for good
+     * on a file without one; text without one turns it "no sentence" after
+     * 3 s. So a program waits a bounded time for the first sentence. */
+    const char *trouble = NULL;
+    int received = 0, fixes = 0;
     double lastTime = 0;
-    int fixes = 0;
-    for (int polls = 0; polls < 12000 && GPSDriver_GetStatus(driver) != GPS_STATUS_TIMEOUT; ++polls) {
-        thrd_sleep(&(struct timespec){.tv_nsec = 50000000}, NULL); /* 50 ms */
+    for (int waitedMs = 0; !trouble; waitedMs += 50) {
+        int32_t status = GPSDriver_GetStatus(driver);
+        if (status == GPS_STATUS_TIMEOUT) break; /* the end of the recording */
+        if (status == GPS_STATUS_RECEIVING) received = 1;
+        if (status == GPS_STATUS_NO_SENTENCE) trouble = "text, but no NMEA sentence the library reads";
+        if (status == GPS_STATUS_STOPPED && received) trouble = "the file could not be read to its end";
+        if (status == GPS_STATUS_STOPPED && !received && waitedMs > 3000 + 4 * msPerLine)
+            trouble = "no NMEA sentence: the file is empty or holds other text";
+        PauseMs(50);
         GPSLocation fix;
         if (GPSDriver_GetLocation(driver, &fix) && fix.FixQuality > 0 && fix.Time != lastTime) {
             lastTime = fix.Time;
@@ -42,10 +55,13 @@ int main(int argc, char **argv) {
     }
 
     GPSSatellitesStateHandle sky = GPSDriver_GetSatellitesInfo(driver);
-    printf("%d fixes, %d satellites in view at the end\n", fixes,
-           (int)GPSSatellitesState_GetVisibleSatellitesCount(sky));
+    if (trouble)
+        fprintf(stderr, "%s: %s\n", argv[1], trouble);
+    else
+        printf("%d fixes, %d satellites in view at the end\n", fixes,
+               (int)GPSSatellitesState_GetVisibleSatellitesCount(sky));
     GPSSatellitesState_Release(sky);
     GPSDriver_Stop(driver);
     GPSDriver_Release(driver);
-    return fixes > 0 ? 0 : 1;
+    return fixes > 0 && !trouble ? 0 : 1;
 }

@@ -17,6 +17,11 @@
  * Every function may be called from any thread.
  *
  * Usable from C99 and C++. All text is UTF-16, zero-terminated.
+ *
+ * Linking the static library (libKavoMobileGPS.a): define KAVOGPS_STATIC
+ * before including this header (the CMake target KavoMobileGPS_static and
+ * `pkg-config --static` do), and link the C++ runtime the library uses
+ * (the CMake target brings it; pkg-config lists it).
  */
 #ifndef KAVOMOBILEGPS_H
 #define KAVOMOBILEGPS_H
@@ -71,7 +76,7 @@ typedef struct COMPortCollectionObject *COMPortCollectionHandle;
 /* Driver status values (GPSDriver_GetStatus). */
 #define GPS_STATUS_RECEIVING 0
 #define GPS_STATUS_TIMEOUT (-1)     /* no text within the time-out interval */
-#define GPS_STATUS_STOPPED (-2)     /* stopped, not yet receiving, or the source failed */
+#define GPS_STATUS_STOPPED (-2)     /* stopped, no known sentence yet, or the source failed */
 #define GPS_STATUS_NO_SENTENCE (-3) /* text, but no known sentence for 3 s */
 #define GPS_STATUS_PARSE_ERROR (-4) /* the text could not be read (out of memory) */
 
@@ -87,22 +92,28 @@ typedef struct COMPortCollectionObject *COMPortCollectionHandle;
 
 /* Which function sets which value, for what cause (0 on success, always):
  *
- *  160  BAD_ARGUMENTS     any function: a null handle, a null pointer it needs,
- *                         an argument out of range (an index outside the list,
+ *  160  BAD_ARGUMENTS     any function: a null handle, a null pointer it
+ *                         needs (GPSSatellitesState_GetTime's `time` too), an
+ *                         argument out of range (an index outside the list,
  *                         an interval <= 0 for CreateFromFile or < 0 for
- *                         SetTimeoutInterval, reserved < 1); COMPortInfo_SetParams
- *                         and _GetParams: a value outside its table
+ *                         SetTimeoutInterval, reserved < 1);
+ *                         COMPortInfo_SetParams and _GetParams: a value
+ *                         outside its table
  *   87  INVALID_PARAMETER COMPortInfo_Create: BaudRate, Parity or StopBits
  *                         outside its table
- *    2  FILE_NOT_FOUND    GPSDriver_CreateFromCOMPort: no such port, or another
- *                         program holds it; COMPortInfo_FindGPSCOMPort: no
- *                         port answered with NMEA
+ *    2  FILE_NOT_FOUND    GPSDriver_CreateFromCOMPort and
+ *                         KavoMobileGPS_CreateDriverFromCOMPort: no such
+ *                         port, or another program holds it;
+ *                         COMPortInfo_FindGPSCOMPort: no port answered with
+ *                         NMEA (after the search's seconds per port)
  * 1006  FILE_INVALID      GPSDriver_CreateFromCOMPort: the port refused its
  *                         line settings
  *   14  OUTOFMEMORY       any function that allocates
- *   50  NOT_SUPPORTED     GPSDriver_CreateFromFile: the file cannot be opened
- *                         (a missing file too); GPSDriver_Start: already
- *                         started; GPSDriver_Stop: the stop failed;
+ *   50  NOT_SUPPORTED     GPSDriver_CreateFromFile and
+ *                         KavoMobileGPS_CreateDriverFromFile: the file
+ *                         cannot be opened (a missing file too);
+ *                         GPSDriver_Start: already started;
+ *                         GPSDriver_Stop: the stop failed;
  *                         COMPortCollection_Create, COMPortInfo_FindGPSCOMPort:
  *                         the port list cannot be read (no serial driver
  *                         registry, an unusable KAVOGPS_REGISTRY file);
@@ -257,11 +268,14 @@ KAVOGPS_API GPSDriverHandle GPSDriver_CreateFromFile(const KavoChar *path, int32
 KAVOGPS_API void GPSDriver_Release(GPSDriverHandle driver);
 /* Starts reading: empties the records, then starts a reading thread and a
  * watchdog thread, which call the callbacks. The status stays
- * GPS_STATUS_STOPPED until the first text arrives, and for good on a source
- * that sends nothing (an empty file, a silent port): a time-out is reported
- * only once text has come. Text without a known sentence turns it
- * GPS_STATUS_NO_SENTENCE after 3 s. Start, Stop, Start again is allowed.
- * Returns 1, or 0: 160 `driver` NULL; 50 already started. */
+ * GPS_STATUS_STOPPED until the first known sentence arrives, and for good on
+ * a source that sends none: nothing at all (an empty file, a silent port) or
+ * less than 3 s of other text. Text that keeps coming for more than 3 s
+ * without a known sentence turns it GPS_STATUS_NO_SENTENCE (on the first
+ * text after the 3 s). A time-out (GPS_STATUS_TIMEOUT) is reported only once
+ * the status has left GPS_STATUS_STOPPED: a program waiting for data must
+ * set itself a limit for a source that never sends any. Start, Stop, Start
+ * again is allowed. Returns 1, or 0: 160 `driver` NULL; 50 already started. */
 KAVOGPS_API int32_t GPSDriver_Start(GPSDriverHandle driver);
 /* Stops the threads, waiting for each at most 5 s before it gives the thread
  * up, and forgets any unfinished sentence; the records keep their values and
@@ -279,7 +293,7 @@ KAVOGPS_API int32_t GPSDriver_GetLocation(GPSDriverHandle driver, GPSLocation *l
  * holds no satellites. NULL: 160 `driver` NULL; 14 out of memory. */
 KAVOGPS_API GPSSatellitesStateHandle GPSDriver_GetSatellitesInfo(GPSDriverHandle driver);
 /* The status, GPS_STATUS_*: GPS_STATUS_STOPPED on a new driver, and after
- * Start until text arrives (see GPSDriver_Start). For a NULL `driver` it
+ * Start until a known sentence arrives (see GPSDriver_Start). For a NULL `driver` it
  * returns -4, which is also GPS_STATUS_PARSE_ERROR: only the last error
  * (160) tells them apart. */
 KAVOGPS_API int32_t GPSDriver_GetStatus(GPSDriverHandle driver);
@@ -289,6 +303,38 @@ KAVOGPS_API int32_t GPSDriver_GetStatus(GPSDriverHandle driver);
 KAVOGPS_API int32_t GPSDriver_SetTimeoutInterval(GPSDriverHandle driver, int32_t intervalMs);
 /* The time-out interval in milliseconds, or -1: 160 `driver` NULL. */
 KAVOGPS_API int32_t GPSDriver_GetTimeoutInterval(GPSDriverHandle driver);
+
+/* --- Drivers with context callbacks ----------------------------------- */
+
+/* The callbacks of a driver made by KavoMobileGPS_CreateDriverFromFile or
+ * KavoMobileGPS_CreateDriverFromCOMPort. Each gets the `context` given
+ * there; each may be NULL. They run where and when the callbacks above do,
+ * under the same rules. */
+typedef struct KavoMobileGPS_Callbacks {
+  /* `status` is the status this call announces (GPS_STATUS_*). */
+  void (*onStatus)(void *context, int32_t status);
+  /* `location` is the record as it was when `changedMask` was made, so the
+   * two agree; valid only during the call. */
+  void (*onData)(void *context, uint32_t changedMask, const GPSLocation *location);
+  /* As GPSSentenceCallback. */
+  void (*onSentence)(void *context, const KavoChar *sentence);
+} KavoMobileGPS_Callbacks;
+
+/* As GPSDriver_CreateFromFile (same failures: 160 `path` NULL or `msPerLine`
+ * 0; 50; 14), with context callbacks. `callbacks` is copied, and may be
+ * NULL (no callbacks). `context` is handed to them as it is: it must stay
+ * valid until GPSDriver_Release has returned and no callback of the driver
+ * is still running (one released from inside a callback: until that
+ * callback returned). The driver is released with GPSDriver_Release and
+ * used with every GPSDriver_ function. */
+KAVOGPS_API GPSDriverHandle KavoMobileGPS_CreateDriverFromFile(const KavoChar *path, uint32_t msPerLine, uint8_t repeat,
+                                                               const KavoMobileGPS_Callbacks *callbacks, void *context);
+/* As GPSDriver_CreateFromCOMPort (same pause, same failures: 160 `port`
+ * NULL; 2; 1006; 14), with context callbacks as for
+ * KavoMobileGPS_CreateDriverFromFile. */
+KAVOGPS_API GPSDriverHandle KavoMobileGPS_CreateDriverFromCOMPort(COMPortInfoHandle port,
+                                                                  const KavoMobileGPS_Callbacks *callbacks,
+                                                                  void *context);
 
 /* --- Satellites snapshot ---------------------------------------------- */
 
@@ -300,7 +346,7 @@ KAVOGPS_API int32_t GPSSatellitesState_GetVisibleSatellitesCount(GPSSatellitesSt
 KAVOGPS_API uint8_t GPSSatellitesState_GetSatellite(GPSSatellitesStateHandle state, int32_t index,
                                                     GPSSatellite *satellite);
 /* Copies the time the table was published (an OLE date, local clock) into
- * `time`, which must not be NULL. Returns 1, or 0: 160 `state` NULL. */
+ * `time`. Returns 1, or 0 with `time` untouched: 160 `state` or `time` NULL. */
 KAVOGPS_API uint8_t GPSSatellitesState_GetTime(GPSSatellitesStateHandle state, double *time);
 /* The time type, GPS_TIME_LOCAL_CLOCK. For a NULL `state` it returns 2,
  * which is also GPS_TIME_LOCAL_CLOCK: only the last error (160) tells. */

@@ -13,16 +13,10 @@ using kavo::api::AccessorFrame;
 using kavo::api::CreatingFrame;
 using kavo::api::OperationFrame;
 
+using kavo::api::FromCaller;
+using kavo::api::HandOut;
+
 kavo::GpsDriver* Driver(GPSDriverHandle handle) { return handle->driver.get(); }
-
-const char16_t* FromCaller(const KavoChar* text) { return reinterpret_cast<const char16_t*>(text); }
-
-// The handle's holder takes the driver's first reference.
-GPSDriverHandle HandOut(kavo::Ref<kavo::GpsDriver> driver) {
-  kavo::OwningHolder<GPSDriverObject> holder(new GPSDriverObject);
-  holder->driver = std::move(driver);
-  return holder.Detach();
-}
 
 }  // namespace
 
@@ -31,7 +25,8 @@ extern "C" {
 KAVOGPS_API GPSDriverHandle GPSDriver_CreateFromCOMPort(COMPortInfoHandle port, GPSStatusCallback onStatus,
                                                         GPSDataCallback onData, GPSSentenceCallback onSentence) {
   return CreatingFrame<GPSDriverHandle>(port != nullptr, [&](kavo::CIMExceptionImpl&) {
-    return HandOut(kavo::CreateDriverFromPort(*kavo::api::PortInfo(port), {onStatus, onData, onSentence}));
+    return HandOut(
+        kavo::CreateDriverFromPort(*kavo::api::PortInfo(port), kavo::DriverCallbacks(onStatus, onData, onSentence)));
   });
 }
 
@@ -40,7 +35,7 @@ KAVOGPS_API GPSDriverHandle GPSDriver_CreateFromFile(const KavoChar* path, int32
                                                      GPSSentenceCallback onSentence) {
   return CreatingFrame<GPSDriverHandle>(path != nullptr && intervalMs > 0, [&](kavo::CIMExceptionImpl&) {
     return HandOut(kavo::CreateDriverFromFile(FromCaller(path), static_cast<uint32_t>(intervalMs), repeat != 0,
-                                              {onStatus, onData, onSentence}));
+                                              kavo::DriverCallbacks(onStatus, onData, onSentence)));
   });
 }
 

@@ -28,6 +28,15 @@ struct COMPortCollectionObject {
 
 namespace kavo::api {
 
+// The handle's holder takes the driver's first reference.
+inline GPSDriverHandle HandOut(Ref<GpsDriver> driver) {
+  OwningHolder<GPSDriverObject> holder(new GPSDriverObject);
+  holder->driver = std::move(driver);
+  return holder.Detach();
+}
+
+inline const char16_t* FromCaller(const KavoChar* text) { return reinterpret_cast<const char16_t*>(text); }
+
 inline GPSSatellites* Snapshot(GPSSatellitesStateHandle state) { return state; }
 inline COMPortInfo* PortInfo(COMPortInfoHandle port) { return port; }
 

@@ -25,8 +25,9 @@ KAVOGPS_API uint8_t GPSSatellitesState_GetSatellite(GPSSatellitesStateHandle sta
   });
 }
 
+// The output pointer is checked too: a crash is never the better answer.
 KAVOGPS_API uint8_t GPSSatellitesState_GetTime(GPSSatellitesStateHandle state, double* time) {
-  return AccessorFrame<uint8_t>(state != nullptr, 0, [&] {
+  return AccessorFrame<uint8_t>(state != nullptr && time != nullptr, 0, [&] {
     std::memcpy(time, &kavo::api::Snapshot(state)->Time, sizeof *time);
     return uint8_t{1};
   });

@@ -17,7 +17,7 @@ Ref<GpsDriver> BuildDriver(Ref<DataSource> source, Ref<PlaybackControl> playback
   // environment applies to the drivers made after the change.
   Ref<Receiver> receiver(new GpsReceiver(nmea::LoadReceiverOptions()));
   Ref<GpsDriver> driver(new GpsDriver(receiver, readingThread, playback));
-  driver->Initialise(callbacks.onStatus, callbacks.onData, callbacks.onSentence);
+  driver->Initialise(callbacks);
   return driver;
 }
 

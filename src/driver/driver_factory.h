@@ -5,17 +5,12 @@
 #include <cstdint>
 
 #include "KavoMobileGPS.h"
+#include "driver/driver_callbacks.h"
 #include "driver/gps_driver.h"
 #include "sources/com_port_info.h"
 #include "support/wide_string.h"
 
 namespace kavo {
-
-struct DriverCallbacks {
-  GPSStatusCallback onStatus = nullptr;
-  GPSDataCallback onData = nullptr;
-  GPSSentenceCallback onSentence = nullptr;
-};
 
 Ref<GpsDriver> CreateDriverFromPort(const COMPortInfo& port, const DriverCallbacks& callbacks);
 Ref<GpsDriver> CreateDriverFromFile(const WideString& path, uint32_t intervalMs, bool repeat,

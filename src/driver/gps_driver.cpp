@@ -3,13 +3,6 @@
 #include "platform/platform.h"
 
 namespace kavo {
-namespace {
-
-// The library's text is UTF-16 in char16_t; the caller's is KavoChar, the
-// same 16-bit units under the platform's name for them.
-const KavoChar* ToCaller(const char16_t* text) { return reinterpret_cast<const KavoChar*>(text); }
-
-}  // namespace
 
 GpsDriver::GpsDriver(Ref<Receiver> receiver, Ref<GpsReadingThread> readingThread, Ref<PlaybackControl> playback)
     : receiver_(std::move(receiver)),
@@ -31,10 +24,8 @@ GpsDriver::~GpsDriver() {
   receiver_.reset();
 }
 
-void GpsDriver::Initialise(GPSStatusCallback onStatus, GPSDataCallback onData, GPSSentenceCallback onSentence) {
-  onStatus_ = onStatus;
-  onData_ = onData;
-  onSentence_ = onSentence;
+void GpsDriver::Initialise(const DriverCallbacks& callbacks) {
+  callbacks_ = callbacks;
   receiver_->AddListener(&entry_);
   running_ = 1;
 }
@@ -78,18 +69,6 @@ void GpsDriver::Detach() {
     }
   }
   entry_.Unlink();
-}
-
-void GpsDriver::OnDataChanged(uint32_t mask) {
-  if (onData_) onData_(mask);
-}
-
-void GpsDriver::OnStatusChanged() {
-  if (onStatus_) onStatus_();
-}
-
-void GpsDriver::OnSentence(const char16_t* text) {
-  if (onSentence_) onSentence_(ToCaller(text));
 }
 
 }  // namespace kavo

@@ -1,11 +1,12 @@
 // What a GPSDriver handle refers to: a receiver, the reading thread that
 // feeds it from the source, and the playback control of that source, with
-// the caller's three callbacks.
+// the caller's callbacks.
 #pragma once
 
 #include <cstdint>
 
 #include "KavoMobileGPS.h"
+#include "driver/driver_callbacks.h"
 #include "driver/gps_reading_thread.h"
 #include "nmea/receiver.h"
 #include "sources/data_source.h"
@@ -18,8 +19,8 @@ class GpsDriver : public virtual RefCounted, private ReceiverListener {
  public:
   GpsDriver(Ref<Receiver> receiver, Ref<GpsReadingThread> readingThread, Ref<PlaybackControl> playback);
 
-  // Stores the callbacks (each may be null) and starts listening.
-  void Initialise(GPSStatusCallback onStatus, GPSDataCallback onData, GPSSentenceCallback onSentence);
+  // Stores the callbacks and starts listening.
+  void Initialise(const DriverCallbacks& callbacks);
   int Start(CIMExceptionImpl* error);
   // Bounded whatever a callback does, and callable from a callback: then
   // it does not wait for the thread it runs on. No callback starts after
@@ -41,14 +42,12 @@ class GpsDriver : public virtual RefCounted, private ReceiverListener {
  private:
   ~GpsDriver() override;
 
-  void OnDataChanged(uint32_t mask) override;
-  void OnStatusChanged() override;
-  void OnSentence(const char16_t* text) override;
+  void OnDataChanged(uint32_t mask, const GPSLocation& location) override { callbacks_.Data(mask, location); }
+  void OnStatusChanged(int32_t status) override { callbacks_.Status(status); }
+  void OnSentence(const char16_t* text) override { callbacks_.Sentence(text); }
 
   int32_t running_ = 0;
-  GPSStatusCallback onStatus_ = nullptr;
-  GPSDataCallback onData_ = nullptr;
-  GPSSentenceCallback onSentence_ = nullptr;
+  DriverCallbacks callbacks_;
   Ref<Receiver> receiver_;
   Ref<GpsReadingThread> readingThread_;
   Ref<PlaybackControl> playback_;

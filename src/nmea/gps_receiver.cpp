@@ -207,7 +207,10 @@ void GpsReceiver::ProcessText(const Run& run, const char16_t* text, uint32_t cou
   }
 
   const bool seen = store_.SentencesSeen();
-  if ((seen || status_ == GPS_STATUS_TIMEOUT) && SetStatus(run, store_.Status())) NotifyStatusChanged(run);
+  if (seen || status_ == GPS_STATUS_TIMEOUT) {
+    const int32_t status = store_.Status();
+    if (SetStatus(run, status)) NotifyStatusChanged(run, status);
+  }
 
   // Data notifications are throttled to one per interval; what changed in
   // between is carried to the next one.
@@ -224,7 +227,14 @@ void GpsReceiver::ProcessText(const Run& run, const char16_t* text, uint32_t cou
         pendingMask_ |= mask;
       }
     }
-    if (deliver) NotifyDataChanged(run, deliver);
+    if (deliver) {
+      GPSLocation location;
+      {
+        CriticalSectionLock::Guard guard(locationLock_);
+        location = location_;
+      }
+      NotifyDataChanged(run, deliver, location);
+    }
   }
 
   if (seen || copied) {
@@ -271,21 +281,21 @@ bool GpsReceiver::SetStatus(const Run& run, int32_t status) {
 // still need its announcement.
 void GpsReceiver::SetStatusAndNotify(const Run& run, int32_t status) {
   SetStatus(run, status);
-  NotifyStatusChanged(run);
+  NotifyStatusChanged(run, status);
 }
 
-void GpsReceiver::NotifyStatusChanged(const Run& run) {
+void GpsReceiver::NotifyStatusChanged(const Run& run, int32_t status) {
   listeners_.ForEach([&](ReceiverListener& listener) {
     if (!run.Open()) return false;
-    listener.OnStatusChanged();
+    listener.OnStatusChanged(status);
     return true;
   });
 }
 
-void GpsReceiver::NotifyDataChanged(const Run& run, uint32_t mask) {
+void GpsReceiver::NotifyDataChanged(const Run& run, uint32_t mask, const GPSLocation& location) {
   listeners_.ForEach([&](ReceiverListener& listener) {
     if (!run.Open()) return false;
-    listener.OnDataChanged(mask);
+    listener.OnDataChanged(mask, location);
     return true;
   });
 }

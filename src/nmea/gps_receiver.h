@@ -47,8 +47,8 @@ class GpsReceiver : public Receiver {
   // Sets the status unless the run has ended; true when it changed.
   bool SetStatus(const Run& run, int32_t status);
   void SetStatusAndNotify(const Run& run, int32_t status);
-  void NotifyStatusChanged(const Run& run);
-  void NotifyDataChanged(const Run& run, uint32_t mask);
+  void NotifyStatusChanged(const Run& run, int32_t status);
+  void NotifyDataChanged(const Run& run, uint32_t mask, const GPSLocation& location);
 
   std::atomic<uint32_t> started_{0};
   ListenerList listeners_;  // its lock is the listeners lock

@@ -7,17 +7,20 @@
 
 #include <cstdint>
 
+#include "KavoMobileGPS.h"
 #include "support/critical_section_lock.h"
 #include "support/ref_counted.h"
 
 namespace kavo {
 
 // Counted: a walk holds the listener it calls, so a listener released
-// during its own notification lives until that returns.
+// during its own notification lives until that returns. Each notification
+// carries what it is about, as it was when it was made: the status it
+// announces, the location its mask describes (valid during the call).
 class ReceiverListener : public virtual RefCounted {
  public:
-  virtual void OnDataChanged(uint32_t mask) = 0;
-  virtual void OnStatusChanged() = 0;
+  virtual void OnDataChanged(uint32_t mask, const GPSLocation& location) = 0;
+  virtual void OnStatusChanged(int32_t status) = 0;
   virtual void OnSentence(const char16_t* text) = 0;
 };
 

@@ -38,9 +38,11 @@ int NmeaFilePlayback::Read(char16_t* buffer, uint32_t capacity, uint32_t* count,
   return CatchInto(error, [&] {
     if (!open_) Raise(kErrGeneralFailure);
     if (!buffer || !count || capacity == 0) Raise(kErrInvalidParameter);
-    const uint32_t elapsed = platform::TickCount() - lastReadTick_;
+    const uint32_t last = lastReadTick_;
+    const uint32_t elapsed = platform::TickCount() - last;
+    const bool onTime = elapsed < interval_;
     uint32_t lines = 1;
-    if (elapsed < interval_) {
+    if (onTime) {
       if (platform::SleepUnless(*cancel_, interval_ - elapsed)) {
         buffer[0] = 0;
         *count = 0;
@@ -65,7 +67,12 @@ int NmeaFilePlayback::Read(char16_t* buffer, uint32_t capacity, uint32_t* count,
       if (used >= capacity - 1) break;  // the line stays due
       --pending_;
     }
-    lastReadTick_ = platform::TickCount();
+    // On time, the next line is due an interval after this one was due,
+    // not after the wait happened to end: what a wait overran would add to
+    // every line. Late, the pace starts again from now.
+    const uint32_t now = platform::TickCount();
+    const uint32_t due = last + interval_;
+    lastReadTick_ = onTime && static_cast<int32_t>(now - due) >= 0 ? due : now;
     *count = used;
   });
 }

@@ -14,7 +14,7 @@ void ManualClock::Sleep(uint32_t ms) {
     std::lock_guard<std::mutex> lock(mutex_);
     sleeps_.push_back(ms);
   }
-  now_ += ms;
+  now_ += ms + overrun_;
 }
 
 bool ManualClock::SleepUnless(platform::Event& wake, uint32_t ms) {

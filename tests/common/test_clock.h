@@ -12,7 +12,8 @@
 namespace kavo::test {
 
 // Time stands still until a test moves it; Sleep records the request and
-// advances the clock by it. Timed waits last `realWaitMs` real milliseconds
+// advances the clock by it, and by an overrun when one is set (a wait that
+// ends late, as timers and schedulers make them). Timed waits last `realWaitMs` real milliseconds
 // whatever they ask for (0: they time out at once).
 class ManualClock : public platform::Clock {
  public:
@@ -28,6 +29,7 @@ class ManualClock : public platform::Clock {
 
   void Advance(uint32_t ms) { now_ += ms; }
   void Set(uint32_t ticks) { now_ = ticks; }
+  void SetSleepOverrun(uint32_t ms) { overrun_ = ms; }
   void SetLocalTime(const platform::LocalTime& time);
   std::vector<uint32_t> Sleeps();  // every Sleep requested so far
   void ClearSleeps();
@@ -35,6 +37,7 @@ class ManualClock : public platform::Clock {
  private:
   std::atomic<uint32_t> now_;
   uint32_t realWaitMs_;
+  std::atomic<uint32_t> overrun_{0};
   std::mutex mutex_;
   std::vector<uint32_t> sleeps_;
   platform::LocalTime local_;

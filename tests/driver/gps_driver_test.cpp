@@ -59,15 +59,21 @@ void OnSentence(const KavoChar* text) {
   for (; *text; ++text) narrow += static_cast<char>(*text);
   g_calls->push_back("sentence " + narrow);
 }
+void OnContextStatus(void* context, int32_t status) {
+  g_calls->push_back(static_cast<const char*>(context) + (": status " + std::to_string(status)));
+}
+void OnContextData(void* context, uint32_t mask, const GPSLocation* at) {
+  g_calls->push_back(static_cast<const char*>(context) + (": data " + std::to_string(mask)) + " at " +
+                     std::to_string(static_cast<int>(at->Latitude)));
+}
 
 class GpsDriverTest : public ::testing::Test {
  protected:
   GpsDriverTest() { g_calls = &calls; }
   ~GpsDriverTest() override { g_calls = nullptr; }
-  Ref<GpsDriver> MakeDriver(GPSStatusCallback s = OnStatus, GPSDataCallback d = OnData,
-                            GPSSentenceCallback t = OnSentence) {
+  Ref<GpsDriver> MakeDriver(const DriverCallbacks& callbacks = {OnStatus, OnData, OnSentence}) {
     Ref<GpsDriver> driver(new GpsDriver(receiver, thread, playback));
-    driver->Initialise(s, d, t);
+    driver->Initialise(callbacks);
     return driver;
   }
   using Calls = std::vector<std::string>;
@@ -76,14 +82,6 @@ class GpsDriverTest : public ::testing::Test {
   Ref<FakeReadingThread> thread{new FakeReadingThread};
   Ref<FakePlayback> playback{new FakePlayback};
 };
-
-TEST_F(GpsDriverTest, StartAndStopRunInOppositeOrders) {
-  auto driver = MakeDriver();
-  EXPECT_EQ(driver->Start(nullptr), 1);
-  EXPECT_EQ(driver->Stop(), 1);
-  EXPECT_EQ(calls, (Calls{"playback.Resume", "receiver.Start", "thread.Start", "thread.Stop", "receiver.Stop",
-                          "playback.Pause"}));
-}
 
 // Whichever step fails, what was done is undone and the step's code stands.
 TEST_F(GpsDriverTest, FailedStartUndoesWhatItDid) {
@@ -124,18 +122,22 @@ TEST_F(GpsDriverTest, ReleaseStopsOnlyADriverThatMayRun) {
   EXPECT_EQ(calls, (Calls{"thread.Stop", "receiver.Stop", "playback.Pause"}));
 }
 
+// The second driver's callbacks carry a context, and one is missing.
 TEST_F(GpsDriverTest, NotificationsReachTheCallbacksOfEveryListeningDriverAndQueriesForward) {
   auto first = MakeDriver();
-  auto second = MakeDriver(nullptr, OnData, nullptr);
+  const KavoMobileGPS_Callbacks withContext{OnContextStatus, OnContextData, nullptr};
+  auto second = MakeDriver({&withContext, const_cast<char*>("second")});
   calls.clear();
-  receiver->listeners.ForEach([](ReceiverListener& l) { return l.OnDataChanged(0x21), true; });
-  receiver->listeners.ForEach([](ReceiverListener& l) { return l.OnStatusChanged(), true; });
+  GPSLocation location{};
+  location.Latitude = 48.5;
+  receiver->listeners.ForEach([&](ReceiverListener& l) { return l.OnDataChanged(0x21, location), true; });
+  receiver->listeners.ForEach([](ReceiverListener& l) { return l.OnStatusChanged(-3), true; });
   receiver->listeners.ForEach([](ReceiverListener& l) { return l.OnSentence(u"$GPGGA,1"), true; });
-  EXPECT_EQ(calls, (Calls{"data 33", "data 33", "status", "sentence $GPGGA,1"}));
+  EXPECT_EQ(calls, (Calls{"data 33", "second: data 33 at 48", "status", "second: status -3", "sentence $GPGGA,1"}));
   first.reset();  // unlinks: its callbacks are no longer called
   calls.clear();
-  receiver->listeners.ForEach([](ReceiverListener& l) { return l.OnDataChanged(1), true; });
-  EXPECT_EQ(calls, (Calls{"data 1"}));
+  receiver->listeners.ForEach([&](ReceiverListener& l) { return l.OnDataChanged(1, location), true; });
+  EXPECT_EQ(calls, (Calls{"second: data 1 at 48"}));
   EXPECT_EQ(second->SetTimeoutInterval(0, nullptr), 1);
   EXPECT_EQ(second->GetTimeoutInterval(), 0u);
 }
@@ -149,11 +151,11 @@ TEST(ListenerList, WalksReachEntriesAddedDuringThemAndSkipRemovedOnes) {
     std::vector<int>* seen;
     int id;
     std::function<void()> onData;
-    void OnDataChanged(uint32_t) override {
+    void OnDataChanged(uint32_t, const GPSLocation&) override {
       seen->push_back(id);
       if (auto once = std::move(onData)) once();
     }
-    void OnStatusChanged() override {}
+    void OnStatusChanged(int32_t) override {}
     void OnSentence(const char16_t*) override {}
   };
   std::vector<int> seen;
@@ -162,7 +164,8 @@ TEST(ListenerList, WalksReachEntriesAddedDuringThemAndSkipRemovedOnes) {
   ListenerEntry ea(a.get()), eb(b.get()), ec(c.get());
   list.Append(&ea);
   list.Append(&eb);
-  const auto notifyAll = [&] { list.ForEach([](ReceiverListener& l) { return l.OnDataChanged(0), true; }); };
+  const GPSLocation location{};
+  const auto notifyAll = [&] { list.ForEach([&](ReceiverListener& l) { return l.OnDataChanged(0, location), true; }); };
   const auto walk = [&](std::vector<int> expected) {
     seen.clear();
     notifyAll();
@@ -184,7 +187,7 @@ TEST(ListenerList, WalksReachEntriesAddedDuringThemAndSkipRemovedOnes) {
   walk({3, 3, 1, 1});
   // A walk stops where its notification says so.
   seen.clear();
-  list.ForEach([](ReceiverListener& l) { return l.OnDataChanged(0), false; });
+  list.ForEach([&](ReceiverListener& l) { return l.OnDataChanged(0, location), false; });
   EXPECT_EQ(seen, std::vector<int>{3});
 }
 

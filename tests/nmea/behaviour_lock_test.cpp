@@ -22,8 +22,9 @@ class Recorder : public ReceiverListener, public LogSink {
   }
   void Add(char tag, uint32_t value) { Add(&tag, 1), Add(&value, sizeof value); }
   void Add(char tag, const char16_t* text) { Add(tag, uint32_t(WideLength(text))), Add(text, 2 * WideLength(text)); }
-  void OnDataChanged(uint32_t mask) override { Add('D', mask); }
-  void OnStatusChanged() override { Add('S', 0u); }
+  // The digests predate the status and location the notifications carry.
+  void OnDataChanged(uint32_t mask, const GPSLocation&) override { Add('D', mask); }
+  void OnStatusChanged(int32_t) override { Add('S', 0u); }
   void OnSentence(const char16_t* text) override { Add('T', text); }
   int WriteText(const char16_t* text) override { return Add('L', text), 1; }
   int Flush() override { return 1; }

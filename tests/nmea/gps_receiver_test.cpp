@@ -12,11 +12,15 @@ namespace {
 
 class Events : public ReceiverListener {
  public:
-  void OnDataChanged(uint32_t mask) override { data.push_back(mask); }
-  void OnStatusChanged() override { ++statusChanges; }
+  void OnDataChanged(uint32_t mask, const GPSLocation& location) override {
+    data.push_back(mask);
+    latitudes.push_back(location.Latitude);
+  }
+  void OnStatusChanged(int32_t status) override { statuses.push_back(status); }
   void OnSentence(const char16_t*) override {}
   std::vector<uint32_t> data;
-  int statusChanges = 0;
+  std::vector<double> latitudes;  // of the location each data notification carried
+  std::vector<int32_t> statuses;  // each status announced
 };
 
 constexpr char16_t kGga[] = u"$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*47\r\n";
@@ -42,11 +46,12 @@ class GpsReceiverTest : public ::testing::Test {
     CIMExceptionImpl error;
     ASSERT_EQ(receiver->Start(&error), 1);
   }
-  // A change of status is announced; an unchanged status is not again.
+  // A change of status is announced, the last announcement with the new
+  // status; an unchanged status is not announced again.
   void Run(std::initializer_list<Step> steps) {
     for (const Step& step : steps) {
       const int32_t before = receiver->GetStatus();
-      const int changes = events.statusChanges;
+      const size_t announced = events.statuses.size();
       clock.Advance(step.advance);
       CIMExceptionImpl error;
       SetError(&error, step.error);
@@ -57,7 +62,9 @@ class GpsReceiverTest : public ::testing::Test {
       else
         receiver->OnNoData();
       EXPECT_EQ(receiver->GetStatus(), step.status) << "at step " << &step - steps.begin();
-      EXPECT_EQ(events.statusChanges > changes, step.status != before) << "at step " << &step - steps.begin();
+      const std::vector<int32_t> seen(events.statuses.begin() + announced, events.statuses.end());
+      EXPECT_EQ(seen.empty(), step.status == before) << "at step " << &step - steps.begin();
+      EXPECT_EQ(seen.empty() ? before : seen.back(), step.status) << "at step " << &step - steps.begin();
     }
   }
 
@@ -126,11 +133,16 @@ TEST_P(GpsReceiverAcrossWraps, DataNotificationsAreThrottledAndCarryTheMasksInBe
   ASSERT_EQ(events.data.size(), 1u);
   EXPECT_EQ(events.data[0], 0x01u | 0x08u | 0x10u | 0x20u | 0x02u);
 
-  // A new position every 50 ms: about one notification per two sentences.
+  // A new position every 50 ms: about one notification per two sentences,
+  // each with the position just fed.
   events.data.clear();
   for (int i = 0; i < 20; ++i) {
     clock.Advance(50);
+    const size_t notified = events.data.size();
     Feed(i % 2 ? kGga2 : kGga);
+    if (events.data.size() > notified) {
+      EXPECT_NEAR(events.latitudes.back(), i % 2 ? 48.117333 : 48.1173, 1e-6);
+    }
   }
   EXPECT_GE(events.data.size(), 6u);
   EXPECT_LE(events.data.size(), 10u);

@@ -91,18 +91,8 @@ else
 fi
 # The example, built against the zip with mingw-w64, under Wine.
 mingw=x86_64-w64-mingw32-gcc-posix
-shim=()
-if ! printf '#include <threads.h>\n' | "$mingw" -std=c11 -E -x c - >/dev/null 2>&1; then
-  # mingw-w64 has no <threads.h>; the example needs only thrd_sleep.
-  mkdir -p "$work/shim"
-  printf '%s\n' '#include <time.h>' '#include <windows.h>' \
-    'static inline int thrd_sleep(const struct timespec *d, struct timespec *r) {' \
-    '  (void)r; Sleep((DWORD)(d->tv_sec * 1000 + d->tv_nsec / 1000000)); return 0; }' >"$work/shim/threads.h"
-  shim=(-I "$work/shim")
-  say "note: mingw-w64 has no <threads.h>; the example's thrd_sleep comes from a two-line shim"
-fi
-"$mingw" -std=c11 -Wall -Wextra "${shim[@]}" -I "$win/include" -o "$work/play_recording.exe" \
-  "$ROOT/examples/play_recording.c" -L "$win/lib" -lKavoMobileGPS || fail "the example does not build against the zip"
+"$mingw" -std=c99 -Wall -Wextra -I "$win/include" -o "$work/play_recording.exe" "$ROOT/examples/play_recording.c" \
+  "$ROOT/examples/pause_win32.c" -L "$win/lib" -lKavoMobileGPS || fail "the example does not build against the zip"
 recording='Z:'$(printf '%s' "$win/share/kavogps/walk.nmea" | tr / '\\')
 check_example "play_recording.exe (Wine, zip)" \
   "$ROOT/cmake/wine-run.sh" "$work/wineprefix" "$win/bin" "$work/play_recording.exe" "$recording" 1
@@ -129,7 +119,7 @@ recording=/usr/share/kavogps/walk.nmea
 
 # pkg-config, then CMake's find_package, from /usr alone.
 # shellcheck disable=SC2046
-cc -std=c11 -Wall -Wextra -Werror -o "$work/pc_example" "$examples/play_recording.c" \
+cc -std=c99 -Wall -Wextra -Werror -o "$work/pc_example" "$examples/play_recording.c" "$examples/pause_posix.c" \
   $(pkg-config --cflags --libs KavoMobileGPS) || fail "the example does not build with pkg-config"
 check_example "play_recording (pkg-config)" "$work/pc_example" "$recording" 1
 # The loader's pick is the package's file (/lib and /usr/lib are one folder on a merged /usr).

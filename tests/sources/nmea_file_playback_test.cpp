@@ -70,6 +70,7 @@ struct Script {
   bool repeat;
   uint32_t interval;
   std::vector<Step> steps;
+  uint32_t sleepOverrun = 0;
 };
 
 TEST_F(Playback, PacesCatchesUpAndRepeats) {
@@ -79,6 +80,12 @@ TEST_F(Playback, PacesCatchesUpAndRepeats) {
        false,
        kInterval,
        {{200, 1024, u"L1\n", {300}, 0}, {499, 1024, u"L2\n", {1}, 0}}},
+      {"waits that end late do not slow the pace: the next line is due an interval after this one was",
+       NumberedLines(5),
+       false,
+       kInterval,
+       {{0, 1024, u"L1\n", {500}, 0}, {1, 1024, u"L2\n", {496}, 0}},
+       3},
       {"a late read catches up with the pending line and every interval",
        NumberedLines(9),
        false,
@@ -113,6 +120,7 @@ TEST_F(Playback, PacesCatchesUpAndRepeats) {
   for (const Script& script : scripts) {
     SCOPED_TRACE(script.name);
     Open(script.file, script.repeat, script.interval);
+    clock_.SetSleepOverrun(script.sleepOverrun);
     for (const Step& step : script.steps) {
       clock_.ClearSleeps();
       clock_.Advance(step.advance);

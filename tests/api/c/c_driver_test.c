@@ -123,9 +123,13 @@ static void Refusals(COMPortInfoHandle port, GPSDriverHandle driver, GPSSatellit
   ROW(GPSSatellitesState_GetSatellite, GPSSatellitesState_GetSatellite(snapshot, 8, &satellite) == 0, 160);
   ROW(GPSSatellitesState_GetSatellite, GPSSatellitesState_GetSatellite(snapshot, 0, NULL) == 0, 160);
   ROW(GPSSatellitesState_GetTime, GPSSatellitesState_GetTime(NULL, &time) == 0, 160);
+  ROW(GPSSatellitesState_GetTime, GPSSatellitesState_GetTime(snapshot, NULL) == 0, 160); /* not a crash */
   ROW(GPSSatellitesState_GetTimeType, GPSSatellitesState_GetTimeType(NULL) == 2, 160);
   ROW(GPSSatellitesState_GetVisibleSatellitesCount, GPSSatellitesState_GetVisibleSatellitesCount(NULL) == 0, 160);
   ROW(GPSSatellitesState_Release, (GPSSatellitesState_Release(NULL), 1), 160);
+  ROW(KavoMobileGPS_CreateDriverFromCOMPort, KavoMobileGPS_CreateDriverFromCOMPort(NULL, NULL, NULL) == NULL, 160);
+  ROW(KavoMobileGPS_CreateDriverFromFile, KavoMobileGPS_CreateDriverFromFile(NULL, 100, 0, NULL, NULL) == NULL, 160);
+  ROW(KavoMobileGPS_CreateDriverFromFile, KavoMobileGPS_CreateDriverFromFile(path, 0, 0, NULL, NULL) == NULL, 160);
   /* The value of the latest call on this thread: a success clears it. */
   ROW(KavoMobileGPS_GetLastError, GPSDriver_GetTimeoutInterval(driver) == 3000, 0);
   /* Refusals change nothing. */

@@ -63,7 +63,11 @@ int RunPorts(const Arguments& args, std::ostream& out, std::ostream& err) {
   }
   if (!MachineUsable("ports", err)) return kExitFile;
   const PortCollectionPtr ports(COMPortCollection_Create(1));
-  const int32_t count = ports ? COMPortCollection_GetCount(ports.get()) : 0;
+  if (!ports) {
+    err << "kavogps ports: the serial ports cannot be listed (error " << KavoMobileGPS_GetLastError() << ")\n";
+    return kExitFailure;
+  }
+  const int32_t count = COMPortCollection_GetCount(ports.get());
   if (count == 0) {
     out << "No serial ports found.\n";
     return kExitOk;

@@ -1,5 +1,7 @@
 #include "platform/posix/registry/hive.h"
 
+#include "reg_file_syntax.h"
+
 namespace kavo::platform::posix {
 namespace {
 
@@ -20,10 +22,6 @@ std::vector<std::u16string_view> SplitPath(std::u16string_view path) {
   }
   return names;
 }
-
-constexpr const char16_t* kRootNames[] = {u"HKEY_CLASSES_ROOT", u"HKEY_CURRENT_USER", u"HKEY_LOCAL_MACHINE",
-                                          u"HKEY_USERS"};
-constexpr const char16_t* kRootShortNames[] = {u"HKCR", u"HKCU", u"HKLM", u"HKU"};
 
 }  // namespace
 
@@ -122,20 +120,12 @@ void RegistryNode::MarkDeleted() {
 }
 
 RegistryHive::RegistryHive() {
-  for (size_t i = 0; i < 4; ++i) roots_[i] = std::make_shared<RegistryNode>(kRootNames[i]);
+  for (size_t i = 0; i < 4; ++i) roots_[i] = std::make_shared<RegistryNode>(regfile::kRootNames[i]);
 }
 
 std::shared_ptr<RegistryNode> RegistryHive::Root(registry::Key root) const {
   if (root < registry::kClassesRoot || root > registry::kUsers) return nullptr;
   return roots_[root - registry::kClassesRoot];
-}
-
-registry::Key RegistryHive::RootByName(std::u16string_view name) {
-  const std::u16string folded = FoldRegistryName(name);
-  for (size_t i = 0; i < 4; ++i) {
-    if (folded == kRootNames[i] || folded == kRootShortNames[i]) return registry::kClassesRoot + i;
-  }
-  return 0;
 }
 
 std::shared_ptr<RegistryNode> RegistryHive::Find(const std::shared_ptr<RegistryNode>& from, std::u16string_view path) {

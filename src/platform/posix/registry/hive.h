@@ -75,9 +75,6 @@ class RegistryHive {
 
   // The node of a predefined key; null for any other value.
   std::shared_ptr<RegistryNode> Root(registry::Key root) const;
-  // The predefined key named "HKEY_LOCAL_MACHINE" (or "HKLM"), ignoring
-  // case; 0 for an unknown name.
-  static registry::Key RootByName(std::u16string_view name);
 
   // `path` is key names separated by backslashes below `from`; empty names
   // are skipped, so "" is `from` itself. Null when a key is missing.

@@ -1,21 +1,15 @@
-// The standard .reg text format ("Windows Registry Editor Version 5.00"),
-// read into a hive: [KEY] and [-KEY] sections, "Name"= and @= values as
-// strings, dword:, hex: and hex(n):, "Name"=- deletions, ; comments and
-// lines continued by a trailing backslash.
+// A .reg file's text (src/shared/reg_file_syntax.h) read into a hive.
 #pragma once
 
-#include <cstddef>
 #include <string>
 #include <string_view>
 
 #include "platform/posix/registry/hive.h"
+#include "reg_file_syntax.h"
 
 namespace kavo::platform::posix {
 
-struct RegFileError {
-  size_t line = 0;  // from 1; the first line of a continued one
-  std::u16string reason;
-};
+using RegFileError = regfile::Error;
 
 // Applies the file's text to `hive`. Stops at the first malformed line and
 // returns false with `error` filled; what came before it stays applied.
@@ -23,6 +17,6 @@ bool ParseRegText(std::u16string_view text, RegistryHive& hive, RegFileError* er
 
 // A file's bytes as text: UTF-16 LE with its byte-order mark, else UTF-8
 // (or plain ASCII) with or without one.
-std::u16string DecodeRegFileBytes(const std::string& bytes);
+inline std::u16string DecodeRegFileBytes(const std::string& bytes) { return regfile::Decode(bytes); }
 
 }  // namespace kavo::platform::posix

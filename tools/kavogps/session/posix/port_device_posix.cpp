@@ -14,7 +14,9 @@
 #include <utility>
 #include <vector>
 
+#include "reg_file_syntax.h"
 #include "session/port_device.h"
+#include "utf_conversion.h"
 
 namespace kavo::cli {
 namespace {
@@ -44,6 +46,14 @@ std::string RegistryText(const std::string& path, bool* readable) {
   const size_t start = text.find_first_not_of("\xef\xbb\xbf\xff\xfe");
   return start == std::string::npos ? std::string() : text.substr(start);
 }
+
+// A .reg file's sections and values, only to find what is malformed.
+class SyntaxOnly : public regfile::Handler {
+ public:
+  const char16_t* Section(int, std::u16string_view, bool) override { return nullptr; }
+  void Value(const std::u16string&, uint32_t, std::vector<uint8_t>) override {}
+  void DeleteValue(const std::u16string&) override {}
+};
 
 std::string Unescaped(const std::string& quoted) {
   std::string text;
@@ -159,11 +169,15 @@ std::string MachineDescriptionProblem() {
   std::error_code error;
   if (!fs::exists(file, error)) return name + ", which does not exist";
   if (fs::is_directory(file, error)) return name + ", a folder, not a registry file";
-  bool readable = false;
-  const std::string text = RegistryText(file, &readable);
-  if (!readable) return name + ", which cannot be read: " + std::strerror(errno);
-  if (text.rfind("Windows Registry Editor Version 5.00", 0) != 0 && text.rfind("REGEDIT4", 0) != 0)
-    return name + ", which is not a registry file (its first line must be \"Windows Registry Editor Version 5.00\")";
+  std::ifstream in(file, std::ios::binary);
+  if (!in) return name + ", which cannot be read: " + std::strerror(errno);
+  const std::string bytes(std::istreambuf_iterator<char>(in), {});
+  // Read as the library reads it, which then leaves the registry empty.
+  SyntaxOnly syntax;
+  regfile::Error wrong;
+  if (!regfile::Read(regfile::Decode(bytes), syntax, &wrong))
+    return name + ", which is not a usable registry file: line " + std::to_string(wrong.line) + ": " +
+           unicode::Utf16ToUtf8(wrong.reason);
   return {};
 }
 
