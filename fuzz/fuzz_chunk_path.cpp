@@ -4,7 +4,7 @@
 // first byte is 0xFF.
 //
 // Checked: nothing escapes and nothing grows without bound (leftover at most
-// 512 units, the line buffer exactly as long as the longest line), the
+// 512 units, the line buffer no longer than the longest line), the
 // records stay within their ranges, and when no line reaches 512 units the
 // cut makes no difference at all.
 #include <fuzzer/FuzzedDataProvider.h>
@@ -64,7 +64,7 @@ Outcome Play(const std::u16string& text, const std::vector<size_t>& cuts) {
 
     FUZZ_CHECK(store.ProcessChunk(chunk) == 1);
     FUZZ_CHECK(store.Framer().Leftover().size() <= SentenceFramer::kMaxLeftover);
-    FUZZ_CHECK(store.Framer().LineBufferCapacity() == (anyLine ? longestLine + 1 : 0));
+    FUZZ_CHECK(store.Framer().LineBufferCapacity() <= (anyLine ? longestLine + 1 : 0));
     const auto& list = store.RecognisedSentences();
     FUZZ_CHECK(list.Count() <= lines);
     FUZZ_CHECK(store.SentencesSeen() == (list.Count() > 0 ? 1u : 0u));
