@@ -4,7 +4,8 @@
 // first byte is 0xFF.
 //
 // Checked: nothing escapes and nothing grows without bound (leftover at most
-// 512 units, the line buffer no longer than the longest line), the
+// 512 units, the line buffer no longer than its first size or the longest
+// line), the
 // records stay within their ranges, and when no line reaches 512 units the
 // cut makes no difference at all.
 #include <fuzzer/FuzzedDataProvider.h>
@@ -46,7 +47,6 @@ Outcome Play(const std::u16string& text, const std::vector<size_t>& cuts) {
   store.Reset();
   Outcome outcome;
   size_t longestLine = 0;
-  bool anyLine = false;
   size_t at = 0;
   for (size_t i = 0; at < text.size() || i == 0; ++i) {
     const size_t size = std::min(cuts[i % cuts.size()], text.size() - at);
@@ -59,12 +59,11 @@ Outcome Play(const std::u16string& text, const std::vector<size_t>& cuts) {
       longestLine = std::max(longestLine, carried + feed - lineStart);
       carried = 0;
       ++lines;
-      anyLine = true;
     }
 
     FUZZ_CHECK(store.ProcessChunk(chunk) == 1);
     FUZZ_CHECK(store.Framer().Leftover().size() <= SentenceFramer::kMaxLeftover);
-    FUZZ_CHECK(store.Framer().LineBufferCapacity() <= (anyLine ? longestLine + 1 : 0));
+    FUZZ_CHECK(store.Framer().LineBufferCapacity() <= std::max(SentenceFramer::kLineHint, longestLine + 1));
     const auto& list = store.RecognisedSentences();
     FUZZ_CHECK(list.Count() <= lines);
     FUZZ_CHECK(store.SentencesSeen() == (list.Count() > 0 ? 1u : 0u));

@@ -57,6 +57,10 @@ class ChunkScope {
 SentenceFramer::SentenceFramer(const ReceiverOptions& options)
     : options_(options), sky_(options.MergesConstellations() ? new SkyMerger : nullptr) {
   sentences_.Reserve(kChunkHint);
+  // Lines that span two chunks are common on a live port; room for one of
+  // usual length is made here, so that the reading thread allocates nothing.
+  GrowLineBuffer(kLineHint);
+  leftover_[0] = u'\0';
 }
 
 int SentenceFramer::Dispatch(WideView line, ReceiverState& state) {

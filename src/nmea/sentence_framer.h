@@ -28,6 +28,8 @@ class SentenceFramer {
   static constexpr size_t kMaxLeftover = 512;
   // What a chunk of the reading thread usually holds, at most.
   static constexpr size_t kChunkHint = 1024;
+  // The line buffer's first size: NMEA allows 82 characters a sentence.
+  static constexpr size_t kLineHint = 128;
 
   // Parses the chunk's complete lines into `state`. 0 when the framing
   // itself failed (out of memory): logged as "Parser error", GPS_STATUS_PARSE_ERROR.
@@ -59,7 +61,7 @@ class SentenceFramer {
   // "Exception on parsing: ...").
   int Dispatch(WideView line, ReceiverState& state);
 
-  char16_t leftover_[kMaxLeftover + 1] = {};
+  char16_t leftover_[kMaxLeftover + 1];  // up to leftoverLength_, terminated
   size_t leftoverLength_ = 0;
   // Reused for every line that began in the previous chunk (and for a line
   // the log shows), never shrunk; a line within one chunk is read in place.
