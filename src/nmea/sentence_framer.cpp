@@ -55,7 +55,9 @@ class ChunkScope {
 }  // namespace
 
 SentenceFramer::SentenceFramer(const ReceiverOptions& options)
-    : options_(options), sky_(options.MergesConstellations() ? new SkyMerger : nullptr) {
+    : options_(options),
+      mixed_(options.ReadsMixedStreams()),
+      sky_(options.MergesConstellations() ? new SkyMerger : nullptr) {
   sentences_.Reserve(kChunkHint);
   // Lines that span two chunks are common on a live port; room for one of
   // usual length is made here, so that the reading thread allocates nothing.
@@ -125,11 +127,20 @@ int SentenceFramer::Failed(ReceiverState& state) {
 // A line that lies whole in the chunk is read where it lies; one that began
 // in the previous chunk is put together in the line buffer.
 void SentenceFramer::TakeLine(WideView head, WideView tail, ReceiverState& state) {
-  const WideView line = head.empty() ? tail : Joined(head, tail);
+  WideView line = head.empty() ? tail : Joined(head, tail);
+  if (mixed_) line = FromLastDollar(line);
   if (!Dispatch(line, state)) return;
   sentences_.Append(line);
   state.SetSentencesSeen();
   state.SetStatus(GPS_STATUS_RECEIVING);
+}
+
+// Binary messages between sentences leave bytes before a sentence on its
+// line, "$" among them maybe: the sentence is what follows the last "$".
+WideView SentenceFramer::FromLastDollar(WideView line) {
+  const char16_t* const end = line.data() + line.size();
+  const char16_t* last = FindLastUnit(line.data(), end, u'$');
+  return last ? WideView(last, static_cast<size_t>(end - last)) : line;
 }
 
 WideView SentenceFramer::Joined(WideView head, WideView tail) {

@@ -5,7 +5,9 @@
 // not verified: the parsers' own field checks are then the only defence
 // against damaged lines, and a receiver that sends none still works. Other
 // options accept more talkers (their satellites merged into one table) and
-// check checksums.
+// check checksums; with any of them a sentence is also found after other
+// bytes on its line (a binary protocol mixed into the NMEA), from the
+// line's last "$" on.
 #pragma once
 
 #include <cstddef>
@@ -48,6 +50,8 @@ class SentenceFramer {
 
  private:
   void TakeLine(WideView head, WideView tail, ReceiverState& state);
+  // The part of the line from its last "$" on (all of it without one).
+  static WideView FromLastDollar(WideView line);
   // `head` and `tail` together in the line buffer, terminated.
   WideView Joined(WideView head, WideView tail);
   // The line terminated, for the log: copied into the line buffer.
@@ -69,6 +73,7 @@ class SentenceFramer {
   size_t lineCapacity_ = 0;
   SentenceList sentences_;
   ReceiverOptions options_;
+  bool mixed_;  // options_.ReadsMixedStreams(): binary bytes may precede a sentence
   // Only when the options merge constellations: it is most of a
   // receiver's memory, and of no use to one that reads "$GP" alone.
   std::unique_ptr<SkyMerger> sky_;

@@ -68,6 +68,27 @@ inline const char16_t* FindUnit(const char16_t* begin, const char16_t* end, char
   return p;
 }
 
+// The last `unit` in [begin, end), or nullptr.
+inline const char16_t* FindLastUnit(const char16_t* begin, const char16_t* end, char16_t unit) {
+#if defined(KAVO_UNIT_SEARCH_SSE2)
+  if (end - begin >= 8) {
+    const __m128i wanted = _mm_set1_epi16(static_cast<short>(unit));
+    // Blocks of eight from the end; the first block overlaps the one after
+    // it, which held no match.
+    for (const char16_t* p = end;;) {
+      p = p - begin >= 8 ? p - 8 : begin;
+      const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+      const uint32_t hits = static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi16(units, wanted)));
+      if (hits) return p + (31 - __builtin_clz(hits)) / 2;
+      if (p == begin) return nullptr;
+    }
+  }
+#endif
+  for (const char16_t* p = end; p != begin;)
+    if (*--p == unit) return p;
+  return nullptr;
+}
+
 // The first ',' or '*' in [begin, end), or end: where a field ends.
 inline const char16_t* FindSeparator(const char16_t* begin, const char16_t* end) {
   using namespace unit_search_detail;
