@@ -19,7 +19,7 @@ class Fields {
   explicit Fields(WideView sentence) : text_(sentence) {
     const char16_t* base = sentence.data();
     const char16_t* star = FindUnit(base, base + sentence.size(), u'*');
-    count_ = FindSeparators(base, base, star, ends_, kMaxFields);  // commas only, before the star
+    count_ = FindSeparators(base, base, star, ends_, kMaxFields);                   // commas only, before the star
     if (count_ < kMaxFields) ends_[count_++] = static_cast<uint32_t>(star - base);  // the last field
   }
   size_t Count() const { return count_; }

@@ -11,8 +11,8 @@
 #include <cstring>
 
 #if defined(__SSE2__) || defined(_M_X64)
-#include <emmintrin.h>
-#define KAVO_UNIT_SEARCH_SSE2 1
+#  include <emmintrin.h>
+#  define KAVO_UNIT_SEARCH_SSE2 1
 #endif
 
 namespace kavo::nmea {
