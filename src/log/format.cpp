@@ -26,6 +26,54 @@ class Output {
   size_t size_ = 0;
 };
 
+// A conversion's flags: '0' and a width.
+struct Spec {
+  bool zero = false;
+  int width = 0;
+};
+
+// Reads the flags, width and size letters after '%'; `p` is left on the
+// conversion letter.
+Spec ReadSpec(const char16_t*& p) {
+  Spec spec;
+  if (*p == u'0') {
+    spec.zero = true;
+    ++p;
+  }
+  while (*p >= u'0' && *p <= u'9') spec.width = spec.width * 10 + (*p++ - u'0');
+  while (*p == u'l' || *p == u'h' || *p == u'z') ++p;  // sizes are known from the argument
+  return spec;
+}
+
+// Writes one argument as `conversion` says; false once the text is full.
+bool PutConversion(Output& text, char16_t conversion, const Spec& spec, const LogArg& arg) {
+  char digits[32] = "";
+  const auto number = [&](const char* padded, const char* plain, auto value) {
+    snprintf(digits, sizeof digits, spec.zero ? padded : plain, spec.width, value);
+    return text.PutAscii(digits);
+  };
+  switch (conversion) {
+    case u's': {
+      bool ok = true;
+      for (const char16_t* s = arg.IsText() ? arg.Text() : u""; *s && ok; ++s) ok = text.Put(*s);
+      return ok;
+    }
+    case u'c':
+      return text.Put(static_cast<char16_t>(arg.Unsigned()));
+    case u'd':
+    case u'i':
+      return number("%0*lld", "%*lld", static_cast<long long>(arg.Signed()));
+    case u'u':
+      return number("%0*llu", "%*llu", static_cast<unsigned long long>(arg.Unsigned()));
+    case u'x':
+      return number("%0*llx", "%*llx", static_cast<unsigned long long>(arg.Unsigned()));
+    case u'X':
+      return number("%0*llX", "%*llX", static_cast<unsigned long long>(arg.Unsigned()));
+    default:
+      return text.Put(u'%') && text.Put(conversion);
+  }
+}
+
 }  // namespace
 
 // A small printf for 16-bit text: %s %d %i %u %x %X %c %%, with an optional
@@ -40,48 +88,14 @@ bool FormatLogText(const char16_t* format, const LogArg* args, size_t count,
       ok = text.Put(*p);
       continue;
     }
-    ++p;
-    bool zero = false;
-    int width = 0;
-    if (*p == u'0') {
-      zero = true;
-      ++p;
-    }
-    while (*p >= u'0' && *p <= u'9') width = width * 10 + (*p++ - u'0');
-    while (*p == u'l' || *p == u'h' || *p == u'z') ++p;  // sizes are known from the argument
+    const Spec spec = ReadSpec(++p);
     const char16_t conversion = *p;
     if (conversion == 0) break;
     if (conversion == u'%') {
       ok = text.Put(u'%');
       continue;
     }
-    const LogArg arg = next < count ? args[next++] : LogArg(u"");
-    char digits[32] = "";
-    switch (conversion) {
-      case u's':
-        for (const char16_t* s = arg.IsText() ? arg.Text() : u""; *s && ok; ++s) ok = text.Put(*s);
-        continue;
-      case u'c':
-        ok = text.Put(static_cast<char16_t>(arg.Unsigned()));
-        continue;
-      case u'd':
-      case u'i':
-        snprintf(digits, sizeof digits, zero ? "%0*lld" : "%*lld", width, static_cast<long long>(arg.Signed()));
-        break;
-      case u'u':
-        snprintf(digits, sizeof digits, zero ? "%0*llu" : "%*llu", width,
-                 static_cast<unsigned long long>(arg.Unsigned()));
-        break;
-      case u'x':
-      case u'X':
-        snprintf(digits, sizeof digits, conversion == u'x' ? (zero ? "%0*llx" : "%*llx") : (zero ? "%0*llX" : "%*llX"),
-                 width, static_cast<unsigned long long>(arg.Unsigned()));
-        break;
-      default:
-        ok = text.Put(u'%') && text.Put(conversion);
-        continue;
-    }
-    ok = text.PutAscii(digits);
+    ok = PutConversion(text, conversion, spec, next < count ? args[next++] : LogArg(u""));
   }
   text.Terminate();
   return ok;

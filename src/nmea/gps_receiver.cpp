@@ -19,22 +19,40 @@ bool Elapsed(uint32_t now, uint32_t stamp, uint32_t interval) {
 }  // namespace
 
 // One run of the receiver, from Start to Stop: the sink its reading thread
-// feeds. It holds the receiver, so a callback that releases the driver
-// cannot free the receiver under the thread; once closed it passes nothing
-// on, so a thread given up by Stop neither changes the receiver nor calls
-// anybody back, even after a later Start.
+// feeds. Each call holds the receiver, so a callback that releases the
+// driver cannot free the receiver under the thread; once closed it passes
+// nothing on, so a thread given up by Stop neither changes the receiver nor
+// calls anybody back, even after a later Start. It does not keep the
+// receiver alive between calls: a receiver released while started still
+// goes, and its destructor closes the run.
 class GpsReceiver::Run : public TextSink {
  public:
   explicit Run(GpsReceiver* receiver) : receiver_(receiver) {}
   bool Open() const { return open_.load(); }
-  void Close() { open_ = false; }
+  void Close() {
+    CriticalSectionLock::Guard guard(lock_);
+    open_ = false;
+    receiver_ = nullptr;
+  }
 
-  void OnText(const char16_t* text, uint32_t count) override { receiver_->ProcessText(*this, text, count); }
-  void OnNoData() override { receiver_->ProcessNoData(*this); }
-  void OnError(const CIMExceptionImpl& error) override { receiver_->ProcessError(*this, error); }
+  void OnText(const char16_t* text, uint32_t count) override {
+    if (const Ref<GpsReceiver> receiver = Receiver()) receiver->ProcessText(*this, text, count);
+  }
+  void OnNoData() override {
+    if (const Ref<GpsReceiver> receiver = Receiver()) receiver->ProcessNoData(*this);
+  }
+  void OnError(const CIMExceptionImpl& error) override {
+    if (const Ref<GpsReceiver> receiver = Receiver()) receiver->ProcessError(*this, error);
+  }
 
  private:
-  Ref<GpsReceiver> receiver_;
+  Ref<GpsReceiver> Receiver() {
+    CriticalSectionLock::Guard guard(lock_);
+    return Ref<GpsReceiver>::IfAlive(receiver_);
+  }
+
+  CriticalSectionLock lock_;
+  GpsReceiver* receiver_;  // under lock_; none once closed
   std::atomic<bool> open_{true};
 };
 

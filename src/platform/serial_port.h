@@ -61,6 +61,8 @@ class SerialPort {
   virtual bool GetTimeouts(SerialTimeouts* timeouts) = 0;
   virtual bool SetTimeouts(const SerialTimeouts& timeouts) = 0;
   virtual bool SetEventMask(uint32_t mask) = 0;  // SetCommMask
+  // Drops what arrived and was not read yet (PurgeComm PURGE_RXCLEAR).
+  virtual bool DiscardInput() = 0;
   // Honours the time-outs set: with the library's settings a read returns
   // at once with what is queued, else waits for the first byte up to the
   // constant. false with the last error set on failure.

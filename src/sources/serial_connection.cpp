@@ -107,6 +107,10 @@ void SerialConnection::OpenLocked(const COMPortInfo& port) {
     CheckOrRaise(opened->SetTimeouts(timeouts), kErrOperationFailed, port.Name);
     CheckOrRaise(opened->SetEventMask(kEventMask), kErrOperationFailed, port.Name);
   }
+  // What came before the line was set up came at another speed: read now,
+  // it could pass for text at this one, and a port search would name the
+  // wrong speed. (A refusal leaves it: the receiver's next burst is soon.)
+  opened->DiscardInput();
 }
 
 // DTR on and RTS toggled around each send, the rest as the driver reported

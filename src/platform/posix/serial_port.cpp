@@ -128,6 +128,12 @@ class PosixSerialPort final : public SerialPort {
     return true;
   }
 
+  bool DiscardInput() override {
+    const int fd = fd_;
+    if (fd < 0) return Fail(kErrorInvalidHandle);
+    return tcflush(fd, TCIFLUSH) == 0 || FailFromErrno();
+  }
+
   bool Read(void* buffer, uint32_t size, uint32_t* got) override;
   bool Write(const void* data, uint32_t size, uint32_t* written) override;
 
@@ -166,33 +172,44 @@ class PosixSerialPort final : public SerialPort {
   uint32_t eventMask_ = 0;
 };
 
+// How long a read of `size` bytes may take, in real milliseconds (-1: no
+// limit), and whether it returns as soon as anything came.
+struct ReadLimits {
+  int64_t totalMs = -1;
+  int64_t intervalMs = -1;
+  bool returnWithAny = false;
+};
+
 // COMMTIMEOUTS: interval MAXDWORD with no totals returns at once with what
 // is queued; with multiplier MAXDWORD and a constant it waits up to the
 // constant for the first byte and then returns with what is queued;
 // otherwise the read ends when `size` bytes came, the total time-out
 // (multiplier per byte plus constant; none when both are 0) passed, or the
 // interval between two bytes exceeded the interval time-out.
+ReadLimits LimitsFor(const SerialTimeouts& t, uint32_t size) {
+  const bool atOnce = t.readInterval == kMaxDword && t.readTotalMultiplier == 0 && t.readTotalConstant == 0;
+  const bool firstByte = t.readInterval == kMaxDword && t.readTotalMultiplier == kMaxDword &&
+                         t.readTotalConstant != 0 && t.readTotalConstant != kMaxDword;
+  ReadLimits limits;
+  limits.returnWithAny = atOnce || firstByte;
+  if (atOnce) {
+    limits.totalMs = 0;
+  } else if (firstByte) {
+    limits.totalMs = RealMs(t.readTotalConstant);
+  } else if (t.readTotalMultiplier != 0 || t.readTotalConstant != 0) {
+    limits.totalMs = RealMs(uint64_t(t.readTotalMultiplier) * size + t.readTotalConstant);
+  }
+  if (!limits.returnWithAny && t.readInterval != 0) limits.intervalMs = RealMs(t.readInterval);
+  return limits;
+}
+
 bool PosixSerialPort::Read(void* buffer, uint32_t size, uint32_t* got) {
   using Clock = std::chrono::steady_clock;
   *got = 0;
   const int fd = fd_;
   if (fd < 0) return Fail(kErrorInvalidHandle);
   if (size == 0) return true;
-  const SerialTimeouts t = timeouts_;
-  const bool atOnce = t.readInterval == kMaxDword && t.readTotalMultiplier == 0 && t.readTotalConstant == 0;
-  const bool firstByte = t.readInterval == kMaxDword && t.readTotalMultiplier == kMaxDword &&
-                         t.readTotalConstant != 0 && t.readTotalConstant != kMaxDword;
-  const bool returnWithAny = atOnce || firstByte;
-
-  int64_t totalMs = -1;
-  if (atOnce) {
-    totalMs = 0;
-  } else if (firstByte) {
-    totalMs = RealMs(t.readTotalConstant);
-  } else if (t.readTotalMultiplier != 0 || t.readTotalConstant != 0) {
-    totalMs = RealMs(uint64_t(t.readTotalMultiplier) * size + t.readTotalConstant);
-  }
-  const int64_t intervalMs = returnWithAny || t.readInterval == 0 ? -1 : RealMs(t.readInterval);
+  const ReadLimits limits = LimitsFor(timeouts_, size);
   const Clock::time_point start = Clock::now();
   Clock::time_point lastByte = start;
 
@@ -200,9 +217,9 @@ bool PosixSerialPort::Read(void* buffer, uint32_t size, uint32_t* got) {
   uint32_t have = 0;
   for (;;) {
     int waitMs = -1;
-    if (totalMs >= 0) waitMs = PollMs(start + std::chrono::milliseconds(totalMs));
-    if (have > 0 && intervalMs >= 0) {
-      const int gap = PollMs(lastByte + std::chrono::milliseconds(intervalMs));
+    if (limits.totalMs >= 0) waitMs = PollMs(start + std::chrono::milliseconds(limits.totalMs));
+    if (have > 0 && limits.intervalMs >= 0) {
+      const int gap = PollMs(lastByte + std::chrono::milliseconds(limits.intervalMs));
       waitMs = waitMs < 0 ? gap : std::min(waitMs, gap);
     }
     pollfd p[2] = {{fd, POLLIN, 0}, {wake_[0], POLLIN, 0}};
@@ -219,7 +236,7 @@ bool PosixSerialPort::Read(void* buffer, uint32_t size, uint32_t* got) {
     if (n <= 0) return Fail(kErrorDeviceNotConnected);
     have += static_cast<uint32_t>(n);
     *got = have;
-    if (have == size || returnWithAny) return true;
+    if (have == size || limits.returnWithAny) return true;
     lastByte = Clock::now();
   }
 }

@@ -86,6 +86,7 @@ class Win32SerialPort final : public SerialPort {
   }
 
   bool SetEventMask(uint32_t mask) override { return SetCommMask(handle_, mask) != FALSE; }
+  bool DiscardInput() override { return PurgeComm(handle_, PURGE_RXCLEAR) != FALSE; }
 
   bool Read(void* buffer, uint32_t size, uint32_t* got) override {
     return win32::ReadHandle(handle_, buffer, size, got);

@@ -16,6 +16,8 @@ namespace {
 using asio::ip::tcp;
 using nlohmann::json;
 
+const std::string kDevice = "/dev/gps0";
+
 // A server on loopback, run on its own thread as `serve` runs it.
 class ServerTest : public ::testing::Test {
  protected:
@@ -73,7 +75,7 @@ TEST_F(ServerTest, HundredWatchersGetEveryEpochInOrderBesideOneThatNeverReads) {
   auto stalled = Watcher();  // asks for the stream and never reads it
   std::vector<std::unique_ptr<Peer>> watchers;
   for (int i = 0; i < 100; ++i) watchers.push_back(Watcher());
-  for (int n = 0; n < 50; ++n) server_->Epoch(Tpv(n, 200), "");
+  for (int n = 0; n < 50; ++n) server_->Epoch(kDevice, Tpv(n, 200), "");
   server_->Device(DeviceState{"/dev/gps0", "NMEA0183", 4800, ""});  // the receiver went away
   for (auto& peer : watchers) {
     for (int n = 0; n < 50; ++n) ASSERT_EQ(peer->Object()["n"], n);
@@ -92,11 +94,11 @@ TEST_F(ServerTest, AClientThatDoesNotReadLosesItsOldestLinesNotTheNewest) {
   int sent = 0;
   // Until lines are dropped for the stalled client (the bound: a hang guard).
   while (server_->DroppedLines() == 0 && sent < 20000) {
-    server_->Epoch(Tpv(sent++, 4000), "");
+    server_->Epoch(kDevice, Tpv(sent++, 4000), "");
     ASSERT_EQ(reader->Object()["n"], sent - 1);
   }
   ASSERT_GT(server_->DroppedLines(), 0u);
-  server_->Epoch(Tpv(sent++, 0), "");  // still connected: what it reads ends with the newest
+  server_->Epoch(kDevice, Tpv(sent++, 0), "");  // still connected: what it reads ends with the newest
   for (int last = -1; last != sent - 1;) {
     const int n = stalled->Object()["n"];
     ASSERT_GT(n, last);
@@ -111,7 +113,7 @@ TEST_F(ServerTest, ThousandClientsComeAndGoMidRequestOrWithGarbage) {
   for (int i = 0; i < 1000; ++i) {
     auto peer = Connect();
     if (i % 2) peer->Send(leavings[i % 5]);
-    if (i % 7 == 0) server_->Nmea("$GPGGA,1*00");
+    if (i % 7 == 0) server_->Nmea(kDevice, "$GPGGA,1*00");
   }
   auto peer = Connect();
   EXPECT_EQ(peer->Object()["class"], "VERSION");
@@ -132,8 +134,8 @@ TEST_F(ServerTest, ListensOnIpv6AndStreamsRawSentences) {
   }
   auto peer = Watcher("nmea");
   EXPECT_TRUE(server_->WantsNmea());
-  server_->Epoch(Tpv(1), "");  // not asked for
-  server_->Nmea("$GPGGA,100000.00*00");
+  server_->Epoch(kDevice, Tpv(1), "");  // not asked for
+  server_->Nmea(kDevice, "$GPGGA,100000.00*00");
   EXPECT_EQ(peer->Line(), "$GPGGA,100000.00*00\r");
 }
 

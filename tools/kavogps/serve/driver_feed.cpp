@@ -20,11 +20,11 @@ class FeedView : public cli::ReadingView {
  public:
   FeedView(FeedSink& sink, std::string device) : sink_(sink), device_(std::move(device)) {}
   void Show(const cli::EpochReport& report) override {
-    sink_.Epoch(cli::TpvJson(report.reading, device_),
+    sink_.Epoch(device_, cli::TpvJson(report.reading, device_),
                 report.skyChanged ? cli::SkyJson(report.reading, device_, report.used) : std::string());
   }
   void Sentence(const std::string& sentence) override {
-    if (sink_.WantsNmea()) sink_.Nmea(sentence);
+    if (sink_.WantsNmea()) sink_.Nmea(device_, sentence);
   }
 
  private:

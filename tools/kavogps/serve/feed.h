@@ -17,15 +17,16 @@ struct DeviceState {
 
 // Every call may come from any thread, the library's reading thread among
 // them, and returns at once: whatever talks to a client is done elsewhere.
+// `device` is the receiver's DeviceState::path.
 class FeedSink {
  public:
   virtual ~FeedSink() = default;
   // One epoch's TPV and, when the sky changed, its SKY (else empty): sent
   // together, so that a client gets them in one write.
-  virtual void Epoch(std::string tpv, std::string sky) = 0;
+  virtual void Epoch(const std::string& device, std::string tpv, std::string sky) = 0;
   // Whether anyone reads the raw sentences: when not, they are not handed over.
   virtual bool WantsNmea() const = 0;
-  virtual void Nmea(std::string sentence) = 0;  // without its line end
+  virtual void Nmea(const std::string& device, std::string sentence) = 0;  // without its line end
   virtual void Device(DeviceState state) = 0;
 };
 

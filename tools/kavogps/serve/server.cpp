@@ -78,7 +78,7 @@ void Server::Broadcast(Kind kind, const std::string& line) {
 // The feed's calls write at once, on the caller's thread: the sockets do
 // not block, and what a socket cannot take now stays in its client's queue
 // for the network thread.
-void Server::Epoch(std::string tpv, std::string sky) {
+void Server::Epoch(const std::string& /*device*/, std::string tpv, std::string sky) {
   const auto lock = clients_.Lock();
   tpv_ = std::move(tpv);
   if (sky.empty()) return Broadcast(Kind::kJson, tpv_);
@@ -86,7 +86,7 @@ void Server::Epoch(std::string tpv, std::string sky) {
   Broadcast(Kind::kJson, tpv_ + "\r\n" + sky_);
 }
 
-void Server::Nmea(std::string sentence) {
+void Server::Nmea(const std::string& /*device*/, std::string sentence) {
   const auto lock = clients_.Lock();
   Broadcast(Kind::kNmea, sentence);
 }

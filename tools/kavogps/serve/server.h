@@ -43,9 +43,9 @@ class Server : public FeedSink {
   // io_context's run returns once they are gone.
   void Close();
 
-  void Epoch(std::string tpv, std::string sky) override;
+  void Epoch(const std::string& device, std::string tpv, std::string sky) override;
   bool WantsNmea() const override { return clients_.AnyNmeaWatcher(); }
-  void Nmea(std::string sentence) override;
+  void Nmea(const std::string& device, std::string sentence) override;
   void Device(DeviceState state) override;
 
   // Connections open, and lines dropped for clients too slow for them.

@@ -5,6 +5,7 @@
 
 #include <asio/io_context.hpp>
 
+#include "serve/feed_fan_out.h"
 #include "serve/server.h"
 #include "session/command_line.h"
 
@@ -39,8 +40,10 @@ int ServeReceiver(const SourceSpec& source, const std::vector<ListenAddress>& li
   for (const tcp::endpoint& endpoint : server.Endpoints())
     err << "kavogps serve: listening on " << Shown(endpoint) << '\n';
   err.flush();
+  FeedFanOut outputs;
+  outputs.Add(server);
   std::thread network([&io] { io.run(); });
-  const int code = DriverFeed(server, err).Run(source, interrupt);
+  const int code = DriverFeed(outputs, err).Run(source, interrupt);
   server.Close();
   network.join();
   return code;

@@ -1,5 +1,8 @@
 #include "platform/posix/registry/reg_file_parser.h"
 
+#include <algorithm>
+#include <iterator>
+#include <utility>
 #include <vector>
 
 #include "platform/platform.h"
@@ -216,25 +219,12 @@ class Parser {
         continue;
       }
       if (++i == text.size()) break;
-      switch (text[i]) {
-        case u'\\':
-          out->push_back(u'\\');
-          break;
-        case u'"':
-          out->push_back(u'"');
-          break;
-        case u'n':
-          out->push_back(u'\n');
-          break;
-        case u'r':
-          out->push_back(u'\r');
-          break;
-        case u'0':
-          out->push_back(0);
-          break;
-        default:
-          return Fail(u"unknown escape in a quoted string");
-      }
+      static constexpr std::pair<char16_t, char16_t> kEscapes[] = {
+          {u'\\', u'\\'}, {u'"', u'"'}, {u'n', u'\n'}, {u'r', u'\r'}, {u'0', 0}};
+      const auto* escape = std::find_if(std::begin(kEscapes), std::end(kEscapes),
+                                        [&](const auto& known) { return known.first == text[i]; });
+      if (escape == std::end(kEscapes)) return Fail(u"unknown escape in a quoted string");
+      out->push_back(escape->second);
     }
     return Fail(u"missing closing quote");
   }
