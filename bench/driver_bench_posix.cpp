@@ -293,7 +293,7 @@ void MemoryPerDriver(int drivers) {
     GPSDriver_Stop(driver);
     GPSDriver_Release(driver);
   }
-  std::printf("resident memory a running driver adds: %.1f KiB (%d drivers; target < 256 KiB)\n",
+  std::printf("resident memory a running driver adds: %.1f KiB (%d drivers; target < 32 KiB)\n",
               double(after - before) / (drivers - 1), drivers - 1);
   std::printf("  of which, per driver:");
   for (const auto& [kind, kib] : kinds) std::printf(" %s %.1f KiB,", kind.c_str(), double(kib) / (drivers - 1));

@@ -1,10 +1,14 @@
 // The chunk path (framing, dispatch, parsers, store) on arbitrary text cut
-// at arbitrary places. The tail of the input chooses the chunk sizes; the
-// rest is the text, widened byte for byte, or taken as UTF-16 units when the
-// first byte is 0xFF.
+// at arbitrary places, under receiver options of the input's choosing. The
+// tail of the input chooses the chunk sizes. An input that starts with 0xFE
+// takes the receiver options from its next byte (talkers from the low three
+// bits, the checksum mode from the next two); any other keeps the defaults,
+// so seeds written for them read as before. The rest is the text, widened
+// byte for byte, or taken as UTF-16 units when its first byte is 0xFF.
 //
 // Checked: nothing escapes and nothing grows without bound (leftover at most
-// 512 units, the line buffer exactly as long as the longest line), the
+// 512 units, the line buffer no longer than its first size or the longest
+// line), the
 // records stay within their ranges, and when no line reaches 512 units the
 // cut makes no difference at all.
 #include <fuzzer/FuzzedDataProvider.h>
@@ -41,12 +45,22 @@ void CheckRecords(const ReceiverStateStore& store) {
   FUZZ_CHECK(store.Status() == 0);  // only a failed allocation makes it -4
 }
 
-Outcome Play(const std::u16string& text, const std::vector<size_t>& cuts) {
-  ReceiverStateStore store;
+// The options an input byte names.
+kavo::nmea::ReceiverOptions OptionsOf(uint8_t byte) {
+  static const char* const kTalkers[] = {"GP",    "GP,GN", "GN", "GL,GA", "GP,GN,GL,GA,GB,BD,GQ,QZ",
+                                         "QZ,GB", "GP,GL", "BD"};
+  static const char* const kChecksums[] = {"ignore", "verify", "require", "ignore"};
+  kavo::nmea::ReceiverOptions options;
+  options.SetTalkers(kTalkers[byte & 7]);
+  options.SetChecksums(kChecksums[(byte >> 3) & 3]);
+  return options;
+}
+
+Outcome Play(const std::u16string& text, const std::vector<size_t>& cuts, const kavo::nmea::ReceiverOptions& options) {
+  ReceiverStateStore store(options);
   store.Reset();
   Outcome outcome;
   size_t longestLine = 0;
-  bool anyLine = false;
   size_t at = 0;
   for (size_t i = 0; at < text.size() || i == 0; ++i) {
     const size_t size = std::min(cuts[i % cuts.size()], text.size() - at);
@@ -59,17 +73,19 @@ Outcome Play(const std::u16string& text, const std::vector<size_t>& cuts) {
       longestLine = std::max(longestLine, carried + feed - lineStart);
       carried = 0;
       ++lines;
-      anyLine = true;
     }
 
     FUZZ_CHECK(store.ProcessChunk(chunk) == 1);
     FUZZ_CHECK(store.Framer().Leftover().size() <= SentenceFramer::kMaxLeftover);
-    FUZZ_CHECK(store.Framer().LineBufferCapacity() == (anyLine ? longestLine + 1 : 0));
+    FUZZ_CHECK(store.Framer().LineBufferCapacity() <= std::max(SentenceFramer::kLineHint, longestLine + 1));
     const auto& list = store.RecognisedSentences();
     FUZZ_CHECK(list.Count() <= lines);
     FUZZ_CHECK(store.SentencesSeen() == (list.Count() > 0 ? 1u : 0u));
     for (size_t s = 0; s < list.Count(); ++s) {
-      FUZZ_CHECK(list[s].substr(0, 3) == u"$GP" && list[s].find(u'\n') == list[s].npos);
+      FUZZ_CHECK(list[s].size() >= 6 && list[s][0] == u'$' && options.Accepts(list[s][1], list[s][2]));
+      FUZZ_CHECK(list[s].find(u'\n') == list[s].npos);
+      // A sentence after other bytes is read only when the options go beyond the defaults.
+      FUZZ_CHECK(!options.ReadsMixedStreams() || list[s].find(u'$', 1) == list[s].npos);
       FUZZ_CHECK(std::u16string_view(list.Text(s)).size() <= list[s].size());
       outcome.sentences.append(list[s]);
       outcome.sentences += u'\n';
@@ -98,19 +114,26 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (std::all_of(cuts.begin(), cuts.end(), [](size_t c) { return c == 0; })) cuts[0] = 1;
   const std::vector<uint8_t> bytes = input.ConsumeRemainingBytes<uint8_t>();
 
+  size_t first = 0;  // of the text
+  kavo::nmea::ReceiverOptions options;
+  if (bytes.size() >= 2 && bytes[0] == 0xFE) {
+    options = OptionsOf(bytes[1]);
+    first = 2;
+  }
   std::u16string text;
-  if (!bytes.empty() && bytes[0] == 0xFF) {
-    for (size_t i = 1; i + 1 < bytes.size(); i += 2) text += static_cast<char16_t>(bytes[i] | bytes[i + 1] << 8);
+  if (first < bytes.size() && bytes[first] == 0xFF) {
+    for (size_t i = first + 1; i + 1 < bytes.size(); i += 2)
+      text += static_cast<char16_t>(bytes[i] | bytes[i + 1] << 8);
   } else {
-    text.assign(bytes.begin(), bytes.end());
+    text.assign(bytes.begin() + static_cast<std::ptrdiff_t>(first), bytes.end());
   }
 
-  const Outcome cut = Play(text, cuts);
+  const Outcome cut = Play(text, cuts, options);
   // With every line shorter than the leftover cap, cutting changes nothing.
   size_t longest = 0, start = 0;
   for (size_t feed; (feed = text.find(u'\n', start)) != text.npos; start = feed + 1)
     longest = std::max(longest, feed - start);
   longest = std::max(longest, text.size() - start);
-  if (longest < SentenceFramer::kMaxLeftover) FUZZ_CHECK(Same(cut, Play(text, {text.size() + 1})));
+  if (longest < SentenceFramer::kMaxLeftover) FUZZ_CHECK(Same(cut, Play(text, {text.size() + 1}, options)));
   return 0;
 }

@@ -65,4 +65,34 @@ Damage DamageLine(std::string& line, Prng& random) {
   }
 }
 
+std::string BinaryMessage(Prng& random) {
+  const int size = random.Int(8, 40);
+  std::string payload;
+  for (int i = 0; i < size; ++i) payload += static_cast<char>(random.Int(0, 255));
+  // The bytes every such message shows somewhere.
+  const char kAlways[] = {'\0', '\r', '\n', '$'};
+  const int quarter = size / 4;
+  for (int i = 0; i < 4; ++i) payload[static_cast<size_t>(i * quarter + random.Int(0, quarter - 1))] = kAlways[i];
+  std::string frame = "\xB5\x62";
+  frame += static_cast<char>(random.Int(1, 0x2A));  // class
+  frame += static_cast<char>(random.Int(0, 255));   // id
+  frame += static_cast<char>(size & 0xFF);
+  frame += static_cast<char>(size >> 8);
+  frame += payload;
+  uint8_t a = 0, b = 0;
+  for (size_t i = 2; i < frame.size(); ++i) b = static_cast<uint8_t>(b + (a = static_cast<uint8_t>(a + frame[i])));
+  frame += static_cast<char>(a);
+  frame += static_cast<char>(b);
+  // A CR LF would end a line of a recording, and "$" and a letter might
+  // start a sentence: a NUL goes between such bytes.
+  std::string sent;
+  for (const char byte : frame) {
+    const bool afterCr = !sent.empty() && sent.back() == '\r' && byte == '\n';
+    const bool afterDollar = !sent.empty() && sent.back() == '$' && std::isalpha(static_cast<unsigned char>(byte));
+    if (afterCr || afterDollar) sent += '\0';
+    sent += byte;
+  }
+  return sent;
+}
+
 }  // namespace kavo::sim

@@ -29,7 +29,8 @@ enum Stream : uint64_t {
   kGalileoSignals,
   kBeidouSignals,
   kSecondSignals,
-  kChecksums
+  kChecksums,
+  kBinary
 };
 
 const char* TalkerOf(System system) {
@@ -80,6 +81,8 @@ std::string ValidateOptions(const SimulatorOptions& o) {
   if (!(o.damage >= 0.0 && o.damage <= 1.0)) return "the damage probability must be between 0 and 1";
   if (!(o.badChecksums >= 0.0 && o.badChecksums <= 1.0))
     return "the probability of bad checksums must be between 0 and 1";
+  if (!(o.binaryMessages >= 0.0 && o.binaryMessages <= 1.0))
+    return "the probability of binary messages must be between 0 and 1";
   for (size_t i = 0; i < o.constellations.size(); ++i)
     for (size_t j = 0; j < i; ++j)
       if (o.constellations[i] == o.constellations[j]) return "a constellation is named twice";
@@ -99,6 +102,7 @@ uint64_t EpochsFor(const SimulatorOptions& options, double seconds) {
 std::string Epoch::Text() const {
   std::string text;
   for (const Line& line : lines) {
+    text += line.binary;
     text += line.text;
     text += "\r\n";
   }
@@ -209,13 +213,14 @@ struct Simulator::State {
         outages(root.Fork(kOutages)),
         damage(root.Fork(kDamage)),
         secondSignals(root.Fork(kSecondSignals)),
-        checksums(root.Fork(kChecksums)) {}
+        checksums(root.Fork(kChecksums)),
+        binary(root.Fork(kBinary)) {}
 
   Prng root;
   Track track;
   Constellation skies[4];  // by System
   SkyTracker signals[4];
-  Prng outages, damage, secondSignals, checksums;
+  Prng outages, damage, secondSignals, checksums, binary;
   uint64_t index = 0;
   double nextOutage = 0, outageEnd = 0;
 
@@ -257,6 +262,7 @@ struct Simulator::State {
       line.damage = DamageLine(line.text, damage);
     else if (options.badChecksums > 0.0 && checksums.Chance(options.badChecksums))
       line.damage = BreakChecksum(line.text, checksums);
+    if (options.binaryMessages > 0.0 && binary.Chance(options.binaryMessages)) line.binary = BinaryMessage(binary);
     return line;
   }
 };

@@ -28,7 +28,11 @@ struct SimulatorOptions {
   // system id, and per system a GSV cycle for each signal (NMEA 4.11
   // signal ids; second signals on dual-frequency satellites).
   std::vector<System> constellations;
-  double badChecksums = 0.0;                // chance that a line's checksum is wrong or missing
+  double badChecksums = 0.0;  // chance that a line's checksum is wrong or missing
+  // Chance that a binary message (as survey and RTK modules mix their own
+  // protocol into NMEA: NUL bytes, lone CR and LF, "$" among its bytes)
+  // comes before a line, with no line end between it and the sentence.
+  double binaryMessages = 0.0;
   bool proprietary = false;                 // $PGRME, $PGRMZ, and $PSRFTXT at the start
   double damage = 0.0;                      // chance that a line is damaged, 0 to 1
   bool fixLoss = false;                     // now and then the sky is blocked and the fix lost
@@ -44,6 +48,7 @@ enum class Damage { kNone, kCut, kFlip, kGarbage, kWrongChecksum, kNoChecksum };
 struct Line {
   std::string text;  // without the line end; bytes are Latin-1
   Damage damage = Damage::kNone;
+  std::string binary;  // a binary message sent just before `text`, or empty
 };
 
 struct SatelliteView {
@@ -70,7 +75,8 @@ struct Epoch {
   std::vector<SatelliteView> satellites;  // in view, system by system
   std::vector<Line> lines;
 
-  // The lines as a receiver sends them, each ending in CR LF.
+  // The lines as a receiver sends them, each ending in CR LF, each after
+  // its binary message.
   std::string Text() const;
 };
 

@@ -12,10 +12,15 @@
 namespace kavo {
 
 Ref<GpsDriver> BuildDriver(Ref<DataSource> source, Ref<PlaybackControl> playback, const DriverCallbacks& callbacks) {
-  Ref<GpsReadingThread> readingThread(new GpsReadingThreadImpl(std::move(source)));
   // Options are read for every new driver, so a changed .ini or
   // environment applies to the drivers made after the change.
-  Ref<Receiver> receiver(new GpsReceiver(nmea::LoadReceiverOptions()));
+  return BuildDriver(std::move(source), std::move(playback), callbacks, nmea::LoadReceiverOptions());
+}
+
+Ref<GpsDriver> BuildDriver(Ref<DataSource> source, Ref<PlaybackControl> playback, const DriverCallbacks& callbacks,
+                           const nmea::ReceiverOptions& options) {
+  Ref<GpsReadingThread> readingThread(new GpsReadingThreadImpl(std::move(source)));
+  Ref<Receiver> receiver(new GpsReceiver(options));
   Ref<GpsDriver> driver(new GpsDriver(receiver, readingThread, playback));
   driver->Initialise(callbacks);
   return driver;
@@ -36,9 +41,10 @@ Ref<GpsDriver> CreateDriverFromPort(const COMPortInfo& port, const DriverCallbac
 
 Ref<GpsDriver> CreateDriverFromFile(const WideString& path, uint32_t intervalMs, bool repeat,
                                     const DriverCallbacks& callbacks) {
+  const nmea::ReceiverOptions options = nmea::LoadReceiverOptions();
   Ref<NmeaFilePlayback> playback(new NmeaFilePlayback);
-  playback->Open(path, intervalMs, repeat);
-  return BuildDriver(Ref<DataSource>(playback.get()), Ref<PlaybackControl>(playback.get()), callbacks);
+  playback->Open(path, intervalMs, repeat, options.ReadsMixedStreams());
+  return BuildDriver(Ref<DataSource>(playback.get()), Ref<PlaybackControl>(playback.get()), callbacks, options);
 }
 
 }  // namespace kavo

@@ -7,6 +7,7 @@
 #include "KavoMobileGPS.h"
 #include "driver/driver_callbacks.h"
 #include "driver/gps_driver.h"
+#include "nmea/receiver_options.h"
 #include "sources/com_port_info.h"
 #include "support/wide_string.h"
 
@@ -18,5 +19,7 @@ Ref<GpsDriver> CreateDriverFromFile(const WideString& path, uint32_t intervalMs,
 
 // The step both share: a receiver over the source, and a driver over both.
 Ref<GpsDriver> BuildDriver(Ref<DataSource> source, Ref<PlaybackControl> playback, const DriverCallbacks& callbacks);
+Ref<GpsDriver> BuildDriver(Ref<DataSource> source, Ref<PlaybackControl> playback, const DriverCallbacks& callbacks,
+                           const nmea::ReceiverOptions& options);
 
 }  // namespace kavo

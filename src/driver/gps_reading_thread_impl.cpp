@@ -13,23 +13,40 @@ namespace kavo {
 // state.
 class ReadingRun : public RefCounted {
  public:
+  // The chunk buffer is made here, on the thread that starts the run: the
+  // reading thread then allocates nothing of its own, and the C library
+  // gives it no memory arena of its own.
   ReadingRun(Ref<DataSource> source, TextSink* sink)
       : source_(std::move(source)),
         sink_(sink),
-        heartbeat_(platform::Event::Create(false, false)),
+        buffer_(new char16_t[GpsReadingThreadImpl::kChunkCapacity]),
+        watchdogWake_(platform::Event::Create(true, false)),
         stopping_(platform::Event::Create(true, false)) {
-    if (!heartbeat_ || !stopping_) Raise(nullptr);
+    if (!watchdogWake_ || !stopping_) Raise(nullptr);
   }
 
   void ReadingLoop() {
     LogScope scope(u"GPS Thread started");
-    std::unique_ptr<char16_t[]> buffer(new char16_t[GpsReadingThreadImpl::kChunkCapacity]);
-    while (!Stopping(readingStop_)) ReadingStep(buffer.get());
+    while (!Stopping(readingStop_)) ReadingStep(buffer_.get());
   }
 
+  // Reports when no read completed for the watchdog's period. Reads only
+  // count themselves (heartbeats), waking nobody: the watchdog sleeps until
+  // the period has passed since the last one it knows of, and looks again.
   void WatchdogLoop() {
+    uint32_t known = heartbeats_.load();
+    uint32_t waitMs = GpsReadingThreadImpl::kWatchdogMs;
     while (!Stopping(watchdogStop_)) {
-      if (heartbeat_->Wait(GpsReadingThreadImpl::kWatchdogMs) == platform::WaitResult::kSignaled) continue;
+      if (watchdogWake_->Wait(waitMs) == platform::WaitResult::kSignaled) continue;
+      const uint32_t beats = heartbeats_.load();
+      waitMs = GpsReadingThreadImpl::kWatchdogMs;
+      if (beats != known) {
+        // Reads completed meanwhile: the period runs from the last one.
+        known = beats;
+        const uint32_t since = platform::TickCount() - lastHeartbeat_.load();
+        if (since < GpsReadingThreadImpl::kWatchdogMs) waitMs -= since;
+        continue;
+      }
       Deliver([](TextSink& sink) { sink.OnNoData(); });
     }
   }
@@ -43,7 +60,7 @@ class ReadingRun : public RefCounted {
 
   void RequestWatchdogStop() {
     Request(watchdogStop_);
-    heartbeat_->Set();  // wake the watchdog at once
+    watchdogWake_->Set();  // wake the watchdog at once
   }
 
   // Once the threads ended or were given up on: nothing reaches the sink
@@ -66,7 +83,8 @@ class ReadingRun : public RefCounted {
       CheckOrRaise(source_->Read(buffer, GpsReadingThreadImpl::kChunkCapacity, &count, &error), &error);
     });
     inRead_ = false;
-    heartbeat_->Set();
+    lastHeartbeat_ = platform::TickCount();
+    ++heartbeats_;
 
     bool delivered;
     if (failed) {
@@ -111,7 +129,10 @@ class ReadingRun : public RefCounted {
   bool readingStop_ = false;   // under stateLock_
   bool watchdogStop_ = false;  // under stateLock_
   std::atomic<bool> inRead_{false};
-  std::unique_ptr<platform::Event> heartbeat_;
+  std::unique_ptr<char16_t[]> buffer_;
+  std::atomic<uint32_t> heartbeats_{0};     // reads completed, whatever their outcome
+  std::atomic<uint32_t> lastHeartbeat_{0};  // the tick count of the last
+  std::unique_ptr<platform::Event> watchdogWake_;
   std::unique_ptr<platform::Event> stopping_;
 };
 

@@ -1,5 +1,7 @@
 #include "nmea/checksum.h"
 
+#include "nmea/unit_search.h"
+
 namespace kavo::nmea {
 namespace {
 
@@ -20,10 +22,9 @@ ChecksumState CheckChecksum(WideView sentence) {
   const size_t star = sentence.rfind(u'*');
   if (star == WideView::npos) return ChecksumState::kMissing;
   if (sentence.size() < star + 3) return ChecksumState::kWrong;
-  unsigned sum = 0;
   // Whole 16-bit units: a character beyond one byte cannot pass for the
   // byte it ends in.
-  for (size_t i = 1; i < star; ++i) sum ^= sentence[i];
+  const unsigned sum = XorUnits(sentence.data() + 1, sentence.data() + star);
   const int high = HexValue(sentence[star + 1]), low = HexValue(sentence[star + 2]);
   if (high < 0 || low < 0 || static_cast<unsigned>(high * 16 + low) != sum) return ChecksumState::kWrong;
   for (size_t i = star + 3; i < sentence.size(); ++i)

@@ -20,8 +20,16 @@ namespace {
   throw CNotSupportedException(std::move(text));
 }
 
-// The index-th pair of digits of a time or a date, as a number.
-double Pair(WideView field, size_t index) { return NumberField(field.substr(index * 2, 2)); }
+// The index-th pair of digits of a time or a date, as a number; two digits
+// are read directly, anything else as a number field.
+double Pair(WideView field, size_t index) {
+  const WideView pair = field.substr(index * 2, 2);
+  if (pair.size() == 2) {
+    const unsigned tens = static_cast<unsigned>(pair[0] - u'0'), ones = static_cast<unsigned>(pair[1] - u'0');
+    if (tens <= 9 && ones <= 9) return static_cast<double>(tens * 10 + ones);
+  }
+  return NumberField(pair);
+}
 
 // Hour, minute and second of hhmmss[.sss]; fractions of a second dropped.
 void ReadTimeOfDay(WideView time, DateTimeParts* parts) {
@@ -61,8 +69,6 @@ double LeadingNumberOrZero(WideView field) {
   ParseDouble(field, &value);
   return value;
 }
-
-int32_t IntegerField(WideView field) { return ParseInteger(field); }
 
 int32_t TruncateToInt(double value) {
   if (std::isnan(value)) return 0;

@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "KavoMobileGPS.h"
+#include "nmea/number_conversion.h"
 #include "platform/platform.h"
 #include "support/wide_string.h"
 
@@ -23,7 +24,7 @@ double NumberFieldOrZero(WideView field);
 // empty or does not begin with one.
 double LeadingNumberOrZero(WideView field);
 // The field's leading integer (see ParseInteger); empty gives 0.
-int32_t IntegerField(WideView field);
+inline int32_t IntegerField(WideView field) { return ParseInteger(field); }
 // Truncated toward zero and saturated; NaN gives 0.
 int32_t TruncateToInt(double value);
 

@@ -80,9 +80,50 @@ const char* Convert(const char* begin, const char* end, double* value) {
   return result.ptr;
 }
 
+// Powers of ten that a double holds exactly.
+constexpr double kExactPowersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                                        1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+constexpr uint64_t kExactMantissa = uint64_t{1} << 53;
+constexpr int kMaxDigits = 19;  // any 19 decimal digits fit 64 bits
+
+// What receivers send nearly always: digits, maybe a point and more
+// digits, at most 19 of them and no exponent. The digits then make an
+// integer that a double holds exactly, divided by a power of ten it holds
+// exactly, and one correctly rounded division gives the correctly rounded
+// value, the very double the general conversion gives. Returns where the
+// number ends, or nullptr when the text needs the general conversion.
+const char16_t* ConvertPlain(const char16_t* p, const char16_t* end, double* value) {
+  uint64_t mantissa = 0;
+  int digits = 0, fraction = 0;
+  for (; p < end && static_cast<unsigned>(*p - u'0') <= 9; ++p, ++digits) mantissa = mantissa * 10 + (*p - u'0');
+  if (p < end && *p == u'.') {
+    for (++p; p < end && static_cast<unsigned>(*p - u'0') <= 9; ++p, ++digits, ++fraction)
+      mantissa = mantissa * 10 + (*p - u'0');
+  }
+  if (digits == 0 || digits > kMaxDigits || mantissa > kExactMantissa) return nullptr;
+  if (p < end && (*p | 0x20) == u'e') return nullptr;
+  *value = static_cast<double>(mantissa) / kExactPowersOfTen[fraction];
+  return p;
+}
+
+// Everything else: exponents, long numbers, nothing that converts.
+size_t ConvertGeneral(WideView text, size_t start, double* value) {
+  const AsciiCopy ascii(text.substr(start));
+  const char* begin = ascii.begin();
+  double v = 0.0;
+  const char* stop = Convert(begin, ascii.end(), &v);
+  if (stop == begin) return 0;
+  *value = v;
+  return start + static_cast<size_t>(stop - begin);
+}
+
 }  // namespace
 
 size_t ParseDouble(WideView text, double* value) {
+  // Most fields are a plain number and nothing else.
+  if (!text.empty() && static_cast<unsigned>(text[0] - u'0') <= 9)
+    if (const char16_t* stop = ConvertPlain(text.data(), text.data() + text.size(), value))
+      return static_cast<size_t>(stop - text.data());
   *value = 0.0;
   size_t start = 0;
   while (start < text.size() && IsSpace(text[start])) ++start;
@@ -91,17 +132,19 @@ size_t ParseDouble(WideView text, double* value) {
     negative = text[start] == u'-';
     ++start;
   }
-  const AsciiCopy ascii(text.substr(start));
-  const char* begin = ascii.begin();
-  const char* end = ascii.end();
   double v = 0.0;
-  const char* stop = Convert(begin, end, &v);
-  if (stop == begin) return 0;
+  size_t used;
+  if (const char16_t* stop = ConvertPlain(text.data() + start, text.data() + text.size(), &v)) {
+    used = static_cast<size_t>(stop - text.data());
+  } else {
+    used = ConvertGeneral(text, start, &v);
+    if (used == 0) return 0;
+  }
   *value = negative ? -v : v;
-  return start + static_cast<size_t>(stop - begin);
+  return used;
 }
 
-int32_t ParseInteger(WideView text) {
+int32_t ParseIntegerGeneral(WideView text) {
   size_t i = 0;
   while (i < text.size() && IsSpace(text[i])) ++i;
   bool negative = false;

@@ -38,6 +38,11 @@ class ReceiverOptions {
   // talkers are then merged into one table.
   bool MergesConstellations() const { return count_ != 1 || talkers_[0][0] != u'G' || talkers_[0][1] != u'P'; }
   ChecksumMode Checksums() const { return checksums_; }
+  // True once the options go beyond the contract's defaults at all: such a
+  // receiver may mix a binary protocol into its NMEA, so a sentence is
+  // looked for after other bytes on its line (from the line's last "$"),
+  // and a NUL byte in a recording is kept as a character.
+  bool ReadsMixedStreams() const { return MergesConstellations() || checksums_ != ChecksumMode::kIgnore; }
   // True when `text` holds "$" followed by an accepted talker id: how a
   // port probe recognises a receiver ("$GP" with the defaults).
   bool HasAcceptedTalker(WideView text) const;

@@ -50,19 +50,4 @@ GnssSystem SystemOfNumber(int32_t number) {
   return GnssSystem::kOther;
 }
 
-int32_t TableNumber(GnssSystem system, int32_t sent) {
-  switch (system) {
-    case GnssSystem::kGlonass:
-      return sent >= 1 && sent <= 32 ? sent + 64 : sent;
-    case GnssSystem::kGalileo:
-      return sent >= 1 && sent <= 36 ? sent + 300 : sent;
-    case GnssSystem::kBeidou:
-      return sent >= 1 && sent <= 63 ? sent + 400 : sent;
-    case GnssSystem::kQzss:
-      return sent >= 1 && sent <= 10 ? sent + 192 : sent;
-    default:
-      return sent;
-  }
-}
-
 }  // namespace kavo::nmea

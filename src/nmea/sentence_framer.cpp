@@ -6,6 +6,7 @@
 #include "log/logger.h"
 #include "nmea/checksum.h"
 #include "nmea/sentence_parsers.h"
+#include "nmea/unit_search.h"
 #include "support/error.h"
 
 namespace kavo::nmea {
@@ -13,14 +14,18 @@ namespace {
 
 using Parser = void (*)(WideView, ReceiverState&);
 
-// The three characters after "$" and the talker, in the order they are tried.
-Parser FindParserOfType(WideView sentence) {
-  const WideView type = sentence.substr(3, 3);
-  if (type == u"GGA") return ParseGga;
-  if (type == u"GSV") return ParseGsv;
-  if (type == u"RMC") return ParseRmc;
-  if (type == u"GSA") return ParseGsa;
-  if (type == u"VTG") return ParseVtg;
+// The three characters after "$" and the talker.
+Parser FindParserOfType(const char16_t* type) {
+  const char16_t a = type[0], b = type[1], c = type[2];
+  if (a == u'G') {
+    if (b == u'G' && c == u'A') return ParseGga;
+    if (b == u'S' && c == u'V') return ParseGsv;
+    if (b == u'S' && c == u'A') return ParseGsa;
+  } else if (a == u'R') {
+    if (b == u'M' && c == u'C') return ParseRmc;
+  } else if (a == u'V') {
+    if (b == u'T' && c == u'G') return ParseVtg;
+  }
   return nullptr;
 }
 
@@ -49,24 +54,35 @@ class ChunkScope {
 
 }  // namespace
 
+SentenceFramer::SentenceFramer(const ReceiverOptions& options)
+    : options_(options),
+      mixed_(options.ReadsMixedStreams()),
+      sky_(options.MergesConstellations() ? new SkyMerger : nullptr) {
+  sentences_.Reserve(kChunkHint);
+  // Lines that span two chunks are common on a live port; room for one of
+  // usual length is made here, so that the reading thread allocates nothing.
+  GrowLineBuffer(kLineHint);
+  leftover_[0] = u'\0';
+}
+
 int SentenceFramer::Dispatch(WideView line, ReceiverState& state) {
   if (line.size() < 6 || line[0] != u'$' || !options_.Accepts(line[1], line[2])) return 0;
-  const Parser parse = FindParserOfType(line);
+  const Parser parse = FindParserOfType(line.data() + 3);
   if (!parse) return 0;
   if (options_.Checksums() != ChecksumMode::kIgnore) {
     const ChecksumState checksum = CheckChecksum(line);
     if (checksum == ChecksumState::kWrong ||
         (checksum == ChecksumState::kMissing && options_.Checksums() == ChecksumMode::kRequire)) {
       Logger::Instance().Format(checksum == ChecksumState::kWrong ? u"Wrong checksum: %s\n" : u"Missing checksum: %s\n",
-                                line.data());  // the line buffer is terminated
+                                Terminated(line));
       return 0;
     }
   }
   if (!options_.MergesConstellations()) return RunParser(parse, line, state);
   // Several talkers: their satellites go to one table, and every GSA tells
   // which of them the solution uses.
-  if (parse == ParseGsv) return sky_.AddGsv(line, state), 1;
-  if (parse == ParseGsa) sky_.AddGsa(line);
+  if (parse == ParseGsv) return sky_->AddGsv(line, state), 1;
+  if (parse == ParseGsa) sky_->AddGsa(line);
   return RunParser(parse, line, state);
 }
 
@@ -74,19 +90,20 @@ int SentenceFramer::Process(WideView chunk, ReceiverState& state) {
   const ChunkScope scope(state);
   sentences_.Clear();
   try {
-    size_t position = 0;
+    const char16_t* position = chunk.data();
+    const char16_t* const end = position + chunk.size();
     if (leftoverLength_ > 0) {
-      const size_t feed = chunk.find(u'\n');
-      if (feed == WideView::npos) {
+      const char16_t* feed = FindUnit(position, end, u'\n');
+      if (feed == end) {
         KeepTail(true, chunk);
         return 1;
       }
-      TakeLine(Leftover(), chunk.substr(0, feed), state);
+      TakeLine(Leftover(), WideView(position, static_cast<size_t>(feed - position)), state);
       position = feed + 1;
     }
-    for (size_t feed; (feed = chunk.find(u'\n', position)) != WideView::npos; position = feed + 1)
-      TakeLine(WideView(), chunk.substr(position, feed - position), state);
-    KeepTail(false, chunk.substr(position));
+    for (const char16_t* feed; (feed = FindUnit(position, end, u'\n')) != end; position = feed + 1)
+      TakeLine(WideView(), WideView(position, static_cast<size_t>(feed - position)), state);
+    KeepTail(false, WideView(position, static_cast<size_t>(end - position)));
   } catch (const CMemoryException&) {
     return Failed(state);
   } catch (const std::bad_alloc&) {
@@ -107,22 +124,48 @@ int SentenceFramer::Failed(ReceiverState& state) {
   return 0;
 }
 
+// A line that lies whole in the chunk is read where it lies; one that began
+// in the previous chunk is put together in the line buffer.
 void SentenceFramer::TakeLine(WideView head, WideView tail, ReceiverState& state) {
-  const size_t length = head.size() + tail.size();
-  if (lineCapacity_ < length + 1) {
-    std::unique_ptr<char16_t[]> grown(new (std::nothrow) char16_t[length + 1]);
-    if (!grown) throw CMemoryException();
-    line_ = std::move(grown);
-    lineCapacity_ = length + 1;
-  }
-  std::copy(head.begin(), head.end(), line_.get());
-  std::copy(tail.begin(), tail.end(), line_.get() + head.size());
-  line_[length] = u'\0';
-  const WideView line(line_.get(), length);
+  WideView line = head.empty() ? tail : Joined(head, tail);
+  if (mixed_) line = FromLastDollar(line);
   if (!Dispatch(line, state)) return;
   sentences_.Append(line);
   state.SetSentencesSeen();
   state.SetStatus(GPS_STATUS_RECEIVING);
+}
+
+// Binary messages between sentences leave bytes before a sentence on its
+// line, "$" among them maybe: the sentence is what follows the last "$".
+WideView SentenceFramer::FromLastDollar(WideView line) {
+  const char16_t* const end = line.data() + line.size();
+  const char16_t* last = FindLastUnit(line.data(), end, u'$');
+  return last ? WideView(last, static_cast<size_t>(end - last)) : line;
+}
+
+WideView SentenceFramer::Joined(WideView head, WideView tail) {
+  const size_t length = head.size() + tail.size();
+  GrowLineBuffer(length + 1);
+  std::copy(head.begin(), head.end(), line_.get());
+  std::copy(tail.begin(), tail.end(), line_.get() + head.size());
+  line_[length] = u'\0';
+  return WideView(line_.get(), length);
+}
+
+const char16_t* SentenceFramer::Terminated(WideView line) {
+  if (line.data() == line_.get()) return line_.get();  // joined, and terminated already
+  GrowLineBuffer(line.size() + 1);
+  std::copy(line.begin(), line.end(), line_.get());
+  line_[line.size()] = u'\0';
+  return line_.get();
+}
+
+void SentenceFramer::GrowLineBuffer(size_t capacity) {
+  if (lineCapacity_ >= capacity) return;
+  std::unique_ptr<char16_t[]> grown(new (std::nothrow) char16_t[capacity]);
+  if (!grown) throw CMemoryException();
+  line_ = std::move(grown);
+  lineCapacity_ = capacity;
 }
 
 void SentenceFramer::KeepTail(bool afterLeftover, WideView rest) {

@@ -7,6 +7,11 @@ void SentenceList::Clear() {
   starts_.clear();
 }
 
+void SentenceList::Reserve(size_t units) {
+  text_.reserve(units);
+  starts_.reserve(units / 32);  // a GGA is 70 units long, a short VTG 35
+}
+
 void SentenceList::Append(WideView sentence) {
   // All or nothing, so that a failed append leaves the list readable.
   if (starts_.size() == starts_.capacity()) starts_.reserve(starts_.empty() ? 16 : 2 * starts_.size());

@@ -13,6 +13,9 @@ namespace kavo::nmea {
 class SentenceList {
  public:
   void Clear();
+  // Room for `units` of text in sentences of usual length, made now rather
+  // than as the first chunks come (on the reading thread).
+  void Reserve(size_t units);
   // May throw std::bad_alloc.
   void Append(WideView sentence);
 

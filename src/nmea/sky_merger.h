@@ -51,8 +51,12 @@ class SkyMerger {
   };
 
   Cycle* FindCycle(WideView sentence, char16_t signal);
+  bool Gather(size_t* count, size_t* bounds, size_t* runs);
+  bool MergeRuns(size_t count, size_t* bounds, size_t runs);
   void Publish(ReceiverState& state);
-  bool IsUsed(int32_t number) const;
+  void MarkUsed(size_t count);
+  // Keeps the GPS_MAX_SATELLITES best of the `count` merged satellites.
+  void KeepBest(size_t count);
 
   Cycle cycles_[kMaxCycles];
   size_t cycleCount_ = 0;
@@ -62,6 +66,7 @@ class SkyMerger {
   int32_t used_[static_cast<size_t>(GnssSystem::kCount)][kMaxUsed] = {};
   size_t usedCount_[static_cast<size_t>(GnssSystem::kCount)] = {};
   Merged merged_[kMaxMerged];
+  Merged scratch_[kMaxMerged];  // for merging the cycles' runs
   int32_t loggedInView_ = 0;
 };
 

@@ -65,7 +65,11 @@ int PortProbe::ProbeAt(uint32_t baudRate) {
     std::fill(std::begin(text), std::end(text), u'\0');
     CheckOrRaise(connection->Read(text, kReadCapacity, &count, &error_), &error_);
     if (count > 0) {
-      const WideView read(text, WideLength(text));
+      // A receiver that mixes binary messages into its NMEA sends NULs:
+      // once the options read such receivers, the text is all that came.
+      const size_t length =
+          options_.ReadsMixedStreams() ? std::min<size_t>(count, kReadCapacity - 1) : WideLength(text);
+      const WideView read(text, length);
       Logger::Instance().Format(u"Data from port: %s\n", text);
       if (options_.HasAcceptedTalker(read)) return kNmea;  // "$GP" by default
       result = kNotNmea;

@@ -146,7 +146,14 @@ bool EncodedTextReader::ReadUtf8(char16_t* c) {
   return true;
 }
 
-int EncodedTextReader::ReadLine(char16_t* dest, uint32_t capacity) {
+int EncodedTextReader::ReadLine(char16_t* dest, uint32_t capacity, uint32_t* length) {
+  uint32_t stored = 0;
+  const int result = ReadLineInto(dest, capacity, &stored);
+  if (length) *length = stored;
+  return result;
+}
+
+int EncodedTextReader::ReadLineInto(char16_t* dest, uint32_t capacity, uint32_t* stored) {
   if (capacity == 0) return 1;
   uint32_t pos = 0;
   // With room for the terminator only, a carried character waits.
@@ -157,6 +164,7 @@ int EncodedTextReader::ReadLine(char16_t* dest, uint32_t capacity) {
   }
   if (pos >= capacity - 1) {
     dest[pos] = 0;
+    *stored = pos;
     return 1;
   }
   char16_t c = 0;
@@ -166,15 +174,18 @@ int EncodedTextReader::ReadLine(char16_t* dest, uint32_t capacity) {
       char16_t next = 0;
       if (!ReadChar(&next)) {
         dest[pos + 1] = 0;
+        *stored = pos + 1;
         return 1;
       }
       if (next == kLf) {
         dest[pos] = kLf;
         dest[pos + 1] = 0;
+        *stored = pos + 1;
         return 1;
       }
       if (++pos >= capacity - 1) {
         dest[pos] = 0;
+        *stored = pos;
         carried_ = next;
         return 1;
       }
@@ -182,10 +193,12 @@ int EncodedTextReader::ReadLine(char16_t* dest, uint32_t capacity) {
     }
     if (++pos >= capacity - 1) {
       dest[pos] = 0;
+      *stored = pos;
       return 1;
     }
   }
   dest[pos] = 0;
+  *stored = pos;
   return pos == 0 ? 0 : 1;
 }
 

@@ -40,13 +40,16 @@ class EncodedTextReader {
   bool ReadChar(char16_t* c);
   // Reads up to `capacity - 1` characters of one line into `dest` and
   // terminates it. Only CR LF ends a line and is stored as one LF. Returns 0
-  // when the data ended before any character, else 1.
-  int ReadLine(char16_t* dest, uint32_t capacity);
+  // when the data ended before any character, else 1. `length`, when
+  // given, receives the number of characters stored, which tells where the
+  // line ends even when it holds a NUL.
+  int ReadLine(char16_t* dest, uint32_t capacity, uint32_t* length = nullptr);
 
   Encoding GetEncoding() const { return encoding_; }
   bool IsOpen() const { return file_ != nullptr; }
 
  private:
+  int ReadLineInto(char16_t* dest, uint32_t capacity, uint32_t* stored);
   void DetectByteOrderMark();
   void SeekToStart();
   void ClearState();

@@ -15,8 +15,9 @@ NmeaFilePlayback::NmeaFilePlayback() : cancel_(platform::Event::Create(true, fal
   if (!cancel_) Raise(kErrGeneralFailure);
 }
 
-void NmeaFilePlayback::Open(const WideString& path, uint32_t intervalMs, bool repeat) {
+void NmeaFilePlayback::Open(const WideString& path, uint32_t intervalMs, bool repeat, bool keepNul) {
   CriticalSectionLock::Guard guard(lock_);
+  keepNul_ = keepNul;
   open_ = 0;
   reader_.Open(path);
   endOfFile_ = false;
@@ -59,11 +60,14 @@ int NmeaFilePlayback::Read(char16_t* buffer, uint32_t capacity, uint32_t* count,
     uint32_t used = 0;
     buffer[0] = 0;
     for (uint32_t i = 0; i < lines; ++i) {
-      if (endOfFile_ || !reader_.ReadLine(buffer + used, capacity - used)) {
+      uint32_t length = 0;
+      if (endOfFile_ || !reader_.ReadLine(buffer + used, capacity - used, &length)) {
         endOfFile_ = true;
         break;
       }
-      used += static_cast<uint32_t>(WideLength(buffer + used));
+      // By default a line ends at its first NUL, as it always did: the next
+      // line then overwrites the rest, line end included.
+      used += keepNul_ ? length : static_cast<uint32_t>(WideLength(buffer + used));
       if (used >= capacity - 1) break;  // the line stays due
       --pending_;
     }

@@ -20,8 +20,10 @@ class NmeaFilePlayback : public DataSource, public PlaybackControl {
   NmeaFilePlayback();
 
   // Opens the file and arms the pacing; raises a system error
-  // when the file cannot be opened.
-  void Open(const WideString& path, uint32_t intervalMs, bool repeat);
+  // when the file cannot be opened. With `keepNul` a NUL in a line is a
+  // character like any other (receivers that mix a binary protocol into
+  // their NMEA send them); without, the line ends there.
+  void Open(const WideString& path, uint32_t intervalMs, bool repeat, bool keepNul = false);
 
   // Sleeps out the rest of the interval and delivers one line, or delivers
   // every line due when late; lines lie back to back, each ending in LF.
@@ -50,6 +52,7 @@ class NmeaFilePlayback : public DataSource, public PlaybackControl {
   std::atomic<uint32_t> pending_{0};
   std::atomic<uint32_t> lastReadTick_{0};
   bool repeat_ = false;
+  bool keepNul_ = false;
   bool endOfFile_ = false;
   std::atomic<bool> paused_{false};
   std::unique_ptr<platform::Event> cancel_;

@@ -35,7 +35,8 @@ class PortLock {
 
 }  // namespace
 
-SerialConnection::SerialConnection() : mutex_(platform::Mutex::Create()) {
+SerialConnection::SerialConnection()
+    : mutex_(platform::Mutex::Create()), readBytes_(AllocateBytes(kReadHint)), readCapacity_(kReadHint) {
   if (!mutex_) Raise(kErrGeneralFailure);
 }
 
@@ -136,10 +137,15 @@ int SerialConnection::Read(char16_t* buffer, uint32_t capacity, uint32_t* count,
     if (!open_) Raise(kErrGeneralFailure);
     if (!buffer || !count || capacity == 0) Raise(kErrInvalidParameter);
     std::shared_ptr<platform::SerialPort> port = CurrentPort();
-    std::unique_ptr<uint8_t[]> bytes = AllocateBytes(capacity);
+    // Kept from read to read: one allocation per read would give the
+    // reading thread a memory arena of its own.
+    if (readCapacity_ < capacity) {
+      readBytes_ = AllocateBytes(capacity);
+      readCapacity_ = capacity;
+    }
     uint32_t got = 0;
-    if (!port || !port->Read(bytes.get(), capacity - 1, &got)) Raise(kErrOperationFailed);
-    converter_.BytesToWide(bytes.get(), got, buffer);
+    if (!port || !port->Read(readBytes_.get(), capacity - 1, &got)) Raise(kErrOperationFailed);
+    converter_.BytesToWide(readBytes_.get(), got, buffer);
     buffer[got] = 0;
     *count = got;
   });

@@ -57,6 +57,11 @@ class SerialConnection : public DataSource {
   std::mutex portSwap_;
   TextConverter converter_;
   std::unique_ptr<platform::Mutex> mutex_;
+  // The bytes of a read, under the port mutex; made with the connection
+  // for the reading thread's usual chunk, grown for a larger one.
+  static constexpr uint32_t kReadHint = 1024;
+  std::unique_ptr<uint8_t[]> readBytes_;
+  uint32_t readCapacity_ = 0;
 };
 
 }  // namespace kavo

@@ -99,11 +99,10 @@ TEST_F(AllocationTest, FramingFailureIsAParserErrorUntilASentenceIsRecognised) {
   EXPECT_EQ(store_.ProcessChunk(gga), 1);
   EXPECT_EQ(store_.Status(), 0);
 
-  // Keeping a recognised sentence can fail too, once the line buffer is big
-  // enough; what was parsed before stays.
-  store_.ProcessChunk(W(std::string(400, '-') + "\n"));
+  // Keeping a recognised sentence can fail too, once it is longer than the
+  // room the list keeps for a chunk's sentences; what was parsed before stays.
   std::string vtg = "$GPVTG,054.7,T,034.4,M,005.5,N,010.2,K";
-  while (vtg.size() < 300) vtg += ",0";
+  while (vtg.size() < nmea::SentenceFramer::kChunkHint + 100) vtg += ",0";
   EXPECT_EQ(ProcessFailingLarge(store_, W(vtg + "\n")), 0);
   EXPECT_EQ(store_.Status(), -4);
   EXPECT_EQ(Location().Course, 54.7 * 0.0174532925);

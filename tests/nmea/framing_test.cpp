@@ -18,6 +18,55 @@ TEST_F(FramingTest, OnlyTheFiveGpsSentencesAreRecognisedSilently) {
   EXPECT_EQ(Location().Latitude, k4807_038);
 }
 
+// Receivers that mix a binary protocol into their NMEA put its messages
+// between sentences: NUL bytes, lone CRs and LFs and "$" come before a
+// sentence on its line. With the defaults such a sentence is not seen, as
+// the contract says; once the options go beyond them it is, from the
+// line's last "$".
+TEST_F(FramingTest, ASentenceAfterBinaryBytesIsFoundOnlyWithOptionsBeyondTheDefaults) {
+  using namespace std::string_literals;
+  const std::string rmc = "$GPRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,230394,003.1,W*6A";
+  const std::string vtg = "$GPVTG,054.7,T,034.4,M,005.5,N,010.2,K*48";
+  const std::string gsvWithDollar = "$GPGSV,1,1,00,$PGRMZ,246,f,3*1B";
+  const struct {
+    const char* name;
+    std::string line;  // sent with CR LF
+    std::vector<std::string> byDefault, withOptions;
+  } cases[] = {
+      {"a plain sentence", kGga, {kGga}, {kGga}},
+      {"binary bytes before it", "\xB5\x62\x01\x07\x1C" + rmc, {}, {rmc}},
+      {"a NUL among them", "\xB5\x62\x00\x07" + kGga, {}, {kGga}},
+      {"a \"$\" among them", "\xB5$\x00\x62$\x01" + vtg, {}, {vtg}},
+      {"a lone CR among them", "\xB5\x62\r\x07" + rmc, {}, {rmc}},
+      {"a lone LF among them: two lines", "\xB5\x62\n\x07" + vtg, {}, {vtg}},
+      {"a NUL and a \"$\" right before it", "\x01\x00$" + kGga, {}, {kGga}},
+      {"a sentence with a \"$\" inside: only its tail counts", gsvWithDollar, {gsvWithDollar}, {}},
+      {"binary alone", "\xB5\x62\x00\r$\x00"s, {}, {}},
+  };
+  nmea::ReceiverOptions talkers, checksums;
+  ASSERT_TRUE(talkers.SetTalkers("GP,GN"));
+  ASSERT_TRUE(checksums.SetChecksums("verify"));
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const auto lines = [](const std::vector<std::string>& sentences) {
+      std::vector<WideString> texts;
+      for (const std::string& sentence : sentences) texts.push_back(W(sentence + "\r"));
+      return texts;
+    };
+    Feed({c.line});
+    EXPECT_EQ(Recognised(), lines(c.byDefault)) << "by default";
+    for (const nmea::ReceiverOptions* options : {&talkers, &checksums}) {
+      nmea::ReceiverStateStore store(*options);
+      store.Reset();
+      store.ProcessChunk(W(c.line + "\r\n"));
+      std::vector<WideString> recognised;
+      for (size_t i = 0; i < store.RecognisedSentences().Count(); ++i)
+        recognised.emplace_back(store.RecognisedSentences()[i]);
+      EXPECT_EQ(recognised, lines(c.withOptions)) << (options == &talkers ? "talkers GP,GN" : "checksums verified");
+    }
+  }
+}
+
 TEST_F(FramingTest, GarbageWithoutLineFeedsKeepsOnlyTheNewest512Units) {
   std::string garbage;
   for (int i = 0; i < 700; ++i) garbage += static_cast<char>('a' + i % 26);

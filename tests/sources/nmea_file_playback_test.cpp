@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -11,6 +12,9 @@
 #include "common/eventually.h"
 #include "common/temp_dir.h"
 #include "common/test_clock.h"
+#include "nmea/receiver_state_store.h"
+#include "sim/recording.h"
+#include "sim/simulator.h"
 
 namespace kavo {
 namespace {
@@ -31,11 +35,11 @@ std::string NumberedLines(int count) {
 class Playback : public testing::Test {
  protected:
   // The clock starts at 1000 ms and moves only when told or slept on.
-  void Open(const std::string& bytes, bool repeat = false, uint32_t interval = kInterval) {
+  void Open(const std::string& bytes, bool repeat = false, uint32_t interval = kInterval, bool keepNul = false) {
     playback_.reset();  // lets go of the last recording: Windows cannot rewrite an open file
     dir_.Write("rec.nmea", bytes);
     playback_ = Ref<NmeaFilePlayback>(new NmeaFilePlayback);
-    playback_->Open(dir_.WideFile("rec.nmea"), interval, repeat);
+    playback_->Open(dir_.WideFile("rec.nmea"), interval, repeat, keepNul);
   }
 
   // One Read with the reading thread's capacity unless told otherwise;
@@ -128,6 +132,65 @@ TEST_F(Playback, PacesCatchesUpAndRepeats) {
       EXPECT_EQ(clock_.Sleeps(), step.sleeps);
       EXPECT_EQ(playback_->PendingLines(), step.pending);
     }
+  }
+}
+
+// Receivers that mix a binary protocol into their NMEA leave NUL bytes,
+// lone CRs and LFs and "$" in a recording's lines. By default a NUL ends
+// its line, and the next line overwrites the rest, line end included; when
+// NULs are kept (the receiver options go beyond the defaults), every line
+// comes whole.
+TEST_F(Playback, ANulInALineEndsItOnlyByDefault) {
+  using namespace std::string_literals;
+  const std::string binary = "\xB5\x62\x01\x00$\x00\r\x07\n\x02"s;  // NUL, "$", lone CR and LF
+  const struct {
+    const char* name;
+    std::string file;
+    std::u16string byDefault, keptWhole;
+  } cases[] = {
+      {"binary before a sentence", "$GPA\r\n" + binary + "$GPB\r\n$GPC\r\n", u"$GPA\n\xB5\x62\x01$GPC\n",
+       u"$GPA\n\xB5\x62\x01\0$\0\r\x07\n\x02$GPB\n$GPC\n"s},
+      {"a NUL at the start of a line", "\0$GPA\r\n$GPB\r\n"s, u"$GPB\n", u"\0$GPA\n$GPB\n"s},
+      {"a NUL as the last byte of the file", "$GPA\r\n\0"s, u"$GPA\n", u"$GPA\n\0"s},
+      {"UTF-16 with a NUL unit", "\xFF\xFE$\0A\0\0\0B\0\r\0\n\0$\0C\0\r\0\n\0"s, u"$A$C\n", u"$A\0B\n$C\n"s},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    for (const bool keepNul : {false, true}) {
+      Open(c.file, false, kInterval, keepNul);
+      clock_.Advance(10 * kInterval);  // every line is due
+      EXPECT_EQ(Read(), keepNul ? c.keptWhole : c.byDefault) << (keepNul ? "NULs kept" : "by default");
+    }
+  }
+}
+
+// A simulated receiver that sends a binary message before every sentence,
+// recorded in UTF-16 so its NULs are whole units: with options beyond the
+// defaults every fix of the recording comes through, with the defaults
+// next to none.
+TEST_F(Playback, AMixedRecordingGivesEveryFixOnlyWithOptionsBeyondTheDefaults) {
+  sim::SimulatorOptions simulation;
+  simulation.binaryMessages = 1.0;
+  sim::Simulator simulator(simulation);
+  std::ostringstream recording;
+  sim::RecordingWriter writer(recording, sim::Encoding::kUtf16Le);
+  constexpr int kEpochs = 30;
+  for (int i = 0; i < kEpochs; ++i)
+    for (const sim::Line& line : simulator.Next().lines) writer.WriteLine(line.binary + line.text);
+  nmea::ReceiverOptions talkers;
+  ASSERT_TRUE(talkers.SetTalkers("GP,GN"));
+  for (const bool mixed : {false, true}) {
+    Open(recording.str(), false, kInterval, mixed);
+    nmea::ReceiverStateStore store(mixed ? talkers : nmea::ReceiverOptions());
+    store.Reset();
+    int fixes = 0;
+    for (std::u16string text; clock_.Advance(10 * kInterval), !(text = Read()).empty();) {
+      store.ProcessChunk(text);
+      for (size_t i = 0; i < store.RecognisedSentences().Count(); ++i)
+        fixes += store.RecognisedSentences()[i].substr(0, 6) == u"$GPGGA";
+    }
+    EXPECT_EQ(fixes >= kEpochs, mixed) << fixes << " fixes of " << kEpochs;
+    EXPECT_LE(fixes, kEpochs);
   }
 }
 

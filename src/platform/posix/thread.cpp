@@ -17,11 +17,14 @@ struct ThreadState {
   bool finished = false;  // guarded by the hub mutex
   uint32_t exitCode = kStillActive;
   pid_t tid = 0;  // guarded by the hub mutex
+  // The thread's own reference, given up only as it ends. A thread that
+  // frees memory while it runs gets a malloc arena of its own from glibc
+  // (a few KiB each, for every driver), so it frees nothing before then.
+  std::shared_ptr<ThreadState> self;
 };
 
 void* Trampoline(void* raw) {
-  auto state = *static_cast<std::shared_ptr<ThreadState>*>(raw);
-  delete static_cast<std::shared_ptr<ThreadState>*>(raw);
+  ThreadState* const state = static_cast<ThreadState*>(raw);
   {
     std::lock_guard<std::mutex> lock(posix::HubMutex());
     state->tid = static_cast<pid_t>(syscall(SYS_gettid));
@@ -35,6 +38,7 @@ void* Trampoline(void* raw) {
     state->finished = true;
   }
   posix::HubChanged().notify_all();
+  const std::shared_ptr<ThreadState> last = std::move(state->self);
   return nullptr;
 }
 
@@ -107,11 +111,11 @@ class PosixThread final : public Thread {
 std::unique_ptr<Thread> Thread::Start(ThreadBody body) {
   auto state = std::make_shared<ThreadState>();
   state->body = std::move(body);
-  auto* handoff = new std::shared_ptr<ThreadState>(state);
+  state->self = state;
   pthread_t thread;
-  const int rc = pthread_create(&thread, nullptr, Trampoline, handoff);
+  const int rc = pthread_create(&thread, nullptr, Trampoline, state.get());
   if (rc != 0) {
-    delete handoff;
+    state->self.reset();
     SetLastError(rc == EAGAIN ? kErrorOutOfMemory : kErrorNotSupported);
     return nullptr;
   }

@@ -1,8 +1,9 @@
-// Every POSIX event and every thread end is guarded by one process-wide
-// mutex and announced on one condition variable. That lets a caller wait for
-// "this thread ended or that event was set" (WaitForMultipleObjects) without
-// a waiter list; the library has a handful of threads, so the shared wake-ups
-// cost nothing.
+// Every thread's start and end is guarded by one process-wide mutex and
+// announced on one condition variable, the hub. A wait for "this thread
+// ended or that event was set" (WaitForMultipleObjects) waits there, and the
+// event announces its sets there while such a wait is under way. Threads
+// start and end seldom; events have their own condition variables, so their
+// frequent sets wake only their own waiters.
 #pragma once
 
 #include <chrono>
@@ -18,8 +19,6 @@ std::condition_variable& HubChanged();
 
 // Callers hold the hub mutex.
 bool ThreadFinishedLocked(Thread& thread);
-bool EventSetLocked(Event& event);
-void ConsumeEventLocked(Event& event);  // an auto-reset event resets
 
 // Waits under `lock` until `ready()` holds or `ms` clock milliseconds pass.
 template <class Ready>

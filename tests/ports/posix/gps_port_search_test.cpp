@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "KavoMobileGPS.h"
+#include "common/environment.h"
 #include "common/eventually.h"
 #include "common/log_capture.h"
 #include "common/pty_peer/pty_receiver.h"
@@ -55,9 +56,10 @@ class SearchClock : public test::FastClock {
   uint32_t RealWaitMs(uint32_t ms) override { return ms >= 15000 ? 120000 : FastClock::RealWaitMs(ms); }
 };
 
-std::unique_ptr<sim::PtyReceiver> Receiver(uint32_t baud, bool silent = false) {
+std::unique_ptr<sim::PtyReceiver> Receiver(uint32_t baud, bool silent = false, double binaryMessages = 0.0) {
   sim::PtyReceiverOptions options;
   options.simulation.rateHz = 5;
+  options.simulation.binaryMessages = binaryMessages;
   options.baudRate = baud;
   options.silent = silent;
   options.realWaitMs = [](uint32_t ms) { return platform::CurrentClock().RealWaitMs(ms); };
@@ -105,18 +107,24 @@ TEST_F(PortSearch, TheLastSpeedIsTriedAndADriverOpensTheFoundPortAtTheSpeedFound
     auto machine = Machine({{old->DevicePath(), "USB"}});
     EXPECT_EQ(Search(), std::pair(std::string("COM7:"), 2400));
   }
-  auto gps = Receiver(9600);
+  // A survey module that sends a binary message before every sentence:
+  // found, and read in full once other talkers are accepted.
+  auto gps = Receiver(9600, false, 1.0);
   auto machine = Machine({{gps->DevicePath(), "USB"}});
+  test::ScopedEnvironment talkers("KAVOGPS_TALKERS", "GP,GN");
   COMPortInfoHandle port = COMPortInfo_FindGPSCOMPort(1);
   ASSERT_NE(port, nullptr);
-  GPSDriverHandle driver = GPSDriver_CreateFromCOMPort(port, nullptr, nullptr, nullptr);
+  static std::atomic<int> fixes;
+  fixes = 0;
+  GPSDriverHandle driver = GPSDriver_CreateFromCOMPort(port, nullptr, nullptr, [](const KavoChar* sentence) {
+    fixes += std::u16string_view(sentence).substr(0, 6) == u"$GPGGA";
+  });
   COMPortInfo_Release(port);
   ASSERT_EQ(GPSDriver_Start(driver), 1) << KavoMobileGPS_GetLastError();
-  GPSLocation location{};
-  EXPECT_TRUE(Eventually([&] {
-    GPSDriver_GetLocation(driver, &location);
-    return location.FixQuality > 0 && GPSDriver_GetStatus(driver) == 0;
-  }));
+  const uint64_t epochs = gps->Snapshot().epochs;
+  // Every epoch's fix once the driver reads, a few the defaults would see.
+  EXPECT_TRUE(Eventually([&] { return gps->Snapshot().epochs >= epochs + 30; }));
+  EXPECT_GE(fixes, 25);
   EXPECT_EQ(gps->Snapshot().lineBaud, 9600u) << "the driver opened the port at the speed found";
   GPSDriver_Release(driver);
 }

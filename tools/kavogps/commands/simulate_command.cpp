@@ -33,6 +33,10 @@ void PrintHelp(std::ostream& out) {
          "  --damage P         damage each line with probability P, 0 to 1 (default 0)\n"
          "  --bad-checksums P  make a line's checksum wrong or leave it out, with\n"
          "                     probability P, 0 to 1 (default 0)\n"
+         "  --binary P         send a binary message (a UBX frame holding NUL bytes,\n"
+         "                     lone CR and LF, and \"$\") just before a line, with\n"
+         "                     probability P, 0 to 1 (default 0), as survey and RTK\n"
+         "                     modules mix their own protocol into NMEA\n"
          "  --encoding E       ascii, utf8, utf16le or utf16be (default ascii)\n"
          "  --output FILE      write a recording to FILE (default, or -: standard output)\n";
   if (LiveReceiverAvailable()) {
@@ -169,6 +173,10 @@ bool ReadSentenceOption(OptionReader& reader, sim::SimulatorOptions* o, bool* ok
     *ok = ReadValue(reader, "a probability from 0 to 1", [&](const std::string& t) {
       return ParseNumber(t, &o->badChecksums) && o->badChecksums >= 0.0 && o->badChecksums <= 1.0;
     });
+  } else if (name == "--binary") {
+    *ok = ReadValue(reader, "a probability from 0 to 1", [&](const std::string& t) {
+      return ParseNumber(t, &o->binaryMessages) && o->binaryMessages >= 0.0 && o->binaryMessages <= 1.0;
+    });
   } else if (name == "--damage") {
     *ok = ReadValue(reader, "a probability from 0 to 1", [&](const std::string& t) {
       return ParseNumber(t, &o->damage) && o->damage >= 0.0 && o->damage <= 1.0;
@@ -251,7 +259,7 @@ uint64_t WriteSimulation(const SimulateSettings& settings, std::ostream& out, ui
   for (; written < epochs && writer.Good(); ++written) {
     const sim::Epoch epoch = simulator.Next();
     for (const sim::Line& line : epoch.lines) {
-      writer.WriteLine(line.text);
+      writer.WriteLine(line.binary + line.text);
       ++*lines;
       if (line.damage != sim::Damage::kNone) ++*damaged;
     }
