@@ -144,6 +144,9 @@ TEST(ComPortApi, TheCollectionListsPortsAndRefusesIndexesOutsideIt) {
   COMPortInfoHandle port = COMPortCollection_GetPort(ports, 1, &busy);
   ASSERT_NE(port, nullptr);
   EXPECT_EQ(busy, 1);  // no such device
+  COMPortParams params{};
+  EXPECT_TRUE(COMPortInfo_GetParams(port, &params) && params.BaudRate == 4800 && params.Parity == 0 &&
+              params.StopBits == 0 && params.ByteSize == 8);
   COMPortCollection_Release(ports);
   EXPECT_EQ(KavoMobileGPS_GetLastError(), 0u);
   EXPECT_EQ(std::u16string(reinterpret_cast<const char16_t*>(COMPortInfo_GetName(port))), u"COM95:")

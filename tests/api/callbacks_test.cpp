@@ -172,16 +172,6 @@ class CallbackRun {
   bool started_ = false;
 };
 
-const char* Name(const Case& c) {
-  static const char* const triggers[] = {"sentence", "data", "status", "silence status"};
-  static const char* const actions[] = {"waits for the app's Stop", "waits for the app's Release", "calls Stop",
-                                        "calls Release", "reads the driver"};
-  static std::string name;
-  name = std::string(c.source == Source::kRecording ? "recording: " : "port: ") +
-         triggers[static_cast<int>(c.trigger)] + " callback " + actions[static_cast<int>(c.action)];
-  return name.c_str();
-}
-
 TEST(Callbacks, StopAndReleaseStayBoundedAndFinalWhateverACallbackDoes) {
   BoundClock clock;
   struct Row {
@@ -200,7 +190,8 @@ TEST(Callbacks, StopAndReleaseStayBoundedAndFinalWhateverACallbackDoes) {
   for (const Source source : {Source::kRecording, Source::kPort}) {
     for (const Row& row : rows) {
       Case c{source, row.trigger, row.action};
-      SCOPED_TRACE(Name(c));
+      SCOPED_TRACE(testing::Message() << "source " << int(source) << ", trigger " << int(row.trigger) << ", action "
+                                      << int(row.action));
       test::LogCapture log;
       CallbackRun run(c);
       ASSERT_TRUE(run.Started()) << KavoMobileGPS_GetLastError();

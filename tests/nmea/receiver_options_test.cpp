@@ -109,43 +109,5 @@ TEST_F(StoreTest, ChecksumsAreCheckedOnlyWhenAskedAndAMissingOneOnlyWhenRequired
   }
 }
 
-// Fourteen in view over three talkers: the four the solution uses stay
-// however weak, then the strongest; Galileo 5 appears once as 305, with
-// its stronger signal; a talker that stops reporting is gone an epoch later.
-TEST_F(StoreTest, MergedSkyKeepsTheUsedFirstAndDropsASilentTalker) {
-  ReceiverOptions options;
-  options.SetTalkers("GP,GN,GL,GA");
-  nmea::ReceiverStateStore store(options);
-  store.Reset();
-  const std::vector<std::string> gps = {"$GPGSV,3,1,11,01,10,010,10,02,10,020,11,03,10,030,12,04,40,040,30,1",
-                                        "$GPGSV,3,2,11,06,40,060,31,07,40,070,32,08,40,080,33,09,40,090,34,1",
-                                        "$GPGSV,3,3,11,10,40,100,35,11,40,110,36,12,40,120,37,1"};
-  const std::vector<std::string> others = {"$GLGSV,1,1,01,70,50,200,45,1", "$GAGSV,1,1,02,05,30,300,15,06,30,310,39,7",
-                                           "$GAGSV,1,1,01,05,30,300,20,1"};
-  auto feed = [&](const std::vector<std::string>& lines) {
-    for (const std::string& line : lines) store.ProcessChunk(W(line + "\r\n"));
-  };
-  auto table = [&] {
-    std::vector<std::pair<int, int>> entries;  // number, SNR
-    for (int i = 0; i < store.Satellites().Count; ++i)
-      entries.emplace_back(store.Satellites().Satellites[i].PRN, store.Satellites().Satellites[i].SNR);
-    return entries;
-  };
-  feed({"$GNGSA,A,3,01,02,03,,,,,,,,,,1.5,0.9,1.2,1", "$GNGSA,A,3,05,,,,,,,,,,,,1.5,0.9,1.2,3"});
-  feed(gps);
-  feed(others);
-  const std::vector<std::pair<int, int>> full = {{1, 10},  {2, 11},  {3, 12},  {7, 32},  {8, 33},   {9, 34},
-                                                 {10, 35}, {11, 36}, {12, 37}, {70, 45}, {305, 20}, {306, 39}};
-  EXPECT_EQ(table(), full);
-  EXPECT_TRUE(log_.Contains(u"Satellites in view: 14, 12 kept")) << log_.Utf8();
-  EXPECT_EQ(store.Location().HDOP, 0.9);
-  feed(gps);  // the next epoch, without GLONASS: the table waits for it
-  feed({others[1], others[2]});
-  EXPECT_EQ(table(), full);
-  feed(gps);
-  EXPECT_EQ(store.Satellites().Count, 12);
-  for (const auto& [number, snr] : table()) EXPECT_NE(number, 70);
-}
-
 }  // namespace
 }  // namespace kavo::test

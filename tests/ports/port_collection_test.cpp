@@ -64,18 +64,5 @@ TEST(PortCollection, ListsPlainPortsFirstThenSpecialThenBluetoothSerialPorts) {
                                  u"COM4:", u"COM8:", u"COM1:"}));
 }
 
-TEST(PortCollection, APortThatCannotBeOpenedIsBusyWithItsListedNameAndDefaults) {
-  test::RegistryModel model(Active("01", "COM97:"));
-  const Ref<COMPortCollection> ports = COMPortCollection::Create(1);
-  test::LogCapture quiet;
-  COMPortInfo port(u"stale", 9600, 2, 7, 2);
-  uint8_t busy = 0;
-  ASSERT_TRUE(ports->ObtainPort(0, &port, &busy, nullptr));
-  EXPECT_EQ(busy, 1);
-  EXPECT_EQ(std::u16string(port.Name), u"COM97:");
-  EXPECT_EQ(std::vector<int>({int(port.BaudRate), port.Parity, port.ByteSize, port.StopBits}),
-            std::vector<int>({4800, 0, 8, 0}));
-}
-
 }  // namespace
 }  // namespace kavo

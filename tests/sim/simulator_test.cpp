@@ -1,10 +1,13 @@
-// The simulated receiver's output: well-formed and in a receiver's order.
+// The simulated receiver's output: well-formed, in a receiver's order, and
+// where the truth is, north and east or south and west.
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <sstream>
 
+#include "nmea/receiver_state_store.h"
 #include "sim/simulator.h"
+#include "support/wide_string.h"
 
 namespace kavo::sim {
 namespace {
@@ -63,7 +66,12 @@ TEST(Simulator, SentencesAreWellFormedAndInAReceiversOrder) {
     o.otherTalkers = o.proprietary = o.fixLoss = extras;
     o.startTime = {2024, 12, 31, 23, 59, 30, 0};        // the year rolls over mid-run
     if (extras) o.start = {-33.8688, -151.2093, 40.0};  // south and west
+    nmea::ReceiverStateStore store;                     // the position as the library reads it
+    store.Reset();
     for (const Epoch& e : Simulate(o, 1000)) {
+      store.ProcessChunk(FromUtf8(e.Text()));
+      if (e.fix) EXPECT_NEAR(store.Location().Latitude, e.truth.position.latitude, 2e-6) << e.index;
+      if (e.fix) EXPECT_NEAR(store.Location().Longitude, e.truth.position.longitude, 2e-6) << e.index;
       Sentences all;
       for (const Line& line : e.lines) {
         ASSERT_EQ(SentenceProblem(line.text), "") << line.text;

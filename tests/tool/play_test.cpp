@@ -7,6 +7,7 @@
 
 #include "common/temp_dir.h"
 #include "session/json_report.h"
+#include "sim/nmea_format.h"
 #include "tool_run.h"
 
 namespace kavo::test {
@@ -92,11 +93,9 @@ std::string Recording(const std::string& talker, bool damage) {
   std::string text;
   for (const char* body : {"GGA,100000,4807,N,01131,E,1,10,1,520,M,,M,,", "RMC,100000,A,4807,N,01131,E,,,140524,,,A",
                            "GGA,100001,4807,N,01131,E,1,10,1,520,M,,M,,", "RMC,100001,A,4807,N,01131,E,,,140524,,,A"}) {
-    const std::string sentence = talker + body;
-    unsigned sum = damage ? 1 : 0;
-    for (char c : sentence) sum ^= static_cast<unsigned char>(c);
-    static const char hex[] = "0123456789ABCDEF";
-    text += "$" + sentence + '*' + hex[sum >> 4] + hex[sum & 15] + "\r\n";
+    std::string sentence = sim::Sentence(talker + body);
+    if (damage) sentence.back() = sentence.back() == '0' ? '1' : '0';  // a wrong checksum
+    text += sentence + "\r\n";
   }
   return text;
 }

@@ -5,13 +5,13 @@
 // KAVOGPS_SOAK_SECONDS sets how long (3 s unless given).
 // With the argument "exit", starts four drivers and returns from main while
 // they run: nothing the threads reach may be destroyed under them.
-#include <dirent.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <mutex>
@@ -28,13 +28,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-int Entries(const char* folder) {
-  int count = 0;
-  if (DIR* dir = opendir(folder)) {
-    while (readdir(dir)) ++count;
-    closedir(dir);
-  }
-  return count;
+long Entries(const char* folder) {
+  return std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator());
 }
 
 std::u16string Wide(const std::string& text) { return std::u16string(text.begin(), text.end()); }
@@ -111,7 +106,7 @@ int main(int argc, char** argv) {
   const char* seconds = std::getenv("KAVOGPS_SOAK_SECONDS");
   const auto length = std::chrono::seconds(seconds ? std::atoi(seconds) : 3);
   std::thread([] {}).join();  // a sanitizer's own helper thread starts with the first thread
-  const int fdsBefore = Entries("/proc/self/fd"), threadsBefore = Entries("/proc/self/task");
+  const long fdsBefore = Entries("/proc/self/fd"), threadsBefore = Entries("/proc/self/task");
   std::atomic<long>& cycles = g_cycles;
   std::atomic<long> failures{0};
   bool receiving = false;
@@ -179,7 +174,7 @@ int main(int argc, char** argv) {
     GPSDriver_Release(driver);
   }
   // Threads given up on end within one read; give them that long.
-  int fdsAfter = 0, threadsAfter = 0;
+  long fdsAfter = 0, threadsAfter = 0;
   for (int wait = 0; wait < 100; ++wait) {
     fdsAfter = Entries("/proc/self/fd");
     threadsAfter = Entries("/proc/self/task");
@@ -189,7 +184,7 @@ int main(int argc, char** argv) {
   std::remove(std::string(recording.begin(), recording.end()).c_str());
   std::printf(
       "soak: %ld driver lives in %lld s, %ld sentences, %ld stops or releases from callbacks, %ld failed starts "
-      "or stops, a port driver %s afterwards; descriptors %d -> %d, threads %d -> %d\n",
+      "or stops, a port driver %s afterwards; descriptors %ld -> %ld, threads %ld -> %ld\n",
       cycles.load(), static_cast<long long>(length.count()), g_sentences.load(), g_fromCallbacks.load(),
       failures.load(), receiving ? "receives" : "DOES NOT RECEIVE", fdsBefore, fdsAfter, threadsBefore, threadsAfter);
   return receiving && cycles > 0 && g_fromCallbacks > 0 && fdsAfter <= fdsBefore && threadsAfter <= threadsBefore ? 0
