@@ -52,23 +52,23 @@ TEST(EpochAssembler, AnEpochEndsWithItsLastSentenceOnceTheRecordHoldsItOrElseWhe
   // A sentence and the record before it, or (no sentence) the newest
   // record; then how many epochs were reported.
   const std::vector<std::tuple<std::string, Reading, size_t>> steps = {
-      {"$GPRMC,100009,A,4806.0,N,01131.0,E,0.0,233.3,140524,,,A*00", none, 0},  // never in the record: left out
-      {"$GPGGA,100010,4807.0,N,01131.0,E,1,,,,M,,M,,*00", none, 0},
-      {"$GPGSA,A,3,02,03,,,,,,,,,,,,,*00", none, 0},
-      {"$GPGSV,1,1,01,02,49,211,38*00", none, 0},
-      {"$GPRMC,100010,A,4807.0,N,01131.0,E,0.0,233.3,140524,,,A*00", none, 0},
-      {"$GPGGA,100011,4808.0,N,01131.0,E,1,,,,M,,M,,*00", a, 1},  // a new time: RMC ends the epochs from now on
-      {"$GPGSA,A,3,02,,,,,,,,,,,,,,*00", a, 1},
-      {gsv37, a, 1},
-      {"$GPRMC,100011,A,4808.0,N,01131.0,E,1.0,233.3,140524,,,A*00", a, 1},
-      {"", b, 1},  // the sky is not the epoch's yet
-      {"", c, 2},
-      {"$GPGGA,100012,4808.0,N,01131.0,E,1,,,,M,,M,,*00", c, 2},
-      {gsv37, c, 2},
-      {"$GPRMC,100012,A,4808.0,N,01131.0,E,1.0,233.3,140524,,,A*00", c, 3},  // standing still: held already
-      {"$GPGGA,100013,4808.0,N,01131.0,E,1,,,,M,,M,,*00", c, 3},
-      {"$GPRMC,100013,A,4808.0,N,01131.0,E,2.0,233.3,140524,,,A*00", c, 3},
-      {"$GPGGA,100014,4808.0,N,01131.0,E,1,,,,M,,M,,*00", c, 4},  // that RMC never showed: no speed
+      {"$GPRMC,100009,A,4806.0,N,01131.0,E,0.0,233.3,140524,,,A*00", none, 0},  // never held: told from itself
+      {"$GPGGA,100010,4807.0,N,01131.0,E,1,,,,M,,M,,*00", none, 1},
+      {"$GPGSA,A,3,02,03,,,,,,,,,,,,,*00", none, 1},
+      {"$GPGSV,1,1,01,02,49,211,38*00", none, 1},
+      {"$GPRMC,100010,A,4807.0,N,01131.0,E,0.0,233.3,140524,,,A*00", none, 1},
+      {"$GPGGA,100011,4808.0,N,01131.0,E,1,,,,M,,M,,*00", a, 2},  // a new time: RMC ends the epochs from now on
+      {"$GPGSA,A,3,02,,,,,,,,,,,,,,*00", a, 2},
+      {gsv37, a, 2},
+      {"$GPRMC,100011,A,4808.0,N,01131.0,E,1.0,233.3,140524,,,A*00", a, 2},
+      {"", b, 2},  // the sky is not the epoch's yet
+      {"", c, 3},
+      {"$GPGGA,100012,4808.0,N,01131.0,E,1,,,,M,,M,,*00", c, 3},
+      {gsv37, c, 3},
+      {"$GPRMC,100012,A,4808.0,N,01131.0,E,1.0,233.3,140524,,,A*00", c, 4},  // standing still: held already
+      {"$GPGGA,100013,4808.0,N,01131.0,E,1,,,,M,,M,,*00", c, 4},
+      {"$GPRMC,100013,A,4808.0,N,01131.0,E,2.0,233.3,140524,,,A*00", c, 4},
+      {"$GPGGA,100014,4808.0,N,01131.0,E,1,,,,M,,M,,*00", c, 5},  // that RMC never showed: its own speed
   };
   std::vector<EpochReport> reports;
   EpochAssembler epochs(300, [&](const EpochReport& r) { reports.push_back(r); });
@@ -87,8 +87,30 @@ TEST(EpochAssembler, AnEpochEndsWithItsLastSentenceOnceTheRecordHoldsItOrElseWhe
                   (r.skyChanged ? " sky" : "") + " used");
     for (int32_t prn : r.used) got.back() += " " + std::to_string(prn);
   }
-  EXPECT_EQ(got, (std::vector<std::string>{"10:00:10 speed sky used 2 3", "10:00:11 speed sky used 2",
-                                           "10:00:12 speed used 2", "10:00:13 used 2", "10:00:14 used 2"}));
+  EXPECT_EQ(got,
+            (std::vector<std::string>{"10:00:09 speed used", "10:00:10 speed sky used 2 3", "10:00:11 speed sky used 2",
+                                      "10:00:12 speed used 2", "10:00:13 speed used 2", "10:00:14 used 2"}));
+}
+
+TEST(EpochAssembler, WhatReachedTheLibraryWithTheNextEpochIsToldFromTheEpochsOwnSentences) {
+  // The playback fell behind: RMC, VTG and the next GGA came in one chunk,
+  // so the record read before them holds the first GGA only, without a date.
+  Reading gga;
+  GPSLocation& l = gga.location;
+  l.Latitude = 48 + 7.038 / 60, l.Longitude = 11 + 31.002 / 60, l.Altitude = 520, l.FixQuality = 1;
+  l.Time = 45000.0 + 36000 * kSecond, l.TimeType = GPS_TIME_OF_DAY;
+  l.ValidFlags = GPS_VALID_POSITION | GPS_VALID_ALTITUDE;
+  std::vector<EpochReport> reports;
+  EpochAssembler epochs(300, [&](const EpochReport& r) { reports.push_back(r); });
+  epochs.Sentence("$GPGGA,100000.00,4807.0380,N,01131.0020,E,1,,,520.0,M,,M,,*00", Reading{}, 0);
+  for (const char* sentence :
+       {"$GPRMC,100000.00,A,4807.0380,N,01131.0020,E,0.50,233.4,140524,,,A*00",
+        "$GPVTG,233.4,T,230.4,M,0.50,N,0.93,K,A*00", "$GPGGA,100001.00,4807.0379,N,01131.0018,E,1,,,520.0,M,,M,,*00"})
+    epochs.Sentence(sentence, gga, 10);
+  ASSERT_EQ(reports.size(), 1u);
+  EXPECT_EQ(TpvJson(reports[0].reading, ""),
+            "{\"class\":\"TPV\",\"mode\":3,\"status\":1,\"time\":\"2024-05-14T10:00:00.000Z\",\"lat\":48.1173,"
+            "\"lon\":11.5167,\"alt\":520,\"altMSL\":520,\"speed\":0.257,\"track\":233.4,\"magtrack\":230.4}");
 }
 
 TEST(JsonReport, TpvFollowsTheFixSkyNamesEachSatellitesSystemAndNumbersStayPlain) {

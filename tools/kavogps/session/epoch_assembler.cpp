@@ -42,14 +42,19 @@ bool SameSky(const Reading& a, const Reading& b) {
 
 // The record's time moved to the epoch's own time of day `hhmmss`: the
 // library leaves its record alone for a sentence that repeats the last
-// position, time and all. The date stays the record's, a day on when the
-// time of day wrapped past midnight.
-void SetTimeOfDay(GPSLocation& l, const std::string& hhmmss) {
+// position, time and all. The date is the epoch's own when it sent one;
+// else the record's, a day on when the time of day wrapped past midnight.
+void SetTime(GPSLocation& l, const std::string& hhmmss, const std::optional<calendar::CivilTime>& date) {
   if (hhmmss.size() < 6) return;
   const std::string_view text(hhmmss);
   const double sent =
       (FieldNumber(text.substr(0, 2)) * 3600.0 + FieldNumber(text.substr(2, 2)) * 60.0 + FieldNumber(text.substr(4))) /
       86400.0;
+  if (date) {
+    l.Time = calendar::OleDateFromCivil(*date) + sent;
+    l.TimeType = GPS_TIME_FULL;
+    return;
+  }
   if (l.TimeType == GPS_TIME_LOCAL_CLOCK) l.TimeType = GPS_TIME_OF_DAY;
   double day = std::floor(l.Time);
   const double held = l.Time - day;
@@ -87,6 +92,45 @@ double Held(const GPSLocation& l, uint32_t flag) {
   }
 }
 
+// Puts the epoch's own `value` where Held reads it.
+void Put(GPSLocation& l, uint32_t flag, double value) {
+  constexpr double kRadiansPerDegree = 3.14159265358979323846 / 180.0;
+  switch (flag) {
+    case GPS_VALID_POSITION:
+      l.Latitude = value;
+      break;
+    case 0:
+      l.Longitude = value;
+      break;
+    case GPS_VALID_SPEED:
+      l.Speed = value;
+      break;
+    case GPS_VALID_COURSE:
+      l.Course = value * kRadiansPerDegree;
+      break;
+    case GPS_VALID_MAGNETIC_COURSE:
+      l.MagneticCourse = value * kRadiansPerDegree;
+      break;
+    case GPS_VALID_ALTITUDE:
+      l.Altitude = value;
+      break;
+    case GPS_VALID_GEOID_SEPARATION:
+      l.GeoidSeparation = value;
+      break;
+    case GPS_VALID_SATELLITES_IN_USE:
+      l.SatellitesInUse = static_cast<int32_t>(value);
+      break;
+    case GPS_VALID_PDOP:
+      l.PDOP = value;
+      break;
+    case GPS_VALID_HDOP:
+      l.HDOP = value;
+      break;
+    default:
+      l.VDOP = value;
+  }
+}
+
 // The flags whose values in the record differ from what the epoch sent:
 // those sentences reached the library only with the next epoch's.
 uint32_t Differing(const GPSLocation& l, const std::vector<std::pair<uint32_t, double>>& values) {
@@ -117,6 +161,7 @@ void EpochAssembler::Sentence(const std::string& sentence, const Reading& before
   keys_.insert(facts.key);
   lastKind_ = facts.kind;
   if (time_.empty()) time_ = facts.time;
+  if (facts.date) date_ = facts.date;
   said_ |= facts.said;
   known_ |= facts.known;
   sky_ |= facts.sky;
@@ -168,27 +213,36 @@ void EpochAssembler::Close(const Reading& reading) {
   GPSLocation& l = report.reading.location;
   // GGA's quality decides; without a GGA, the position sentences' status.
   report.fix = quality_ ? *quality_ > 0 && fix_.value_or(false) : fix_.value_or(false);
-  // A fix whose position the record does not hold cannot be told at all.
-  const bool whole = !(report.fix && (differing & GPS_VALID_POSITION));
+  // Values the record does not hold yet reached the library only with the
+  // next epoch's sentences: the epoch's own sentences tell them.
+  uint32_t told = 0;
+  for (const auto& [flag, value] : values_) {
+    const uint32_t valid = flag ? flag : GPS_VALID_POSITION;
+    if ((differing & valid) || !Has(l, valid)) {
+      Put(l, flag, value);
+      told |= valid;
+    }
+  }
   report.timeKnown = !time_.empty();
   // What the epoch's sentences left empty is unknown; satellites and
   // dilutions no sentence of the epoch spoke of are the last ones known.
-  l.ValidFlags &= (known_ | (kSkyFlags & ~said_)) & ~differing & (report.fix ? ~0u : ~kNeedsFix);
+  l.ValidFlags = (l.ValidFlags | told) & (known_ | (kSkyFlags & ~said_)) & (report.fix ? ~0u : ~kNeedsFix);
   l.FixQuality = !report.fix ? 0 : quality_ ? *quality_ : l.FixQuality > 0 ? l.FixQuality : 1;
   if (report.timeKnown)
-    SetTimeOfDay(l, time_);
+    SetTime(l, time_, date_);
   else
     l.TimeType = GPS_TIME_LOCAL_CLOCK;
   if (used_) lastUsed_ = *used_;
   report.used = lastUsed_;
   // A sky the record does not hold yet is reported with a later epoch.
-  if (whole && sky_ && HoldsCycle(reading.satellites, cycle_) &&
+  if (sky_ && HoldsCycle(reading.satellites, cycle_) &&
       (!lastSky_ || !SameSky(lastSky_->reading, report.reading) || lastSky_->used != report.used)) {
     report.skyChanged = true;
     lastSky_ = report;
   }
   open_ = due_ = false;
   time_.clear();
+  date_.reset();
   keys_.clear();
   lastKind_.clear();
   said_ = known_ = 0;
@@ -198,7 +252,7 @@ void EpochAssembler::Close(const Reading& reading) {
   values_.clear();
   cycle_.clear();
   used_.reset();
-  if (whole) onEpoch_(report);
+  onEpoch_(report);
 }
 
 }  // namespace kavo::cli

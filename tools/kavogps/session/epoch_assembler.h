@@ -7,9 +7,10 @@
 // soon as the record holds what they sent, so a report leaves with its
 // epoch's last sentence. When some of an epoch's sentences reached the
 // library together with the next epoch's, the record read at its end
-// differs from what they sent: those values are left out rather than
-// reported from another epoch, and a fix whose position is not the
-// record's is left out whole. Independent of how the reports are shown.
+// lacks what they sent or holds the next epoch's values instead: those
+// values, and RMC's date, are taken from the epoch's own sentences rather
+// than left out or reported from another epoch. Independent of how the
+// reports are shown.
 #pragma once
 
 #include <cstdint>
@@ -57,6 +58,7 @@ class EpochAssembler {
   Listener onEpoch_;
   bool open_ = false;
   std::string time_;
+  std::optional<calendar::CivilTime> date_;
   std::set<std::string> keys_;
   std::string lastKind_, ender_;  // the open epoch's last kind; the kind that ends epochs
   bool due_ = false;

@@ -75,8 +75,22 @@ void ReadGga(const SentenceFields& f, SentenceFacts& facts) {
     if (f.Given(field) && (fix || field <= 8)) facts.values.emplace_back(flag, f.Number(field));
 }
 
+// ddmmyy; two-digit years pivot at 1971, as the library reads them.
+std::optional<calendar::CivilTime> Date(const std::string& ddmmyy) {
+  if (ddmmyy.size() < 6) return std::nullopt;
+  const std::string_view text(ddmmyy);
+  calendar::CivilTime date;
+  date.day = static_cast<int>(FieldNumber(text.substr(0, 2)));
+  date.month = static_cast<int>(FieldNumber(text.substr(2, 2)));
+  const int year = static_cast<int>(FieldNumber(text.substr(4, 2)));
+  date.year = (year < 71 ? 2000 : 1900) + year;
+  if (!calendar::IsValid(date)) return std::nullopt;
+  return date;
+}
+
 void ReadRmc(const SentenceFields& f, SentenceFacts& facts) {
   facts.time = f[1];
+  facts.date = Date(f[9]);
   const bool fix = f[2] == "A" && f.Given(3) && f.Given(5);
   facts.fix = fix;
   facts.said = GPS_VALID_POSITION | GPS_VALID_SPEED | GPS_VALID_COURSE;

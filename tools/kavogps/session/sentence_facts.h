@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "KavoMobileGPS.h"
+#include "civil_calendar.h"
 
 namespace kavo::cli {
 
@@ -26,6 +27,8 @@ struct SentenceFacts {
   std::optional<bool> fix;     // whether it reports a fix, when it says
   std::optional<int> quality;  // GGA's fix quality
   bool sky = false;            // satellites in view or in use
+  // RMC's date, when it gave a valid one: the record may not hold it yet.
+  std::optional<calendar::CivilTime> date;
   // The values it gave, in the units of the library's record (degrees,
   // miles per hour), by GPS_VALID_* flag: a record that holds other values
   // has not taken this sentence in yet.
