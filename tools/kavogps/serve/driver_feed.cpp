@@ -62,7 +62,7 @@ class Feed {
                                                : "': reading it failed while playing it\n");
       return cli::kExitFile;
     }
-    err_ << "kavogps serve: end of recording; serving its last fix until interrupted\n";
+    err_ << "kavogps serve: end of '" << spec_.file << "'; serving its last fix until interrupted\n";
     Present(false);
     while (!interrupt.Wait(kReopenEveryMs)) {}
     return cli::kExitOk;
