@@ -93,7 +93,7 @@ bool ReadSourceOption(OptionReader& reader, std::vector<NamedSource>* sources, b
     int64_t unit = 0;
     *ok = serve::TimeOutputsAvailable() ? reader.Number(0, serve::kMaxNtpShmUnit, "a unit from 0 to 255", &unit)
                                         : reader.Refuse("is not available on Windows: it needs System V shared memory");
-    source->ntpShmUnit = static_cast<int>(unit);
+    if (*ok) source->ntpShmUnit = static_cast<int>(unit);
   } else {
     return false;
   }
