@@ -161,6 +161,8 @@ TEST(KavogpsTool, EachFailureHasItsMessageAndCodeAndLeavesNoFile) {
       {{"monitor", "COM3", "--talkers", "GP,"}, cli::kExitUsage, "invalid value 'GP,'"},
       {{"find", "--checksums", "maybe"}, cli::kExitUsage, "invalid value 'maybe'"},
       {{"serve", "--talkers", "GP,G1"}, cli::kExitUsage, "invalid value 'GP,G1'"},
+      {{"serve", "--port", "COM3", "--find", "--port", "COM3"}, cli::kExitUsage, "'COM3' is named twice"},
+      {{"serve", "--port", "COM3", "--interval", "5"}, cli::kExitUsage, "--interval and --repeat are for playing"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.args.back());

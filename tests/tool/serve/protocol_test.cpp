@@ -66,6 +66,7 @@ TEST(Protocol, EachRequestLineIsAnsweredOnItsOwn) {
       {"?WATCH={\"json\":1};", {"ERROR"}},
       {"?WATCH=[true];", {"ERROR"}},
       {"?WATCH={\"raw\":\"x\"};", {"ERROR"}},
+      {"?WATCH={\"device\":1};", {"ERROR"}},
       {"?DEVICE={\"bps\":9600};", {"ERROR"}},
       {"hello \x01\xff\"\\", {"ERROR"}},
       {"?VERSIONX;", {"ERROR"}},
@@ -102,29 +103,31 @@ TEST(Protocol, WatchPolicyFollowsTheRequests) {
   }
 }
 
-TEST(Protocol, PollAndDevicesShowWhatTheServerKnows) {
+TEST(Protocol, PollAndDevicesAnswerForEveryDevice) {
   ClientProtocol protocol;
   ServerState state;
-  state.device.path = "/dev/ttyUSB0";
   state.now = "2026-01-01T00:00:00.000Z";
-  json poll = Answer(protocol, "?POLL;", state)[0];
-  EXPECT_EQ(poll["active"], 0);
-  EXPECT_EQ(poll["tpv"][0]["mode"], 0);
-  EXPECT_EQ(poll["sky"].size(), 0u);
-
-  state.device.activated = "2026-01-01T00:00:00.000Z";
-  state.device.bps = 4800;
-  state.tpv = R"({"class":"TPV","mode":3,"lat":48.1})";
-  state.sky = R"({"class":"SKY","satellites":[]})";
-  poll = Answer(protocol, "?POLL;", state)[0];
+  state.devices.resize(2);
+  state.devices[0].device.path = "/dev/ttyUSB0";  // not there, never had a fix
+  ServedDevice& live = state.devices[1];
+  live.device = {"/dev/ttyACM0", "NMEA0183", 9600, "2026-01-01T00:00:00.000Z"};
+  live.tpv = R"({"class":"TPV","device":"/dev/ttyACM0","mode":3,"lat":48.1})";
+  live.sky = R"({"class":"SKY","device":"/dev/ttyACM0","satellites":[]})";
+  const json poll = Answer(protocol, "?POLL;", state)[0];
   EXPECT_EQ(poll["active"], 1);
   EXPECT_EQ(poll["time"], state.now);
-  EXPECT_EQ(poll["tpv"][0], json::parse(state.tpv));
-  EXPECT_EQ(poll["sky"][0], json::parse(state.sky));
-  const json device = Answer(protocol, "?DEVICES;", state)[0]["devices"][0];
-  EXPECT_EQ(device["path"], "/dev/ttyUSB0");
-  EXPECT_EQ(device["bps"], 4800);
-  EXPECT_EQ(device["activated"], state.device.activated);
+  EXPECT_EQ(poll["tpv"], json::parse(R"([{"class":"TPV","device":"/dev/ttyUSB0","mode":0},)" + live.tpv + "]"));
+  EXPECT_EQ(poll["sky"], json::parse("[" + live.sky + "]"));
+  const json devices = Answer(protocol, "?DEVICES;", state)[0]["devices"];
+  ASSERT_EQ(devices.size(), 2u);
+  EXPECT_EQ(devices[0], json::parse(R"({"class":"DEVICE","path":"/dev/ttyUSB0","activated":0})"));
+  EXPECT_EQ(devices[1]["bps"], 9600);
+  EXPECT_EQ(devices[1]["activated"], live.device.activated);
+  const std::vector<json> watch = Answer(protocol, R"(?WATCH={"enable":true,"device":"/dev/ttyACM0"};)", state);
+  EXPECT_EQ(watch[0]["devices"].size(), 2u);  // every device is listed, the one watched named
+  EXPECT_EQ(watch[1]["device"], "/dev/ttyACM0");
+  EXPECT_TRUE(protocol.Watches("/dev/ttyACM0"));
+  EXPECT_FALSE(protocol.Watches("/dev/ttyUSB0"));
 }
 
 }  // namespace

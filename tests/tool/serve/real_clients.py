@@ -5,7 +5,8 @@ real_clients.py --data DIR [--pty] -- [EMULATOR...] KAVOGPS
 Runs `serve` on a bundled recording and checks what gpspipe -w, gpspipe -r
 and Python's gps module get; with --pty also a port with no receiver yet,
 then a simulated receiver on a pseudo-terminal that comes, goes and comes
-back. Waits are hang guards only, each a few seconds: a server that never
+back, and two receivers beside a port without one, served at once. Waits
+are hang guards only, each a few seconds: a server that never
 answers fails the test quickly, not at ctest's limit.
 """
 import json, os, queue, re, signal, socket, subprocess, sys, threading
@@ -148,7 +149,36 @@ def receiver_comes_and_goes():
         os.rmdir(folder)
 
 
+def two_receivers_and_one_missing():
+    sims = [subprocess.Popen(tool + ["simulate", "--pty", "--rate", "5", "--duration", "600", "--seed", seed],
+                             stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True) for seed in ("1", "2")]
+    devices = [re.search(r"(/dev/\S+)", sim.stdout.readline()).group(1) for sim in sims]
+    missing = "/dev/kavogps-none"
+    process, port = serve("--port", devices[0], "--port", missing, "--port", devices[1])
+    try:
+        out = subprocess.run(["gpspipe", "-w", "-n", "40", "127.0.0.1:%d" % port],
+                             capture_output=True, text=True, timeout=WAIT).stdout
+        objects = [json.loads(line) for line in out.splitlines()]
+        listed = {d["path"]: d["activated"] for d in objects[1]["devices"]}
+        assert listed.keys() == {devices[0], missing, devices[1]} and listed[missing] == 0, listed
+        fixed = {o["device"] for o in objects if o["class"] == "TPV" and o["mode"] == 3}
+        assert fixed == set(devices), fixed
+        watch = socket.create_connection(("127.0.0.1", port), timeout=WAIT)
+        watch.sendall(('?WATCH={"enable":true,"json":true,"device":"%s"}\n' % devices[1]).encode())
+        stream = watch.makefile("r")
+        for _ in range(10):
+            tpv = next_object(stream, lambda o: o["class"] == "TPV")
+            assert tpv["device"] == devices[1], tpv
+    finally:
+        stop(process)
+        for sim in sims:
+            sim.send_signal(signal.SIGINT)
+            sim.wait(WAIT)
+
+
 recording_clients()
 if "--pty" in options:
     receiver_comes_and_goes()
-print("serve: gpspipe -w, gpspipe -r, the gps module" + (", a receiver late, gone and back" if "--pty" in options else ""))
+    two_receivers_and_one_missing()
+print("serve: gpspipe -w, gpspipe -r, the gps module" +
+      (", a receiver late, gone and back, two receivers beside a missing one" if "--pty" in options else ""))

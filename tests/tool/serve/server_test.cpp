@@ -20,11 +20,11 @@ const std::string kDevice = "/dev/gps0";
 
 // A server on loopback, run on its own thread as `serve` runs it.
 class ServerTest : public ::testing::Test {
- protected:
+ public:
   void Start(size_t queueBytes = 64 * 1024, const char* address = "127.0.0.1") {
     auto server =
         std::make_unique<Server>(io_, ServerOptions{{tcp::endpoint(asio::ip::make_address(address), 0)}, queueBytes},
-                                 DeviceState{"/dev/gps0", "NMEA0183", 4800, "2026-01-01T00:00:00.000Z"});
+                                 std::vector<DeviceState>{{kDevice, "NMEA0183", 4800, "2026-01-01T00:00:00.000Z"}});
     server->Open();
     server_ = std::move(server);
     network_ = std::thread([this] { io_.run(); });
@@ -85,6 +85,68 @@ TEST_F(ServerTest, HundredWatchersGetEveryEpochInOrderBesideOneThatNeverReads) {
   late->Line();
   late->Send("?POLL;\n");
   EXPECT_EQ(late->Object()["tpv"][0]["n"], 49);
+}
+
+// What a watcher read before its answer to ?VERSION: "CLASS device" for
+// each object, raw sentences as they are.
+std::vector<std::string> ReadUntilVersion(std::unique_ptr<ServerTest::Peer>& peer) {
+  peer->Send("?VERSION;\n");
+  std::vector<std::string> got;
+  for (std::string line = peer->Line(); line.find("\"VERSION\"") == std::string::npos; line = peer->Line()) {
+    if (line[0] == '$') {
+      got.push_back(line.substr(0, line.size() - 1));
+      continue;
+    }
+    const json object = json::parse(line);
+    got.push_back(object["class"].get<std::string>() + " " + object.value("device", object.value("path", "")));
+  }
+  return got;
+}
+
+TEST_F(ServerTest, EachWatcherGetsItsDevicesAndOneGoneLeavesTheOthersServed) {
+  Start();
+  const std::string other = "/dev/ttyACM0";
+  const struct {
+    std::string watch;
+    std::vector<std::string> expected;
+  } watchers[] = {
+      {R"({"enable":true,"json":true})",
+       {"DEVICE /dev/ttyACM0", "TPV /dev/gps0", "TPV /dev/ttyACM0", "SKY /dev/ttyACM0", "DEVICE /dev/gps0",
+        "TPV /dev/ttyACM0"}},
+      {R"({"enable":true,"json":true,"device":"/dev/ttyACM0"})",
+       {"DEVICE /dev/ttyACM0", "TPV /dev/ttyACM0", "SKY /dev/ttyACM0", "TPV /dev/ttyACM0"}},
+      {R"({"enable":true,"json":true,"device":"/dev/gps0"})", {"TPV /dev/gps0", "DEVICE /dev/gps0"}},
+      {R"({"enable":true,"json":false,"nmea":true,"device":"/dev/ttyACM0"})", {"$GPGGA,B"}},
+      {R"({"enable":true,"json":true,"nmea":true})",
+       {"DEVICE /dev/ttyACM0", "TPV /dev/gps0", "TPV /dev/ttyACM0", "SKY /dev/ttyACM0", "$GPGGA,A", "$GPGGA,B",
+        "DEVICE /dev/gps0", "TPV /dev/ttyACM0"}},
+  };
+  std::vector<std::unique_ptr<Peer>> peers;
+  for (const auto& watcher : watchers) {
+    peers.push_back(Connect());
+    peers.back()->Send("?WATCH=" + watcher.watch + "\n");
+    while (peers.back()->Object()["class"] != "WATCH") {}
+  }
+  const auto tpv = [](const std::string& device) { return R"({"class":"TPV","mode":3,"device":")" + device + "\"}"; };
+  server_->Device(DeviceState{other, "NMEA0183", 9600, "2026-01-01T00:00:01.000Z"});  // a second receiver comes
+  server_->Epoch(kDevice, tpv(kDevice), "");
+  server_->Epoch(other, tpv(other), R"({"class":"SKY","device":"/dev/ttyACM0"})");
+  server_->Nmea(kDevice, "$GPGGA,A");
+  server_->Nmea(other, "$GPGGA,B");
+  server_->Device(DeviceState{kDevice, "NMEA0183", 4800, ""});  // the first receiver failed
+  server_->Epoch(other, tpv(other), "");
+  for (size_t i = 0; i < peers.size(); ++i) EXPECT_EQ(ReadUntilVersion(peers[i]), watchers[i].expected) << i;
+
+  auto late = Connect();
+  late->Line();
+  late->Send("?DEVICES;?POLL;\n");
+  const json devices = late->Object()["devices"];
+  ASSERT_EQ(devices.size(), 2u);
+  EXPECT_EQ(devices[0]["activated"], 0);
+  EXPECT_EQ(devices[1]["path"], other);
+  const json poll = late->Object();
+  EXPECT_EQ(poll["active"], 1);
+  EXPECT_EQ(poll["tpv"].size(), 2u);
 }
 
 TEST_F(ServerTest, AClientThatDoesNotReadLosesItsOldestLinesNotTheNewest) {

@@ -2,6 +2,7 @@
 
 #include <functional>
 
+#include "session/console.h"
 #include "session/driver_session.h"
 #include "session/gps_library.h"
 #include "session/open_session.h"

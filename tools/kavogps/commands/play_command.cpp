@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "session/bundled_data.h"
+#include "session/console.h"
 #include "session/gps_library.h"
 #include "session/open_session.h"
 #include "session/option_reader.h"

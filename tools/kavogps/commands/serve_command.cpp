@@ -1,6 +1,7 @@
 #include "commands/serve_command.h"
 
 #include "serve/service.h"
+#include "serve/time_outputs.h"
 #include "session/bundled_data.h"
 #include "session/driver_session.h"
 #include "session/option_reader.h"
@@ -11,24 +12,31 @@ namespace kavo::cli {
 namespace {
 
 void PrintHelp(std::ostream& out) {
-  out << "Usage: kavogps serve [FILE [--interval MS] [--repeat] | --port PORT [--baud N]\n"
-         "                     | --find] [--listen ADDR:PORT]...\n\n"
-         "Shares a receiver with every program that reads a GPS daemon (cgps, gpspipe,\n"
-         "xgps, Python's gps module, map applications): it plays FILE (without a\n"
+  out << "Usage: kavogps serve [SOURCE [SOURCE OPTIONS]]... [--listen ADDR:PORT]...\n"
+         "  SOURCE: FILE | --port PORT | --find\n\n"
+         "Shares receivers with every program that reads a GPS daemon (cgps, gpspipe,\n"
+         "xgps, Python's gps module, map applications): it plays each FILE (without a\n"
          "source, the bundled recording "
       << kDefaultRecording
-      << "), reads the receiver on PORT, or on the\n"
-         "port a search finds, and answers the daemon protocol on TCP. A port that\n"
-         "cannot be opened, or fails, is tried again once a second; at the end of a\n"
-         "recording its last fix stays. A client too slow for the reports loses its\n"
-         "oldest ones. Started by a service manager with listening sockets (socket\n"
+      << "), reads the receiver on each PORT, or\n"
+         "on the port a search finds, and answers the daemon protocol on TCP; each\n"
+         "receiver's reports carry its name as their device. A port that cannot be\n"
+         "opened, or fails, is tried again once a second, without disturbing the\n"
+         "others; at the end of a recording its last fix stays. A client too slow for\n"
+         "the reports loses its oldest ones. A receiver's time can also go to chronyd\n"
+         "or ntpd. Started by a service manager with listening sockets (socket\n"
          "activation: LISTEN_FDS), it serves on those instead of the default address.\n\n"
-         "Options:\n"
+         "Options (those of a source go with the source named before them):\n"
          "  --interval MS     milliseconds per line of FILE, 1 to 60000 (default 100)\n"
          "  --repeat          start FILE again at its end\n"
-         "  --port PORT       the receiver's port, e.g. COM3 or /dev/ttyUSB0\n"
+         "  --port PORT       a receiver's port, e.g. COM3 or /dev/ttyUSB0\n"
          "  --baud N          the port's speed (default 4800)\n"
-         "  --find            search the serial ports for the receiver\n"
+         "  --find            search the serial ports for a receiver\n"
+         "  --chrony-sock PATH  send the time of each fix to chronyd's SOCK refclock\n"
+         "                    at PATH (not on Windows)\n"
+         "  --ntp-shm UNIT    write the time of each fix to NTP shared memory UNIT,\n"
+         "                    0 to 255, for chronyd's SHM refclock or ntpd's driver 28\n"
+         "                    (not on Windows)\n"
          "  --listen ADDR:PORT  where to listen, e.g. 0.0.0.0:2947 or [::1]:2947;\n"
          "                    may be given more than once (default 127.0.0.1:2947)\n"
       << ReceiverOptionsHelp(20) << "  -h, --help        show this help\n\n"
@@ -44,9 +52,27 @@ struct GivenOptions {
   bool interval = false, repeat = false, baud = false;
 };
 
-// Reads an option of the source when the reader stands on one: true when
-// it did (`*ok` false for a bad value, the reader holding why).
-bool ReadSourceOption(OptionReader& reader, serve::SourceSpec* source, GivenOptions* given, bool* ok) {
+// A source as the command line names it, with the options it was given.
+struct NamedSource {
+  serve::SourceSpec spec;
+  GivenOptions given;
+  bool Named() const { return !spec.file.empty() || !spec.port.empty() || spec.find; }
+};
+
+// The source that a source's name starts: the one whose options came
+// before any source was named, else a new one.
+serve::SourceSpec& StartSource(std::vector<NamedSource>* sources) {
+  if (sources->empty() || sources->back().Named()) sources->emplace_back();
+  return sources->back().spec;
+}
+
+// Reads an option of a source when the reader stands on one: true when it
+// did (`*ok` false for a bad value, the reader holding why). Options go
+// with the source named last.
+bool ReadSourceOption(OptionReader& reader, std::vector<NamedSource>* sources, bool* ok) {
+  if (sources->empty()) sources->emplace_back();
+  serve::SourceSpec* source = &sources->back().spec;
+  GivenOptions* given = &sources->back().given;
   const std::string& name = reader.Name();
   if (name == "--interval") {
     *ok = reader.Number(1, kMaxIntervalMs, "milliseconds per line from 1 to 60000", &source->intervalMs);
@@ -55,27 +81,55 @@ bool ReadSourceOption(OptionReader& reader, serve::SourceSpec* source, GivenOpti
     *ok = reader.Flag(&source->repeat);
     given->repeat = true;
   } else if (name == "--port") {
-    *ok = reader.Value(&source->port);
+    *ok = reader.Value(&StartSource(sources).port);
   } else if (name == "--baud") {
     *ok = reader.Number(1, INT32_MAX, kBaudRates, &source->baud);
     given->baud = true;
   } else if (name == "--find") {
-    *ok = reader.Flag(&source->find);
+    *ok = reader.Flag(&StartSource(sources).find);
+  } else if (name == "--chrony-sock") {
+    *ok = serve::TimeOutputsAvailable() ? reader.Value(&source->chronySock)
+                                        : reader.Refuse("is not available on Windows: it needs chronyd");
+  } else if (name == "--ntp-shm") {
+    int64_t unit = 0;
+    *ok = serve::TimeOutputsAvailable() ? reader.Number(0, serve::kMaxNtpShmUnit, "a unit from 0 to 255", &unit)
+                                        : reader.Refuse("is not available on Windows: it needs System V shared memory");
+    if (*ok) source->ntpShmUnit = static_cast<int>(unit);
   } else {
     return false;
   }
   return true;
 }
 
-// Why the source options cannot go together; empty when they can.
-std::string SourceConflict(const serve::SourceSpec& source, const GivenOptions& given) {
-  const int sources = !source.file.empty() + !source.port.empty() + source.find;
-  if (sources > 1) return "name one source: a FILE, --port PORT or --find";
-  if ((given.interval || given.repeat) && sources == 1 && source.file.empty())
+// Why a source's options cannot go together; empty when they can.
+std::string SourceConflict(const NamedSource& named) {
+  const serve::SourceSpec& source = named.spec;
+  if ((named.given.interval || named.given.repeat) && named.Named() && source.file.empty())
     return "--interval and --repeat are for playing a FILE";
-  if (given.baud && source.port.empty()) return "--baud is for a port named with --port";
+  if (named.given.baud && source.port.empty()) return "--baud is for a port named with --port";
   if (!source.port.empty() && LibraryPortName(source.port).empty())
     return "the port name '" + source.port + "' is too long, even as the device it names";
+  return {};
+}
+
+// Why the sources cannot be served together; empty when they can.
+std::string SourcesConflict(const std::vector<NamedSource>& sources) {
+  if (sources.size() > kMaxSessions)
+    return "at most " + std::to_string(kMaxSessions) + " receivers can be served at once";
+  for (size_t i = 0; i < sources.size(); ++i) {
+    const std::string conflict = SourceConflict(sources[i]);
+    if (!conflict.empty()) return conflict;
+    const serve::SourceSpec& a = sources[i].spec;
+    for (size_t j = 0; j < i; ++j) {
+      const serve::SourceSpec& b = sources[j].spec;
+      const std::string path = serve::NamedDevice(a).path;
+      if (!path.empty() && path == serve::NamedDevice(b).path) return "'" + path + "' is named twice";
+      if (!a.chronySock.empty() && a.chronySock == b.chronySock)
+        return "two receivers cannot share the chronyd socket " + a.chronySock;
+      if (a.ntpShmUnit >= 0 && a.ntpShmUnit == b.ntpShmUnit)
+        return "two receivers cannot share NTP shared-memory unit " + std::to_string(a.ntpShmUnit);
+    }
+  }
   return {};
 }
 
@@ -83,7 +137,7 @@ std::string SourceConflict(const serve::SourceSpec& source, const GivenOptions& 
 
 bool ParseServeArguments(const Arguments& args, ServeSettings* s, std::string* error) {
   OptionReader reader(args);
-  GivenOptions given;
+  std::vector<NamedSource> sources;
   bool ok = true;
   std::string listen;
   while (ok && reader.Next()) {
@@ -98,9 +152,9 @@ bool ParseServeArguments(const Arguments& args, ServeSettings* s, std::string* e
         return false;
       }
       s->listen.push_back(*address);
-    } else if (ReadSourceOption(reader, &s->source, &given, &ok) || ReadReceiverOption(reader, &s->receiver, &ok)) {
-    } else if (!reader.IsOption() && s->source.file.empty()) {
-      s->source.file = name;
+    } else if (ReadSourceOption(reader, &sources, &ok) || ReadReceiverOption(reader, &s->receiver, &ok)) {
+    } else if (!reader.IsOption()) {
+      StartSource(&sources).file = name;
     } else {
       ok = reader.Unknown();
     }
@@ -109,7 +163,9 @@ bool ParseServeArguments(const Arguments& args, ServeSettings* s, std::string* e
     *error = reader.Error();
     return false;
   }
-  *error = SourceConflict(s->source, given);
+  *error = SourcesConflict(sources);
+  for (const NamedSource& source : sources) s->sources.push_back(source.spec);
+  if (s->sources.empty()) s->sources.emplace_back();
   return error->empty();
 }
 
@@ -124,8 +180,8 @@ int RunServe(const Arguments& args, std::ostream& out, std::ostream& err) {
     PrintHelp(out);
     return kExitOk;
   }
-  serve::SourceSpec& source = settings.source;
-  if (source.port.empty() && !source.find) {
+  for (serve::SourceSpec& source : settings.sources) {
+    if (!source.port.empty() || source.find) continue;
     if (source.file.empty()) source.file = FindBundledFile(kDefaultRecording).string();
     const std::string problem = source.file.empty() ? "no such file" : RecordingProblem(source.file);
     if (!problem.empty()) {
@@ -138,7 +194,7 @@ int RunServe(const Arguments& args, std::ostream& out, std::ostream& err) {
     return kExitFailure;
   }
   InterruptWatch interrupt;  // before any thread starts, so none takes the interruption
-  const int code = serve::ServeReceiver(source, settings.listen, err, interrupt);
+  const int code = serve::ServeReceiver(settings.sources, settings.listen, err, interrupt);
   out.flush();
   return code;
 }

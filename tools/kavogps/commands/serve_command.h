@@ -1,5 +1,6 @@
-// `kavogps serve`: shares one receiver (a recording, a port or the port a
-// search finds) with every program that speaks the GPS daemon protocol.
+// `kavogps serve`: shares receivers (recordings, ports, the port a search
+// finds) with every program that speaks the GPS daemon protocol, and their
+// time with chronyd or ntpd.
 #pragma once
 
 #include <ostream>
@@ -14,7 +15,7 @@
 namespace kavo::cli {
 
 struct ServeSettings {
-  serve::SourceSpec source;
+  std::vector<serve::SourceSpec> sources;    // in the order named; one without a source plays the bundled recording
   std::vector<serve::ListenAddress> listen;  // empty: the default
   bool help = false;
   ReceiverSettings receiver;

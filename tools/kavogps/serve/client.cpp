@@ -24,8 +24,8 @@ void Client::Start() {
   Read();
 }
 
-void Client::Deliver(bool json, const OutLine& line) {
-  if (json ? protocol_.WantsJson() : protocol_.WantsNmea()) Queue(line);
+void Client::Deliver(bool json, const std::string& device, const OutLine& line) {
+  if ((json ? protocol_.WantsJson() : protocol_.WantsNmea()) && protocol_.Watches(device)) Queue(line);
 }
 
 void Client::Close() {

@@ -32,8 +32,9 @@ class Client : public std::enable_shared_from_this<Client> {
 
   // Greets the client and starts reading its requests.
   void Start();
-  // Queues `line` when the client watches its kind (JSON or raw sentences).
-  void Deliver(bool json, const OutLine& line);
+  // Queues `line`, from `device`, when the client watches that device and
+  // the line's kind (JSON or raw sentences).
+  void Deliver(bool json, const std::string& device, const OutLine& line);
   // Closes the connection, and the registry forgets the client: nothing
   // may use it after this.
   void Close();

@@ -13,13 +13,17 @@ namespace {
 
 constexpr uint32_t kReopenEveryMs = 1000;
 
-// Each epoch as the clients read it, and the sentences as they came. Every
-// call only hands work to the network thread, so it may run on the
-// library's reading thread.
+// Each epoch as the clients read it, its time as time servers read it, and
+// the sentences as they came. Every call only hands work on without
+// waiting, so it may run on the library's reading thread.
 class FeedView : public cli::ReadingView {
  public:
-  FeedView(FeedSink& sink, std::string device) : sink_(sink), device_(std::move(device)) {}
+  FeedView(FeedSink& sink, std::string device, const std::vector<TimeOutput*>& timeOutputs)
+      : sink_(sink), device_(std::move(device)), timeOutputs_(timeOutputs) {}
   void Show(const cli::EpochReport& report) override {
+    if (!timeOutputs_.empty())
+      if (const std::optional<FixTime> time = EpochTime(report))
+        for (TimeOutput* output : timeOutputs_) output->Sample(*time);
     sink_.Epoch(device_, cli::TpvJson(report.reading, device_),
                 report.skyChanged ? cli::SkyJson(report.reading, device_, report.used) : std::string());
   }
@@ -30,16 +34,17 @@ class FeedView : public cli::ReadingView {
  private:
   FeedSink& sink_;
   std::string device_;
+  const std::vector<TimeOutput*>& timeOutputs_;
 };
 
 class Feed {
  public:
-  Feed(FeedSink& sink, std::ostream& err, const SourceSpec& spec)
-      : sink_(sink), err_(err), spec_(spec), device_(NamedDevice(spec)), view_(sink, device_.path) {
+  Feed(FeedSink& sink, std::ostream& err, const SourceSpec& spec, const std::vector<TimeOutput*>& timeOutputs)
+      : sink_(sink), err_(err), spec_(spec), device_(NamedDevice(spec)), view_(sink, device_.path, timeOutputs) {
     sink_.Device(device_);  // named, not there yet
   }
 
-  int PlayRecording(cli::InterruptWatch& interrupt) {
+  int PlayRecording(cli::Waiter& interrupt) {
     cli::OpenedSession opened;
     uint32_t error = 0;
     if (!cli::OpenSession({spec_.file, spec_.intervalMs, spec_.repeat}, true, &opened, &error))
@@ -57,7 +62,7 @@ class Feed {
                                                : "': reading it failed while playing it\n");
       return cli::kExitFile;
     }
-    err_ << "kavogps serve: end of recording; serving its last fix until interrupted\n";
+    err_ << "kavogps serve: end of '" << spec_.file << "'; serving its last fix until interrupted\n";
     Present(false);
     while (!interrupt.Wait(kReopenEveryMs)) {}
     return cli::kExitOk;
@@ -65,7 +70,7 @@ class Feed {
 
   // A port that cannot be opened, at the start or after it failed, is
   // tried again every second until interrupted.
-  int FollowPort(cli::InterruptWatch& interrupt) {
+  int FollowPort(cli::Waiter& interrupt) {
     const COMPortParams params{static_cast<int32_t>(spec_.baud), 0, 0, 8};
     const cli::PortInfoPtr port(
         COMPortInfo_Create(cli::ToLibraryText(cli::LibraryPortName(spec_.port)).c_str(), &params));
@@ -95,8 +100,7 @@ class Feed {
  private:
   // Runs a session on the port until it ends; false with the library's
   // error when the port could not be opened.
-  bool RunOnPort(COMPortInfoHandle port, cli::InterruptWatch& interrupt, bool absent, cli::SessionEnd* end,
-                 uint32_t* error) {
+  bool RunOnPort(COMPortInfoHandle port, cli::Waiter& interrupt, bool absent, cli::SessionEnd* end, uint32_t* error) {
     cli::SessionSource source;
     source.port = port;
     cli::OpenedSession opened;
@@ -138,7 +142,7 @@ DeviceState NamedDevice(const SourceSpec& spec) {
   return device;
 }
 
-int DriverFeed::Run(SourceSpec spec, cli::InterruptWatch& interrupt) {
+int DriverFeed::Run(SourceSpec spec, cli::Waiter& interrupt) {
   if (spec.find) {
     err_ << "kavogps serve: searching the serial ports for a GPS receiver...\n";
     const cli::PortInfoPtr found(COMPortInfo_FindGPSCOMPort(1));
@@ -152,7 +156,7 @@ int DriverFeed::Run(SourceSpec spec, cli::InterruptWatch& interrupt) {
     spec.baud = params.BaudRate;
     err_ << "kavogps serve: GPS receiver on " << spec.port << " at " << spec.baud << " baud\n";
   }
-  Feed feed(sink_, err_, spec);
+  Feed feed(sink_, err_, spec, timeOutputs_);
   return spec.file.empty() ? feed.FollowPort(interrupt) : feed.PlayRecording(interrupt);
 }
 

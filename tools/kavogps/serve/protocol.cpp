@@ -47,20 +47,35 @@ size_t ObjectEnd(const std::string& line, size_t begin) {
   return std::string::npos;
 }
 
+// The items of a JSON array.
+std::string Items(const std::vector<std::string>& items) {
+  std::string joined;
+  for (const std::string& item : items) joined += (joined.empty() ? "" : ",") + item;
+  return "[" + joined + "]";
+}
+
+// A TPV and a SKY for each device: a device without a fix yet has a TPV of
+// mode 0, so that every device is answered for.
 std::string PollJson(const ServerState& state) {
   JsonObject poll("POLL");
   poll.String("time", state.now);
-  const bool active = !state.device.activated.empty();
-  poll.Integer("active", active ? 1 : 0);
-  std::string tpv = state.tpv;
-  if (tpv.empty()) {
-    JsonObject none("TPV");
-    none.String("device", state.device.path);
-    none.Integer("mode", 0);
-    tpv = none.Close();
+  int active = 0;
+  std::vector<std::string> tpvs, skies;
+  for (const ServedDevice& served : state.devices) {
+    active += !served.device.activated.empty();
+    if (served.tpv.empty()) {
+      JsonObject none("TPV");
+      none.String("device", served.device.path);
+      none.Integer("mode", 0);
+      tpvs.push_back(none.Close());
+    } else {
+      tpvs.push_back(served.tpv);
+    }
+    if (!served.sky.empty()) skies.push_back(served.sky);
   }
-  poll.Raw("tpv", "[" + tpv + "]");
-  poll.Raw("sky", "[" + state.sky + "]");
+  poll.Integer("active", active);
+  poll.Raw("tpv", Items(tpvs));
+  poll.Raw("sky", Items(skies));
   return poll.Close();
 }
 
@@ -103,10 +118,12 @@ std::string DeviceJson(const DeviceState& device) {
   return object.Close();
 }
 
-std::string DevicesJson(const DeviceState& device) {
-  JsonObject devices("DEVICES");
-  devices.Raw("devices", "[" + DeviceJson(device) + "]");
-  return devices.Close();
+std::string DevicesJson(const std::vector<ServedDevice>& devices) {
+  std::vector<std::string> items;
+  for (const ServedDevice& served : devices) items.push_back(DeviceJson(served.device));
+  JsonObject object("DEVICES");
+  object.Raw("devices", Items(items));
+  return object.Close();
 }
 
 std::string ErrorJson(const std::string& message) {
@@ -175,9 +192,10 @@ bool ClientProtocol::Respond(const std::string& name, const std::string* argumen
   if (name == "VERSION" && !argument) {
     answers->push_back(VersionJson());
   } else if (name == "DEVICES" && !argument) {
-    answers->push_back(DevicesJson(state.device));
+    answers->push_back(DevicesJson(state.devices));
   } else if (name == "DEVICE" && !argument) {
-    answers->push_back(DeviceJson(state.device));
+    // The first device's settings: this server changes none of them.
+    answers->push_back(DeviceJson(state.devices.empty() ? DeviceState{} : state.devices.front().device));
   } else if (name == "DEVICE") {
     answers->push_back(ErrorJson("Device settings cannot be changed through this server"));
   } else if (name == "POLL" && !argument) {
@@ -200,6 +218,7 @@ bool ClientProtocol::Watch(const std::string* argument, const ServerState& state
       return false;
     }
     bool enable = true, json = json_, nmea = nmea_;
+    std::string device = device_;
     for (const auto& [key, value] : policy.items()) {
       const bool isFlag = key == "enable" || key == "json" || key == "nmea";
       if (isFlag && !value.is_boolean()) {
@@ -210,6 +229,10 @@ bool ClientProtocol::Watch(const std::string* argument, const ServerState& state
         answers->push_back(ErrorJson("Invalid WATCH: 'raw' must be 0, 1 or 2"));
         return false;
       }
+      if (key == "device" && !value.is_string()) {
+        answers->push_back(ErrorJson("Invalid WATCH: 'device' must be a device's path"));
+        return false;
+      }
       if (key == "enable")
         enable = value.get<bool>();
       else if (key == "json")
@@ -218,14 +241,17 @@ bool ClientProtocol::Watch(const std::string* argument, const ServerState& state
         nmea = value.get<bool>();
       else if (key == "raw")
         nmea = value > 0;  // raw sentences are what raw mode shows
+      else if (key == "device")
+        device = value.get<std::string>();
     }
     // A watcher that asks for no kind of report wants the reports.
     if (enable && !json && !nmea) json = !policy.contains("json");
     watching_ = enable;
     json_ = enable && json;
     nmea_ = enable && nmea;
+    device_ = device;
   }
-  if (watching_) answers->push_back(DevicesJson(state.device));
+  if (watching_) answers->push_back(DevicesJson(state.devices));
   answers->push_back(WatchJson());
   return true;
 }
@@ -240,6 +266,7 @@ std::string ClientProtocol::WatchJson() const {
   watch.Bool("timing", false);
   watch.Bool("split24", false);
   watch.Bool("pps", false);
+  if (!device_.empty()) watch.String("device", device_);
   return watch.Close();
 }
 

@@ -10,17 +10,22 @@
 
 namespace kavo::serve {
 
-// What the server knows that answers depend on.
-struct ServerState {
+// A receiver the server serves, and its last reports.
+struct ServedDevice {
   DeviceState device;
   std::string tpv;  // the last TPV, empty before the first
   std::string sky;  // the last SKY, likewise
-  std::string now;  // the time of the answer, ISO 8601
+};
+
+// What the server knows that answers depend on.
+struct ServerState {
+  std::vector<ServedDevice> devices;  // in the order they were named
+  std::string now;                    // the time of the answer, ISO 8601
 };
 
 std::string VersionJson();
 std::string DeviceJson(const DeviceState& device);
-std::string DevicesJson(const DeviceState& device);
+std::string DevicesJson(const std::vector<ServedDevice>& devices);
 std::string ErrorJson(const std::string& message);
 // The time of the system clock as the objects carry it.
 std::string IsoNow();
@@ -35,6 +40,8 @@ class ClientProtocol {
 
   bool WantsJson() const { return watching_ && json_; }
   bool WantsNmea() const { return watching_ && nmea_; }
+  // Whether the reports of `device` go to this client.
+  bool Watches(const std::string& device) const { return device_.empty() || device == device_; }
 
  private:
   // Answers one request, `argument` null when it has none; false when the
@@ -48,6 +55,7 @@ class ClientProtocol {
   bool watching_ = false;
   bool json_ = false;
   bool nmea_ = false;
+  std::string device_;  // the one device watched; empty: all
 };
 
 }  // namespace kavo::serve

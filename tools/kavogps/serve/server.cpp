@@ -11,8 +11,11 @@ namespace kavo::serve {
 
 using asio::ip::tcp;
 
-Server::Server(asio::io_context& io, ServerOptions options, DeviceState device)
-    : io_(io), options_(std::move(options)), device_(std::move(device)) {}
+Server::Server(asio::io_context& io, ServerOptions options, const std::vector<DeviceState>& devices)
+    : io_(io), options_(std::move(options)) {
+  for (const DeviceState& device : devices)
+    if (!device.path.empty()) Served(device.path).device = device;
+}
 
 Server::~Server() = default;
 
@@ -77,33 +80,51 @@ void Server::Close() {
   });
 }
 
-ServerState Server::State() const { return {device_, tpv_, sky_, IsoNow()}; }
+// A device whose path is not known yet (one a search is to find) is not
+// listed.
+ServerState Server::State() const {
+  ServerState state{{}, IsoNow()};
+  for (const ServedDevice& served : devices_)
+    if (!served.device.path.empty()) state.devices.push_back(served);
+  return state;
+}
 
-void Server::Broadcast(Kind kind, const std::string& line) {
+ServedDevice& Server::Served(const std::string& path) {
+  for (ServedDevice& served : devices_)
+    if (served.device.path == path) return served;
+  devices_.emplace_back();
+  devices_.back().device.path = path;
+  return devices_.back();
+}
+
+void Server::Broadcast(Kind kind, const std::string& device, const std::string& line) {
   const OutLine shared = std::make_shared<const std::string>(line + "\r\n");
-  for (const auto& client : clients_.All()) client->Deliver(kind == Kind::kJson, shared);
+  for (const auto& client : clients_.All()) client->Deliver(kind == Kind::kJson, device, shared);
 }
 
 // The feed's calls write at once, on the caller's thread: the sockets do
 // not block, and what a socket cannot take now stays in its client's queue
 // for the network thread.
-void Server::Epoch(const std::string& /*device*/, std::string tpv, std::string sky) {
+void Server::Epoch(const std::string& device, std::string tpv, std::string sky) {
   const auto lock = clients_.Lock();
-  tpv_ = std::move(tpv);
-  if (sky.empty()) return Broadcast(Kind::kJson, tpv_);
-  sky_ = std::move(sky);
-  Broadcast(Kind::kJson, tpv_ + "\r\n" + sky_);
+  ServedDevice& served = Served(device);
+  served.tpv = std::move(tpv);
+  if (sky.empty()) return Broadcast(Kind::kJson, device, served.tpv);
+  served.sky = std::move(sky);
+  Broadcast(Kind::kJson, device, served.tpv + "\r\n" + served.sky);
 }
 
-void Server::Nmea(const std::string& /*device*/, std::string sentence) {
+void Server::Nmea(const std::string& device, std::string sentence) {
   const auto lock = clients_.Lock();
-  Broadcast(Kind::kNmea, sentence);
+  Broadcast(Kind::kNmea, device, sentence);
 }
 
 void Server::Device(DeviceState state) {
   const auto lock = clients_.Lock();
-  device_ = std::move(state);
-  Broadcast(Kind::kJson, DeviceJson(device_));
+  if (state.path.empty()) return;  // not found yet: nothing to tell
+  ServedDevice& served = Served(state.path);
+  served.device = std::move(state);
+  Broadcast(Kind::kJson, served.device.path, DeviceJson(served.device));
 }
 
 }  // namespace kavo::serve

@@ -32,7 +32,9 @@ struct ServerOptions {
 
 class Server : public FeedSink {
  public:
-  Server(asio::io_context& io, ServerOptions options, DeviceState device);
+  // `devices`: the receivers named so far, in order; those the feed names
+  // later are added as it does.
+  Server(asio::io_context& io, ServerOptions options, const std::vector<DeviceState>& devices);
   ~Server() override;
 
   // Listens on the sockets a service manager handed over, already
@@ -57,7 +59,9 @@ class Server : public FeedSink {
  private:
   enum class Kind { kJson, kNmea };
   void Accept(asio::ip::tcp::acceptor& acceptor);
-  void Broadcast(Kind kind, const std::string& line);
+  void Broadcast(Kind kind, const std::string& device, const std::string& line);
+  // The device of that path, added when new; with the registry's lock held.
+  ServedDevice& Served(const std::string& path);
   // What the clients' answers depend on, with the registry's lock held.
   ServerState State() const;
 
@@ -66,8 +70,7 @@ class Server : public FeedSink {
   std::vector<std::unique_ptr<asio::ip::tcp::acceptor>> acceptors_;
   std::vector<asio::ip::tcp::endpoint> endpoints_;
   ClientRegistry clients_;
-  DeviceState device_;
-  std::string tpv_, sky_;
+  std::vector<ServedDevice> devices_;
   bool closed_ = false;
 };
 

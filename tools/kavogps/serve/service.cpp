@@ -8,6 +8,8 @@
 
 #include "serve/feed_fan_out.h"
 #include "serve/handed_sockets.h"
+#include "serve/line_log.h"
+#include "serve/receiver_feeds.h"
 #include "serve/server.h"
 #include "session/command_line.h"
 
@@ -23,7 +25,7 @@ std::string Shown(const tcp::endpoint& endpoint) {
 
 }  // namespace
 
-int ServeReceiver(const SourceSpec& source, const std::vector<ListenAddress>& listen, std::ostream& err,
+int ServeReceiver(const std::vector<SourceSpec>& sources, const std::vector<ListenAddress>& listen, std::ostream& err,
                   cli::InterruptWatch& interrupt) {
   ServerOptions options;
   std::vector<HandedSocket> handed;
@@ -40,8 +42,10 @@ int ServeReceiver(const SourceSpec& source, const std::vector<ListenAddress>& li
     options.listen.emplace_back(asio::ip::make_address("127.0.0.1"), kDefaultPort);
 
   asio::io_context io;
-  // Clients that come before the feed starts see the device named.
-  Server server(io, options, NamedDevice(source));
+  // Clients that come before the feeds start see the devices named.
+  std::vector<DeviceState> named;
+  for (const SourceSpec& source : sources) named.push_back(NamedDevice(source));
+  Server server(io, options, named);
   try {
     server.Open(handed);
   } catch (const std::system_error& e) {
@@ -54,7 +58,8 @@ int ServeReceiver(const SourceSpec& source, const std::vector<ListenAddress>& li
   FeedFanOut outputs;
   outputs.Add(server);
   std::thread network([&io] { io.run(); });
-  const int code = DriverFeed(outputs, err).Run(source, interrupt);
+  LineLog log(err);
+  const int code = RunReceiverFeeds(sources, outputs, log, interrupt);
   server.Close();
   network.join();
   return code;

@@ -1,5 +1,5 @@
 // `kavogps serve` once its command line is read: the server on its
-// addresses, its network thread, and the feed from the receiver.
+// addresses, its network thread, and the feeds from the receivers.
 #pragma once
 
 #include <ostream>
@@ -11,9 +11,10 @@
 
 namespace kavo::serve {
 
-// Serves `source` to the clients on `listen` until interrupted; says where
-// it listens, and what goes wrong, on `err`. The tool's exit code.
-int ServeReceiver(const SourceSpec& source, const std::vector<ListenAddress>& listen, std::ostream& err,
+// Serves every receiver of `sources` to the clients on `listen` until
+// interrupted; says where it listens, and what goes wrong, on `err`. The
+// tool's exit code.
+int ServeReceiver(const std::vector<SourceSpec>& sources, const std::vector<ListenAddress>& listen, std::ostream& err,
                   cli::InterruptWatch& interrupt);
 
 }  // namespace kavo::serve

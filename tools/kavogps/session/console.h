@@ -6,6 +6,8 @@
 #include <filesystem>
 #include <string>
 
+#include "session/waiter.h"
+
 namespace kavo::cli {
 
 // Whether standard output is a terminal that understands ANSI escapes
@@ -31,17 +33,16 @@ std::filesystem::path ExecutablePath();
 // Catches Ctrl+C (and, where there are signals, SIGTERM and SIGPIPE) for as
 // long as it lives, so that a session can stop cleanly. Create it before
 // the library starts its threads, so they never take the interruption.
-class InterruptWatch {
+class InterruptWatch : public Waiter {
  public:
   InterruptWatch();
-  ~InterruptWatch();
+  ~InterruptWatch() override;
   InterruptWatch(const InterruptWatch&) = delete;
   InterruptWatch& operator=(const InterruptWatch&) = delete;
 
-  // Waits up to `ms`, less after a Wake; true once an interruption came.
-  bool Wait(uint32_t ms);
-  // Ends the Wait under way, or else the next one, early. Any thread.
-  void Wake();
+  // True once an interruption came.
+  bool Wait(uint32_t ms) override;
+  void Wake() override;
 
  private:
   struct State;

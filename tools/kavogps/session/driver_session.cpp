@@ -1,10 +1,12 @@
 #include "session/driver_session.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <mutex>
 #include <ostream>
 #include <thread>
+#include <utility>
 
 #include "session/gps_library.h"
 
@@ -25,6 +27,7 @@ struct Event {
   std::string sentence;  // empty for a reading
   Reading reading;
   uint64_t ms = 0;
+  std::chrono::system_clock::time_point arrival{};  // a sentence's, by the system clock
 };
 
 uint64_t NowMs() {
@@ -33,10 +36,11 @@ uint64_t NowMs() {
           .count());
 }
 
-// What the callbacks share with the session's thread.
+// What one set of callbacks shares with its session's thread.
 struct Shared {
   std::mutex mutex;
-  InterruptWatch* waiter = nullptr;  // where the session's thread waits, while it runs
+  bool claimed = false;              // by a SessionCallbacks
+  Waiter* waiter = nullptr;          // where the session's thread waits, while it runs
   GPSDriverHandle driver = nullptr;  // set while a session runs
   DriverSession* inline_ = nullptr;  // set while a session drains on callbacks
   uint64_t lastDataMs = 0;           // when the data callback last came
@@ -44,9 +48,10 @@ struct Shared {
   uint64_t sentences = 0;
 };
 
-Shared& Active() {
-  static Shared shared;
-  return shared;
+// Never destroyed: an abandoned reading thread may still call back at exit.
+Shared& Active(size_t slot) {
+  static auto* const slots = new std::array<Shared, kMaxSessions>;
+  return (*slots)[slot];
 }
 
 // Who records: what it queues, and whether the session's thread must wake.
@@ -54,12 +59,15 @@ enum class Recorder { kSentence, kStatus, kData, kSession };
 
 // Queues a sentence with the state before it, or (null) a reading of the
 // newest state; returns the session that drains on callbacks, if one runs.
-DriverSession* Record(Recorder recorder, const KavoChar* sentence = nullptr) {
-  Shared& shared = Active();
+DriverSession* Record(size_t slot, Recorder recorder, const KavoChar* sentence = nullptr) {
+  // Before anything else: the nearest the tool gets to when the text was read.
+  const auto arrival = sentence ? std::chrono::system_clock::now() : std::chrono::system_clock::time_point{};
+  Shared& shared = Active(slot);
   std::lock_guard<std::mutex> lock(shared.mutex);
   if (!shared.driver) return nullptr;
   Event event;
   event.ms = NowMs();
+  event.arrival = arrival;
   if (recorder == Recorder::kData) shared.lastDataMs = event.ms;
   if (sentence) {
     ++shared.sentences;
@@ -98,21 +106,38 @@ DriverSession* Record(Recorder recorder, const KavoChar* sentence = nullptr) {
 
 // Lets the callbacks drain a session that asked for it.
 struct SessionAccess {
-  static void RecordAndDrain(bool data) {
+  static void RecordAndDrain(size_t slot, bool data) {
     // Stop clears the session before it joins this thread, so the session
     // outlives this call.
-    if (DriverSession* session = Record(data ? Recorder::kData : Recorder::kStatus)) session->Drain();
+    if (DriverSession* session = Record(slot, data ? Recorder::kData : Recorder::kStatus)) session->Drain();
   }
 };
 
 namespace {
 
-void OnStatus() { SessionAccess::RecordAndDrain(false); }
-void OnData(uint32_t) { SessionAccess::RecordAndDrain(true); }
-void OnSentence(const KavoChar* sentence) { Record(Recorder::kSentence, sentence); }
+// The callbacks of one slot.
+template <size_t Slot>
+struct SlotCallbacks {
+  static void OnStatus() { SessionAccess::RecordAndDrain(Slot, false); }
+  static void OnData(uint32_t) { SessionAccess::RecordAndDrain(Slot, true); }
+  static void OnSentence(const KavoChar* sentence) { Record(Slot, Recorder::kSentence, sentence); }
+};
 
-std::vector<Event> TakeQueued() {
-  Shared& shared = Active();
+struct CallbackSet {
+  GPSStatusCallback status;
+  GPSDataCallback data;
+  GPSSentenceCallback sentence;
+};
+
+template <size_t... Slots>
+constexpr std::array<CallbackSet, sizeof...(Slots)> CallbackTable(std::index_sequence<Slots...>) {
+  return {{{SlotCallbacks<Slots>::OnStatus, SlotCallbacks<Slots>::OnData, SlotCallbacks<Slots>::OnSentence}...}};
+}
+
+constexpr std::array<CallbackSet, kMaxSessions> kCallbacks = CallbackTable(std::make_index_sequence<kMaxSessions>());
+
+std::vector<Event> TakeQueued(size_t slot) {
+  Shared& shared = Active(slot);
   std::lock_guard<std::mutex> lock(shared.mutex);
   std::vector<Event> events;
   events.reserve(shared.events.capacity());  // the next chunk's sentences need no regrowth
@@ -122,22 +147,43 @@ std::vector<Event> TakeQueued() {
 
 }  // namespace
 
-GPSStatusCallback SessionStatusCallback() { return OnStatus; }
-GPSDataCallback SessionDataCallback() { return OnData; }
-GPSSentenceCallback SessionSentenceCallback() { return OnSentence; }
+bool SessionCallbacks::Claim() {
+  for (size_t slot = 0; slot < kMaxSessions && slot_ == kMaxSessions; ++slot) {
+    std::lock_guard<std::mutex> lock(Active(slot).mutex);
+    if (!Active(slot).claimed) {
+      Active(slot).claimed = true;
+      slot_ = slot;
+    }
+  }
+  return slot_ != kMaxSessions;
+}
 
-DriverSession::DriverSession(GPSDriverHandle driver, SessionOptions options)
-    : driver_(driver), options_(options), epochs_(options.quietMs, [this](const EpochReport& r) { Deliver(r); }) {}
+SessionCallbacks::~SessionCallbacks() {
+  if (slot_ == kMaxSessions) return;
+  std::lock_guard<std::mutex> lock(Active(slot_).mutex);
+  Active(slot_).claimed = false;
+}
+
+GPSStatusCallback SessionCallbacks::Status() const { return kCallbacks.at(slot_).status; }
+GPSDataCallback SessionCallbacks::Data() const { return kCallbacks.at(slot_).data; }
+GPSSentenceCallback SessionCallbacks::Sentence() const { return kCallbacks.at(slot_).sentence; }
+
+DriverSession::DriverSession(GPSDriverHandle driver, const SessionCallbacks& callbacks, SessionOptions options)
+    : driver_(driver),
+      slot_(callbacks.Slot()),
+      options_(options),
+      epochs_(options.quietMs, [this](const EpochReport& r) { Deliver(r); }) {}
 
 DriverSession::~DriverSession() { Stop(); }
 
 bool DriverSession::Start(uint32_t* lastError) {
   {
-    std::lock_guard<std::mutex> lock(Active().mutex);
-    Active().driver = driver_;
-    Active().inline_ = options_.viewsOnCallbackThread ? this : nullptr;
-    Active().events.clear();
-    Active().sentences = 0;
+    Shared& shared = Active(slot_);
+    std::lock_guard<std::mutex> lock(shared.mutex);
+    shared.driver = driver_;
+    shared.inline_ = options_.viewsOnCallbackThread ? this : nullptr;
+    shared.events.clear();
+    shared.sentences = 0;
   }
   running_ = true;
   if (GPSDriver_Start(driver_)) return true;
@@ -147,8 +193,8 @@ bool DriverSession::Start(uint32_t* lastError) {
 }
 
 uint64_t DriverSession::SentencesSeen() const {
-  std::lock_guard<std::mutex> lock(Active().mutex);
-  return Active().sentences;
+  std::lock_guard<std::mutex> lock(Active(slot_).mutex);
+  return Active(slot_).sentences;
 }
 
 void DriverSession::Deliver(const EpochReport& report) {
@@ -158,13 +204,13 @@ void DriverSession::Deliver(const EpochReport& report) {
 
 bool DriverSession::Drain() {
   std::lock_guard<std::mutex> lock(draining_);
-  const std::vector<Event> events = TakeQueued();
+  const std::vector<Event> events = TakeQueued(slot_);
   for (const Event& event : events) {
     if (event.sentence.empty()) {
       epochs_.Latest(event.reading, event.ms);
     } else {
       for (ReadingView* view : views_) view->Sentence(event.sentence);
-      epochs_.Sentence(event.sentence, event.reading, event.ms);
+      epochs_.Sentence(event.sentence, event.reading, event.ms, event.arrival);
     }
     latest_ = event.reading;
     for (ReadingView* view : views_) view->Status(event.reading.status);
@@ -205,11 +251,11 @@ class PollSchedule {
 
 }  // namespace
 
-SessionEnd DriverSession::Run(InterruptWatch& interrupt) {
+SessionEnd DriverSession::Run(Waiter& interrupt) {
   const std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
   {
-    std::lock_guard<std::mutex> lock(Active().mutex);
-    Active().waiter = &interrupt;
+    std::lock_guard<std::mutex> lock(Active(slot_).mutex);
+    Active(slot_).waiter = &interrupt;
   }
   PollSchedule polls(std::chrono::milliseconds(options_.viewsOnCallbackThread ? kPollMsWhileCallbacksDrain : kPollMs));
   bool delivering = false;  // the status has left "stopped" at least once
@@ -223,7 +269,7 @@ SessionEnd DriverSession::Run(InterruptWatch& interrupt) {
     const std::chrono::microseconds wait = polls.Next(due);
     if (wait == wait.zero()) std::this_thread::yield();
     const bool interrupted = interrupt.Wait(static_cast<uint32_t>((wait.count() + 999) / 1000));
-    Record(Recorder::kSession);
+    Record(slot_, Recorder::kSession);
     const bool drained = Drain();
     std::lock_guard<std::mutex> lock(draining_);
     for (ReadingView* view : views_) view->Tick();
@@ -258,15 +304,16 @@ std::optional<SessionEnd> DriverSession::EndAfterPoll(bool interrupted, bool dra
 void DriverSession::Stop() {
   if (!running_) return;
   running_ = false;
+  Shared& shared = Active(slot_);
   {
-    std::lock_guard<std::mutex> lock(Active().mutex);
-    Active().inline_ = nullptr;
+    std::lock_guard<std::mutex> lock(shared.mutex);
+    shared.inline_ = nullptr;
   }
   GPSDriver_Stop(driver_);  // joins the reading thread: no callback runs after this
-  std::lock_guard<std::mutex> lock(Active().mutex);
-  Active().driver = nullptr;
-  Active().waiter = nullptr;
-  Active().events.clear();
+  std::lock_guard<std::mutex> lock(shared.mutex);
+  shared.driver = nullptr;
+  shared.waiter = nullptr;
+  shared.events.clear();
 }
 
 SessionOptions PlaybackOptions(int64_t intervalMs, bool repeat) {

@@ -1,8 +1,9 @@
 // Runs a started driver until its recording ends, its source fails or the
 // user interrupts, showing one complete report per epoch.
 //
-// The library's callbacks carry no context, so one session at a time is
-// active. The sentence callback, which runs for each recognised sentence
+// The library's callbacks carry no context, so each session that runs
+// beside others has callbacks of its own (SessionCallbacks). The sentence
+// callback, which runs for each recognised sentence
 // before the records are updated with that sentence's chunk of text, queues
 // the sentence with a reading of the state before it: so an epoch ending as
 // the next one starts is read whole. The data and status callbacks and a
@@ -14,17 +15,18 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <mutex>
 #include <optional>
 #include <vector>
 
 #include "KavoMobileGPS.h"
-#include "session/console.h"
 #include "session/epoch_assembler.h"
 #include "session/fix_track.h"
 #include "session/live_view.h"
 #include "session/reading.h"
+#include "session/waiter.h"
 
 namespace kavo::cli {
 
@@ -65,14 +67,33 @@ constexpr int64_t kMaxIntervalMs = 60000;
 // never cuts a recording short.
 SessionOptions PlaybackOptions(int64_t intervalMs, bool repeat);
 
-// The callbacks to create the session's driver with.
-GPSStatusCallback SessionStatusCallback();
-GPSDataCallback SessionDataCallback();
-GPSSentenceCallback SessionSentenceCallback();
+// How many sessions may run at the same time.
+constexpr size_t kMaxSessions = 16;
+
+// The callbacks to create one session's driver with: one of kMaxSessions
+// sets, each knowing its session. Held until the driver is released.
+class SessionCallbacks {
+ public:
+  SessionCallbacks() = default;
+  ~SessionCallbacks();
+  SessionCallbacks(const SessionCallbacks&) = delete;
+  SessionCallbacks& operator=(const SessionCallbacks&) = delete;
+
+  // Takes a free set; false when kMaxSessions are taken.
+  bool Claim();
+  GPSStatusCallback Status() const;
+  GPSDataCallback Data() const;
+  GPSSentenceCallback Sentence() const;
+  size_t Slot() const { return slot_; }
+
+ private:
+  size_t slot_ = kMaxSessions;  // none
+};
 
 class DriverSession {
  public:
-  DriverSession(GPSDriverHandle driver, SessionOptions options);
+  // `callbacks` are those `driver` was created with.
+  DriverSession(GPSDriverHandle driver, const SessionCallbacks& callbacks, SessionOptions options);
   ~DriverSession();  // stops the driver when Run did not
   DriverSession(const DriverSession&) = delete;
   DriverSession& operator=(const DriverSession&) = delete;
@@ -86,7 +107,7 @@ class DriverSession {
   // Starts the driver and runs until the session ends; false with the
   // library's last error when the driver cannot start.
   bool Start(uint32_t* lastError);
-  SessionEnd Run(InterruptWatch& interrupt);
+  SessionEnd Run(Waiter& waiter);
   uint64_t SentencesSeen() const;
 
  private:
@@ -101,6 +122,7 @@ class DriverSession {
   void Stop();
 
   GPSDriverHandle driver_;
+  size_t slot_;
   SessionOptions options_;
   std::vector<ReadingView*> views_;
   std::vector<std::ostream*> outputs_;

@@ -147,7 +147,8 @@ uint32_t Differing(const GPSLocation& l, const std::vector<std::pair<uint32_t, d
 
 }  // namespace
 
-void EpochAssembler::Sentence(const std::string& sentence, const Reading& before, uint64_t nowMs) {
+void EpochAssembler::Sentence(const std::string& sentence, const Reading& before, uint64_t nowMs,
+                              std::chrono::system_clock::time_point arrival) {
   const SentenceFacts facts = ReadSentenceFacts(sentence);
   if (open_ && !due_ &&
       (keys_.count(facts.key) || nowMs - lastSentenceMs_ >= quietMs_ ||
@@ -156,6 +157,7 @@ void EpochAssembler::Sentence(const std::string& sentence, const Reading& before
     Close(before);
   }
   if (open_ && due_) Close(before);  // the record never showed its end: what it lacks is left out
+  if (!open_) arrival_ = arrival;
   open_ = true;
   lastSentenceMs_ = nowMs;
   keys_.insert(facts.key);
@@ -210,6 +212,7 @@ void EpochAssembler::Close(const Reading& reading) {
   const uint32_t differing = Differing(reading.location, values_);
   EpochReport report;
   report.reading = reading;
+  report.arrival = arrival_;
   GPSLocation& l = report.reading.location;
   // GGA's quality decides; without a GGA, the position sentences' status.
   report.fix = quality_ ? *quality_ > 0 && fix_.value_or(false) : fix_.value_or(false);

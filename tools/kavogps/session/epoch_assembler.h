@@ -13,6 +13,7 @@
 // reports are shown.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -32,6 +33,9 @@ struct EpochReport {
   bool timeKnown = false;
   bool skyChanged = false;  // satellites or dilutions differ from the last report
   std::set<int32_t> used;   // the satellites the fix uses, as the latest GSA named them
+  // The system clock when the epoch's first sentence came: what a time
+  // server sets the fix's time against.
+  std::chrono::system_clock::time_point arrival{};
 };
 
 class EpochAssembler {
@@ -39,8 +43,10 @@ class EpochAssembler {
   using Listener = std::function<void(const EpochReport& report)>;
   EpochAssembler(uint32_t quietMs, Listener onEpoch) : quietMs_(quietMs), onEpoch_(std::move(onEpoch)) {}
 
-  // A sentence arrived; `before` is the driver's state before it was applied.
-  void Sentence(const std::string& sentence, const Reading& before, uint64_t nowMs);
+  // A sentence arrived, at `arrival` by the system clock; `before` is the
+  // driver's state before it was applied.
+  void Sentence(const std::string& sentence, const Reading& before, uint64_t nowMs,
+                std::chrono::system_clock::time_point arrival = {});
   // The driver's newest state.
   void Latest(const Reading& reading, uint64_t nowMs);
   // The open epoch's last sentence came and the record did not yet show
@@ -67,6 +73,7 @@ class EpochAssembler {
   std::optional<int> quality_;
   bool sky_ = false;
   uint64_t lastSentenceMs_ = 0;
+  std::chrono::system_clock::time_point arrival_{};
   std::optional<EpochReport> lastSky_;
   std::vector<std::pair<uint32_t, double>> values_;  // the epoch's last value of each
   std::vector<GPSSatellite> cycle_, cycleSoFar_;     // its last whole satellite cycle; the one arriving

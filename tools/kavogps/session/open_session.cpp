@@ -6,18 +6,22 @@ bool OpenSession(const SessionSource& source, bool viewsOnCallbackThread, Opened
   const bool recording = source.port == nullptr;
   SessionOptions options = recording ? PlaybackOptions(source.intervalMs, source.repeat) : SessionOptions{};
   options.viewsOnCallbackThread = viewsOnCallbackThread;
-  opened->driver.reset(recording ? GPSDriver_CreateFromFile(ToLibraryText(source.recording).c_str(),
-                                                            static_cast<int32_t>(source.intervalMs),
-                                                            source.repeat ? 1 : 0, SessionStatusCallback(),
-                                                            SessionDataCallback(), SessionSentenceCallback())
-                                 : GPSDriver_CreateFromCOMPort(source.port, SessionStatusCallback(),
-                                                               SessionDataCallback(), SessionSentenceCallback()));
+  if (!opened->callbacks.Claim()) {
+    *error = KAVOGPS_ERROR_NOT_SUPPORTED;
+    return false;
+  }
+  const SessionCallbacks& calls = opened->callbacks;
+  opened->driver.reset(recording
+                           ? GPSDriver_CreateFromFile(ToLibraryText(source.recording).c_str(),
+                                                      static_cast<int32_t>(source.intervalMs), source.repeat ? 1 : 0,
+                                                      calls.Status(), calls.Data(), calls.Sentence())
+                           : GPSDriver_CreateFromCOMPort(source.port, calls.Status(), calls.Data(), calls.Sentence()));
   if (!opened->driver) {
     *error = KavoMobileGPS_GetLastError();
     return false;
   }
   if (recording) GPSDriver_SetTimeoutInterval(opened->driver.get(), static_cast<int32_t>(options.endTimeoutMs));
-  opened->session = std::make_unique<DriverSession>(opened->driver.get(), options);
+  opened->session = std::make_unique<DriverSession>(opened->driver.get(), opened->callbacks, options);
   return true;
 }
 

@@ -22,15 +22,17 @@ struct SessionSource {
 };
 
 // A driver and the session that runs it; the session, declared last, goes
-// first.
+// first, the callbacks last.
 struct OpenedSession {
+  SessionCallbacks callbacks;
   DriverPtr driver;
   std::unique_ptr<DriverSession> session;
 };
 
 // Creates the driver on `source` and its session; views go on the session
 // before it starts. False, with the library's last error in `*error`, when
-// the library refuses the source.
+// the library refuses the source (or KAVOGPS_ERROR_NOT_SUPPORTED when
+// kMaxSessions run already).
 bool OpenSession(const SessionSource& source, bool viewsOnCallbackThread, OpenedSession* opened, uint32_t* error);
 
 }  // namespace kavo::cli
