@@ -1,5 +1,9 @@
 #include "commands/serve_command.h"
 
+#include <charconv>
+
+#include "serve/broker_link.h"
+#include "serve/nmea_socket.h"
 #include "serve/service.h"
 #include "session/bundled_data.h"
 #include "session/driver_session.h"
@@ -10,9 +14,38 @@
 namespace kavo::cli {
 namespace {
 
+std::string MqttHelp() {
+  if (!serve::MqttBuiltIn())
+    return "  --mqtt URL        publish to an MQTT broker: not in this build, which was made\n"
+           "                    without libmosquitto\n";
+  return "  --mqtt URL        publish to an MQTT broker, URL being\n"
+         "                    mqtt://[USER[:PASSWORD]@]HOST[:PORT]/PREFIX (port 1883), or\n"
+         "                    mqtts://... for TLS (port 8883); may be given more than once.\n"
+         "                    Topics: PREFIX/DEVICE/tpv each epoch and PREFIX/DEVICE/sky when\n"
+         "                    the sky changed (the daemon's JSON, both retained), and\n"
+         "                    PREFIX/DEVICE/status: online, or offline once serve is gone.\n"
+         "                    DEVICE is the last part of the receiver's path with every\n"
+         "                    character but letters, digits, '-', '_' and '.' made '_':\n"
+         "                    /dev/ttyUSB0 gives ttyUSB0, COM4 gives COM4. A broker that is\n"
+         "                    away is tried again after 1 s, 2 s, 4 s... up to a minute;\n"
+         "                    meanwhile the newest 256 messages per receiver wait\n"
+         "  --mqtt-qos N      0 (default), or 1 for messages the broker acknowledges\n"
+         "  --mqtt-cafile FILE  the certificate authorities that vouch for an mqtts://\n"
+         "                    broker (default: the system's)\n";
+}
+
+std::string NmeaSocketHelp() {
+  if (!serve::NmeaSocketSupported()) return "  --nmea-socket PATH  a Unix socket of raw sentences: not on Windows\n";
+  return "  --nmea-socket PATH  a Unix socket where each client gets the raw NMEA sentences\n"
+         "                    (GeoClue's nmea-socket setting); a socket file left by an\n"
+         "                    earlier run is replaced, and the file goes at exit\n"
+         "  --nmea-socket-mode MODE  the socket file's permissions, in octal (default 0660)\n";
+}
+
 void PrintHelp(std::ostream& out) {
   out << "Usage: kavogps serve [FILE [--interval MS] [--repeat] | --port PORT [--baud N]\n"
-         "                     | --find] [--listen ADDR:PORT]...\n\n"
+         "                     | --find] [--listen ADDR:PORT]... [--mqtt URL]...\n"
+         "                     [--nmea-socket PATH]\n\n"
          "Shares a receiver with every program that reads a GPS daemon (cgps, gpspipe,\n"
          "xgps, Python's gps module, map applications): it plays FILE (without a\n"
          "source, the bundled recording "
@@ -30,7 +63,7 @@ void PrintHelp(std::ostream& out) {
          "  --find            search the serial ports for the receiver\n"
          "  --listen ADDR:PORT  where to listen, e.g. 0.0.0.0:2947 or [::1]:2947;\n"
          "                    may be given more than once (default 127.0.0.1:2947)\n"
-      << ReceiverOptionsHelp(20) << "  -h, --help        show this help\n\n"
+      << MqttHelp() << NmeaSocketHelp() << ReceiverOptionsHelp(20) << "  -h, --help        show this help\n\n"
       << kExitCodeHelp;
 }
 
@@ -60,6 +93,43 @@ bool ReadSourceOption(OptionReader& reader, serve::SourceSpec* source, GivenOpti
     given->baud = true;
   } else if (name == "--find") {
     *ok = reader.Flag(&source->find);
+  } else {
+    return false;
+  }
+  return true;
+}
+
+// Reads an option of the outputs beside the TCP server, as
+// ReadSourceOption does.
+bool ReadOutputOption(OptionReader& reader, serve::OutputOptions* outputs, bool* ok) {
+  const std::string& name = reader.Name();
+  std::string text;
+  if (name == "--mqtt") {
+    if (!(*ok = reader.Value(&text))) return true;
+    std::string why;
+    const std::optional<serve::BrokerAddress> broker = serve::ParseBrokerUrl(text, &why);
+    if (!serve::MqttBuiltIn()) {
+      *ok = reader.Refuse("is not in this build, which was made without libmosquitto");
+    } else if (!broker) {
+      *ok = reader.Invalid(text, ("mqtt://[USER[:PASSWORD]@]HOST[:PORT]/PREFIX (" + why + ")").c_str());
+    } else {
+      outputs->mqtt.push_back(*broker);
+    }
+  } else if (name == "--mqtt-qos") {
+    int64_t qos = 0;
+    *ok = reader.Number(0, 1, "0 or 1", &qos);
+    outputs->mqttQos = static_cast<int>(qos);
+  } else if (name == "--mqtt-cafile") {
+    *ok = reader.Value(&outputs->mqttCaFile);
+  } else if (name == "--nmea-socket") {
+    *ok = reader.Value(&outputs->nmeaSocket);
+    if (*ok && !serve::NmeaSocketSupported()) *ok = reader.Refuse("is for Unix systems; not available on Windows");
+  } else if (name == "--nmea-socket-mode") {
+    if (!(*ok = reader.Value(&text))) return true;
+    const char* end = text.data() + text.size();
+    const auto [last, error] = std::from_chars(text.data(), end, outputs->nmeaSocketMode, 8);
+    if (text.empty() || error != std::errc() || last != end || outputs->nmeaSocketMode > 0777)
+      *ok = reader.Invalid(text, "permissions in octal, such as 0660 or 666");
   } else {
     return false;
   }
@@ -97,7 +167,8 @@ bool ParseServeArguments(const Arguments& args, ServeSettings* s, std::string* e
         return false;
       }
       s->listen.push_back(*address);
-    } else if (ReadSourceOption(reader, &s->source, &given, &ok) || ReadReceiverOption(reader, &s->receiver, &ok)) {
+    } else if (ReadSourceOption(reader, &s->source, &given, &ok) || ReadOutputOption(reader, &s->outputs, &ok) ||
+               ReadReceiverOption(reader, &s->receiver, &ok)) {
     } else if (!reader.IsOption() && s->source.file.empty()) {
       s->source.file = name;
     } else {
@@ -109,6 +180,8 @@ bool ParseServeArguments(const Arguments& args, ServeSettings* s, std::string* e
     return false;
   }
   *error = SourceConflict(s->source, given);
+  if (error->empty() && s->outputs.mqtt.empty() && (s->outputs.mqttQos != 0 || !s->outputs.mqttCaFile.empty()))
+    *error = "--mqtt-qos and --mqtt-cafile are for publishing with --mqtt";
   return error->empty();
 }
 
@@ -137,7 +210,7 @@ int RunServe(const Arguments& args, std::ostream& out, std::ostream& err) {
     return kExitFailure;
   }
   InterruptWatch interrupt;  // before any thread starts, so none takes the interruption
-  const int code = serve::ServeReceiver(source, settings.listen, err, interrupt);
+  const int code = serve::ServeReceiver(source, settings.listen, settings.outputs, err, interrupt);
   out.flush();
   return code;
 }

@@ -8,6 +8,7 @@
 
 #include "serve/driver_feed.h"
 #include "serve/listen_address.h"
+#include "serve/outputs.h"
 #include "session/command_line.h"
 #include "session/receiver_settings.h"
 
@@ -16,6 +17,7 @@ namespace kavo::cli {
 struct ServeSettings {
   serve::SourceSpec source;
   std::vector<serve::ListenAddress> listen;  // empty: the default
+  serve::OutputOptions outputs;
   bool help = false;
   ReceiverSettings receiver;
 };

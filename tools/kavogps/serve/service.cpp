@@ -21,8 +21,8 @@ std::string Shown(const tcp::endpoint& endpoint) {
 
 }  // namespace
 
-int ServeReceiver(const SourceSpec& source, const std::vector<ListenAddress>& listen, std::ostream& err,
-                  cli::InterruptWatch& interrupt) {
+int ServeReceiver(const SourceSpec& source, const std::vector<ListenAddress>& listen, const OutputOptions& extraOutputs,
+                  std::ostream& err, cli::InterruptWatch& interrupt) {
   ServerOptions options;
   for (const ListenAddress& address : listen)
     options.listen.emplace_back(asio::ip::make_address(address.address), address.port);
@@ -42,8 +42,11 @@ int ServeReceiver(const SourceSpec& source, const std::vector<ListenAddress>& li
   err.flush();
   FeedFanOut outputs;
   outputs.Add(server);
+  Outputs extra;
+  if (!extra.Open(extraOutputs, io, outputs, err)) return cli::kExitFailure;
   std::thread network([&io] { io.run(); });
   const int code = DriverFeed(outputs, err).Run(source, interrupt);
+  extra.Close();
   server.Close();
   network.join();
   return code;
