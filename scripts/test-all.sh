@@ -21,7 +21,8 @@ JOBS=${KAVOGPS_JOBS:-2}
 ALL_TIERS=(native asan tsan windows fuzz bench-smoke)
 PACKAGES=(cmake ninja-build g++ clang libclang-rt-dev libgtest-dev libgmock-dev googletest locales
           g++-mingw-w64-x86-64-posix wine wine64 gpsbabel pkg-config
-          libasio-dev nlohmann-json3-dev gpsd-clients python3-gps)
+          libasio-dev nlohmann-json3-dev gpsd-clients python3-gps
+          libmosquitto-dev mosquitto mosquitto-clients)
 # A command ctest runs under (build_and_test), such as setarch for tsan.
 CTEST_PREFIX=()
 
