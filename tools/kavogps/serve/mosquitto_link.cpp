@@ -16,9 +16,15 @@ constexpr int kKeepAliveSeconds = 30;
 constexpr char kOnline[] = "online";
 constexpr char kOffline[] = "offline";
 
+// Without the library's full stop, for a line that goes on.
+std::string Unstopped(std::string text) {
+  if (!text.empty() && text.back() == '.') text.pop_back();
+  return text;
+}
+
 std::string ErrorText(int code) {
   if (code == MOSQ_ERR_ERRNO) return std::generic_category().message(errno);
-  return mosquitto_strerror(code);
+  return Unstopped(mosquitto_strerror(code));
 }
 
 class MosquittoLink : public BrokerLink {
@@ -109,7 +115,7 @@ class MosquittoLink : public BrokerLink {
   }
 
   void OnConnect(int code) {
-    if (code != 0) return Lost(mosquitto_connack_string(code));
+    if (code != 0) return Lost(Unstopped(mosquitto_connack_string(code)));
     state_ = State::kUp;
     Status(kOnline);
   }

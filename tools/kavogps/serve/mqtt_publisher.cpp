@@ -74,7 +74,7 @@ void MqttPublisher::Device(DeviceState state) {
 uint64_t MqttPublisher::Dropped() const {
   const std::lock_guard<std::mutex> lock(mutex_);
   uint64_t dropped = 0;
-  for (const auto& entry : routes_) dropped += entry.second->queue.Dropped();
+  for (const auto& entry : routes_) dropped += entry.second->queue.Dropped() + entry.second->refused;
   return dropped;
 }
 
@@ -141,7 +141,11 @@ void MqttPublisher::PublishQueued(Route& route) {
       const std::lock_guard<std::mutex> lock(mutex_);
       if (!route.queue.Pop(&message)) return;
     }
-    if (!route.link->Publish(message)) return;  // the connection just went: the message is lost with it
+    if (!route.link->Publish(message)) {  // the connection just went: the message is lost with it
+      const std::lock_guard<std::mutex> lock(mutex_);
+      ++route.refused;
+      return;
+    }
   }
 }
 

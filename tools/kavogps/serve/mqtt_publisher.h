@@ -67,6 +67,7 @@ class MqttPublisher : public FeedSink {
     Route(std::string device, const std::string& prefix, size_t queueLength);
     std::string device, tpvTopic, skyTopic, statusTopic;
     PublishQueue queue;
+    uint64_t refused = 0;  // by a connection going as they were handed over; under the lock too
     std::unique_ptr<BrokerLink> link;
     BrokerLink::State state = BrokerLink::State::kDown;
     ReconnectBackoff backoff;

@@ -35,7 +35,9 @@ std::string ClearPath(asio::io_context& io, const std::string& path) {
   return error ? "cannot remove the socket left there: " + error.message() : std::string();
 }
 
-class NmeaSocketServer : public NmeaSocketOutput {
+// The server's state, which its handlers share: the output may go while
+// they are still queued on the network thread.
+class NmeaSocketServer : public NmeaSocketOutput, public std::enable_shared_from_this<NmeaSocketServer> {
  public:
   NmeaSocketServer(asio::io_context& io, NmeaSocketOptions options)
       : io_(io), options_(std::move(options)), acceptor_(io) {}
@@ -63,7 +65,7 @@ class NmeaSocketServer : public NmeaSocketOutput {
   ~NmeaSocketServer() override { RemoveFile(); }
 
   void Close() override {
-    asio::post(io_, [this] {
+    asio::post(io_, [this, self = shared_from_this()] {
       const std::lock_guard<std::mutex> lock(mutex_);
       closed_ = true;
       std::error_code ignored;
@@ -102,7 +104,7 @@ class NmeaSocketServer : public NmeaSocketOutput {
   using PeerPtr = std::shared_ptr<Peer>;
 
   void Accept() {
-    acceptor_.async_accept([this](std::error_code error, stream_protocol::socket socket) {
+    acceptor_.async_accept([this, self = shared_from_this()](std::error_code error, stream_protocol::socket socket) {
       const std::lock_guard<std::mutex> lock(mutex_);
       if (closed_) return;
       if (!error) {
@@ -113,7 +115,7 @@ class NmeaSocketServer : public NmeaSocketOutput {
       }
       // Out of descriptors or the like: try again a little later rather than spin.
       auto timer = std::make_shared<asio::steady_timer>(io_, std::chrono::milliseconds(100));
-      timer->async_wait([this, timer](std::error_code) {
+      timer->async_wait([this, self, timer](std::error_code) {
         const std::lock_guard<std::mutex> lock(mutex_);
         if (!closed_) Accept();
       });
@@ -122,11 +124,12 @@ class NmeaSocketServer : public NmeaSocketOutput {
 
   // Only to learn when the client goes.
   void Read(const PeerPtr& peer) {
-    peer->socket.async_read_some(asio::buffer(peer->ignored), [this, peer](std::error_code error, size_t) {
-      const std::lock_guard<std::mutex> lock(mutex_);
-      if (error) return Drop(peer);
-      Read(peer);
-    });
+    peer->socket.async_read_some(asio::buffer(peer->ignored),
+                                 [this, self = shared_from_this(), peer](std::error_code error, size_t) {
+                                   const std::lock_guard<std::mutex> lock(mutex_);
+                                   if (error) return Drop(peer);
+                                   Read(peer);
+                                 });
   }
 
   // With the lock held.
@@ -136,7 +139,7 @@ class NmeaSocketServer : public NmeaSocketOutput {
     std::vector<asio::const_buffer> buffers;
     for (const OutLine& line : peer->inFlight) buffers.push_back(asio::buffer(*line));
     peer->writing = true;
-    asio::async_write(peer->socket, buffers, [this, peer](std::error_code error, size_t) {
+    asio::async_write(peer->socket, buffers, [this, self = shared_from_this(), peer](std::error_code error, size_t) {
       const std::lock_guard<std::mutex> lock(mutex_);
       peer->writing = false;
       peer->inFlight.clear();
@@ -172,16 +175,34 @@ class NmeaSocketServer : public NmeaSocketOutput {
   std::atomic<bool> created_{false};  // the socket file is ours to remove
 };
 
+// What OpenNmeaSocket hands out: closes the server when it goes.
+class NmeaSocketHandle : public NmeaSocketOutput {
+ public:
+  explicit NmeaSocketHandle(std::shared_ptr<NmeaSocketServer> server) : server_(std::move(server)) {}
+  ~NmeaSocketHandle() override { server_->Close(); }
+
+  void Close() override { server_->Close(); }
+  size_t ClientCount() const override { return server_->ClientCount(); }
+  uint64_t DroppedLines() const override { return server_->DroppedLines(); }
+  void Epoch(const std::string&, std::string, std::string) override {}
+  bool WantsNmea() const override { return server_->WantsNmea(); }
+  void Nmea(const std::string& device, std::string sentence) override { server_->Nmea(device, std::move(sentence)); }
+  void Device(DeviceState) override {}
+
+ private:
+  std::shared_ptr<NmeaSocketServer> server_;
+};
+
 }  // namespace
 
 bool NmeaSocketSupported() { return true; }
 
 std::unique_ptr<NmeaSocketOutput> OpenNmeaSocket(asio::io_context& io, const NmeaSocketOptions& options,
                                                  std::string* why) {
-  auto server = std::make_unique<NmeaSocketServer>(io, options);
+  auto server = std::make_shared<NmeaSocketServer>(io, options);
   *why = server->Open();
   if (!why->empty()) return nullptr;
-  return server;
+  return std::make_unique<NmeaSocketHandle>(std::move(server));
 }
 
 }  // namespace kavo::serve
