@@ -1,6 +1,7 @@
 #include "commands/serve_command.h"
 
 #include <charconv>
+#include <fstream>
 
 #include "serve/broker_link.h"
 #include "serve/nmea_socket.h"
@@ -204,6 +205,11 @@ int RunServe(const Arguments& args, std::ostream& out, std::ostream& err) {
       err << "kavogps serve: '" << (source.file.empty() ? kDefaultRecording : source.file) << "': " << problem << '\n';
       return kExitFile;
     }
+  }
+  const std::string& caFile = settings.outputs.mqttCaFile;
+  if (!caFile.empty() && !std::ifstream(caFile)) {
+    err << "kavogps serve: '" << caFile << "': cannot be read\n";
+    return kExitFile;
   }
   if (!ApplyReceiverSettings(settings.receiver)) {
     err << "kavogps serve: the talkers and checksums cannot be handed to the library\n";

@@ -105,12 +105,11 @@ class MosquittoLink : public BrokerLink {
         mosquitto_will_set(mosq_, settings_.statusTopic.c_str(), sizeof kOffline - 1, kOffline, settings_.qos, true);
     if (code == MOSQ_ERR_SUCCESS && !broker.user.empty())
       code = mosquitto_username_pw_set(mosq_, broker.user.c_str(), broker.password.c_str());
-    if (code == MOSQ_ERR_SUCCESS && broker.tls) {
-      if (settings_.caFile.empty()) code = mosquitto_int_option(mosq_, MOSQ_OPT_TLS_USE_OS_CERTS, 1);
-      if (code == MOSQ_ERR_SUCCESS)
-        code = mosquitto_tls_set(mosq_, settings_.caFile.empty() ? nullptr : settings_.caFile.c_str(), nullptr, nullptr,
-                                 nullptr, nullptr);
-    }
+    // The system's certificates turn TLS on by themselves; a CA file is named through tls_set.
+    if (code == MOSQ_ERR_SUCCESS && broker.tls)
+      code = settings_.caFile.empty()
+                 ? mosquitto_int_option(mosq_, MOSQ_OPT_TLS_USE_OS_CERTS, 1)
+                 : mosquitto_tls_set(mosq_, settings_.caFile.c_str(), nullptr, nullptr, nullptr, nullptr);
     return code;
   }
 
