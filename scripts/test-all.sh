@@ -22,6 +22,7 @@ ALL_TIERS=(native asan tsan windows fuzz bench-smoke packages)
 PACKAGES=(cmake ninja-build g++ clang libclang-rt-dev libgtest-dev libgmock-dev googletest locales
           g++-mingw-w64-x86-64-posix wine wine64 gpsbabel pkg-config
           libasio-dev nlohmann-json3-dev gpsd-clients python3-gps chrony
+          libmosquitto-dev mosquitto mosquitto-clients
           scdoc dpkg-dev file lintian llvm lld man-db unzip)
 # A command ctest runs under (build_and_test), such as setarch for tsan.
 CTEST_PREFIX=()

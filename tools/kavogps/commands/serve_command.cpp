@@ -1,5 +1,10 @@
 #include "commands/serve_command.h"
 
+#include <charconv>
+#include <fstream>
+
+#include "serve/broker_link.h"
+#include "serve/nmea_socket.h"
 #include "serve/service.h"
 #include "serve/time_outputs.h"
 #include "session/bundled_data.h"
@@ -11,8 +16,37 @@
 namespace kavo::cli {
 namespace {
 
+std::string MqttHelp() {
+  if (!serve::MqttBuiltIn())
+    return "  --mqtt URL        publish to an MQTT broker: not in this build, which was made\n"
+           "                    without libmosquitto\n";
+  return "  --mqtt URL        publish to an MQTT broker, URL being\n"
+         "                    mqtt://[USER[:PASSWORD]@]HOST[:PORT]/PREFIX (port 1883), or\n"
+         "                    mqtts://... for TLS (port 8883); may be given more than once.\n"
+         "                    Topics: PREFIX/DEVICE/tpv each epoch and PREFIX/DEVICE/sky when\n"
+         "                    the sky changed (the daemon's JSON, both retained), and\n"
+         "                    PREFIX/DEVICE/status: online, or offline once serve is gone.\n"
+         "                    DEVICE is the last part of the receiver's path with every\n"
+         "                    character but letters, digits, '-', '_' and '.' made '_':\n"
+         "                    /dev/ttyUSB0 gives ttyUSB0, COM4 gives COM4. A broker that is\n"
+         "                    away is tried again after 1 s, 2 s, 4 s... up to a minute;\n"
+         "                    meanwhile the newest 256 messages per receiver wait\n"
+         "  --mqtt-qos N      0 (default), or 1 for messages the broker acknowledges\n"
+         "  --mqtt-cafile FILE  the certificate authorities that vouch for an mqtts://\n"
+         "                    broker (default: the system's)\n";
+}
+
+std::string NmeaSocketHelp() {
+  if (!serve::NmeaSocketSupported()) return "  --nmea-socket PATH  a Unix socket of raw sentences: not on Windows\n";
+  return "  --nmea-socket PATH  a Unix socket where each client gets the raw NMEA sentences\n"
+         "                    (GeoClue's nmea-socket setting); a socket file left by an\n"
+         "                    earlier run is replaced, and the file goes at exit\n"
+         "  --nmea-socket-mode MODE  the socket file's permissions, in octal (default 0660)\n";
+}
+
 void PrintHelp(std::ostream& out) {
   out << "Usage: kavogps serve [SOURCE [SOURCE OPTIONS]]... [--listen ADDR:PORT]...\n"
+         "                     [--mqtt URL]... [--nmea-socket PATH]\n"
          "  SOURCE: FILE | --port PORT | --find\n\n"
          "Shares receivers with every program that reads a GPS daemon (cgps, gpspipe,\n"
          "xgps, Python's gps module, map applications): it plays each FILE (without a\n"
@@ -39,7 +73,7 @@ void PrintHelp(std::ostream& out) {
          "                    (not on Windows)\n"
          "  --listen ADDR:PORT  where to listen, e.g. 0.0.0.0:2947 or [::1]:2947;\n"
          "                    may be given more than once (default 127.0.0.1:2947)\n"
-      << ReceiverOptionsHelp(20) << "  -h, --help        show this help\n\n"
+      << MqttHelp() << NmeaSocketHelp() << ReceiverOptionsHelp(20) << "  -h, --help        show this help\n\n"
       << kExitCodeHelp;
 }
 
@@ -101,6 +135,43 @@ bool ReadSourceOption(OptionReader& reader, std::vector<NamedSource>* sources, b
   return true;
 }
 
+// Reads an option of the outputs beside the TCP server, as
+// ReadSourceOption does.
+bool ReadOutputOption(OptionReader& reader, serve::OutputOptions* outputs, bool* ok) {
+  const std::string& name = reader.Name();
+  std::string text;
+  if (name == "--mqtt") {
+    if (!(*ok = reader.Value(&text))) return true;
+    std::string why;
+    const std::optional<serve::BrokerAddress> broker = serve::ParseBrokerUrl(text, &why);
+    if (!serve::MqttBuiltIn()) {
+      *ok = reader.Refuse("is not in this build, which was made without libmosquitto");
+    } else if (!broker) {
+      *ok = reader.Invalid(text, ("mqtt://[USER[:PASSWORD]@]HOST[:PORT]/PREFIX (" + why + ")").c_str());
+    } else {
+      outputs->mqtt.push_back(*broker);
+    }
+  } else if (name == "--mqtt-qos") {
+    int64_t qos = 0;
+    *ok = reader.Number(0, 1, "0 or 1", &qos);
+    outputs->mqttQos = static_cast<int>(qos);
+  } else if (name == "--mqtt-cafile") {
+    *ok = reader.Value(&outputs->mqttCaFile);
+  } else if (name == "--nmea-socket") {
+    *ok = reader.Value(&outputs->nmeaSocket);
+    if (*ok && !serve::NmeaSocketSupported()) *ok = reader.Refuse("is for Unix systems; not available on Windows");
+  } else if (name == "--nmea-socket-mode") {
+    if (!(*ok = reader.Value(&text))) return true;
+    const char* end = text.data() + text.size();
+    const auto [last, error] = std::from_chars(text.data(), end, outputs->nmeaSocketMode, 8);
+    if (text.empty() || error != std::errc() || last != end || outputs->nmeaSocketMode > 0777)
+      *ok = reader.Invalid(text, "permissions in octal, such as 0660 or 666");
+  } else {
+    return false;
+  }
+  return true;
+}
+
 // Why a source's options cannot go together; empty when they can.
 std::string SourceConflict(const NamedSource& named) {
   const serve::SourceSpec& source = named.spec;
@@ -152,7 +223,8 @@ bool ParseServeArguments(const Arguments& args, ServeSettings* s, std::string* e
         return false;
       }
       s->listen.push_back(*address);
-    } else if (ReadSourceOption(reader, &sources, &ok) || ReadReceiverOption(reader, &s->receiver, &ok)) {
+    } else if (ReadSourceOption(reader, &sources, &ok) || ReadOutputOption(reader, &s->outputs, &ok) ||
+               ReadReceiverOption(reader, &s->receiver, &ok)) {
     } else if (!reader.IsOption()) {
       StartSource(&sources).file = name;
     } else {
@@ -166,6 +238,8 @@ bool ParseServeArguments(const Arguments& args, ServeSettings* s, std::string* e
   *error = SourcesConflict(sources);
   for (const NamedSource& source : sources) s->sources.push_back(source.spec);
   if (s->sources.empty()) s->sources.emplace_back();
+  if (error->empty() && s->outputs.mqtt.empty() && (s->outputs.mqttQos != 0 || !s->outputs.mqttCaFile.empty()))
+    *error = "--mqtt-qos and --mqtt-cafile are for publishing with --mqtt";
   return error->empty();
 }
 
@@ -189,12 +263,17 @@ int RunServe(const Arguments& args, std::ostream& out, std::ostream& err) {
       return kExitFile;
     }
   }
+  const std::string& caFile = settings.outputs.mqttCaFile;
+  if (!caFile.empty() && !std::ifstream(caFile)) {
+    err << "kavogps serve: '" << caFile << "': cannot be read\n";
+    return kExitFile;
+  }
   if (!ApplyReceiverSettings(settings.receiver)) {
     err << "kavogps serve: the talkers and checksums cannot be handed to the library\n";
     return kExitFailure;
   }
   InterruptWatch interrupt;  // before any thread starts, so none takes the interruption
-  const int code = serve::ServeReceiver(settings.sources, settings.listen, err, interrupt);
+  const int code = serve::ServeReceiver(settings.sources, settings.listen, settings.outputs, err, interrupt);
   out.flush();
   return code;
 }

@@ -9,6 +9,7 @@
 
 #include "serve/driver_feed.h"
 #include "serve/listen_address.h"
+#include "serve/outputs.h"
 #include "session/command_line.h"
 #include "session/receiver_settings.h"
 
@@ -17,6 +18,7 @@ namespace kavo::cli {
 struct ServeSettings {
   std::vector<serve::SourceSpec> sources;    // in the order named; one without a source plays the bundled recording
   std::vector<serve::ListenAddress> listen;  // empty: the default
+  serve::OutputOptions outputs;
   bool help = false;
   ReceiverSettings receiver;
 };

@@ -25,8 +25,8 @@ std::string Shown(const tcp::endpoint& endpoint) {
 
 }  // namespace
 
-int ServeReceiver(const std::vector<SourceSpec>& sources, const std::vector<ListenAddress>& listen, std::ostream& err,
-                  cli::InterruptWatch& interrupt) {
+int ServeReceiver(const std::vector<SourceSpec>& sources, const std::vector<ListenAddress>& listen, const OutputOptions& extraOutputs,
+                  std::ostream& err, cli::InterruptWatch& interrupt) {
   ServerOptions options;
   std::vector<HandedSocket> handed;
   try {
@@ -57,9 +57,12 @@ int ServeReceiver(const std::vector<SourceSpec>& sources, const std::vector<List
   err.flush();
   FeedFanOut outputs;
   outputs.Add(server);
+  Outputs extra;
+  if (!extra.Open(extraOutputs, io, outputs, err)) return cli::kExitFailure;
   std::thread network([&io] { io.run(); });
   LineLog log(err);
   const int code = RunReceiverFeeds(sources, outputs, log, interrupt);
+  extra.Close();
   server.Close();
   network.join();
   return code;

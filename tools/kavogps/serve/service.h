@@ -7,14 +7,15 @@
 
 #include "serve/driver_feed.h"
 #include "serve/listen_address.h"
+#include "serve/outputs.h"
 #include "session/console.h"
 
 namespace kavo::serve {
 
-// Serves every receiver of `sources` to the clients on `listen` until
-// interrupted; says where it listens, and what goes wrong, on `err`. The
-// tool's exit code.
-int ServeReceiver(const std::vector<SourceSpec>& sources, const std::vector<ListenAddress>& listen, std::ostream& err,
-                  cli::InterruptWatch& interrupt);
+// Serves every receiver of `sources` to the clients on `listen`, and to
+// `extraOutputs`, until interrupted; says where it listens, and what goes
+// wrong, on `err`. The tool's exit code.
+int ServeReceiver(const std::vector<SourceSpec>& sources, const std::vector<ListenAddress>& listen,
+                  const OutputOptions& extraOutputs, std::ostream& err, cli::InterruptWatch& interrupt);
 
 }  // namespace kavo::serve
