@@ -79,10 +79,14 @@ class Lines:
                 return line
 
 
+subscribers = []  # ended at exit, even after a failed step
+
+
 def subscribe(topic, *extra):
     """mosquitto_sub printing 'RETAIN TOPIC PAYLOAD' per message."""
     process = subprocess.Popen(["mosquitto_sub", "-h", "127.0.0.1", "-p", str(PORT), "-t", topic,
-                                "-F", "%r %t %p", *extra], stdout=subprocess.PIPE, text=True)
+                                "-F", "%r %t %p", *extra], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+    subscribers.append(process)
     out = Lines(process, process.stdout)
     time.sleep(0.3)  # mosquitto_sub says nothing once subscribed; give it the moment it takes
     return process, out
@@ -133,7 +137,7 @@ def every_epoch_and_a_late_subscriber():
             if topic == "walk.nmea/tpv":
                 got.append(json.loads(payload)["time"][11:19])
         assert got == expected, "epochs missing or out of order"
-        said.until(lambda l: "end of recording" in l, "the end of the recording")
+        said.until(lambda l: "serving its last fix" in l, "the end of the recording")
 
         late, first = subscribe(PREFIX + "/walk.nmea/tpv")
         retained, topic, payload = message(first.next("the retained tpv"))
@@ -183,6 +187,8 @@ try:
     every_epoch_and_a_late_subscriber()
     broker = broker_restarted_and_serve_killed(broker)
 finally:
+    for subscriber in subscribers:
+        subscriber.kill()
     stop_broker(broker)
     shutil.rmtree(scratch, ignore_errors=True)
 print("serve --mqtt: every epoch in order, retained tpv first, offline on exit and when killed, "
