@@ -2,12 +2,13 @@
 // and the standard library's steady clock:
 //   bench_playback_pacing [--check] [MS_PER_LINE...]   (default 5 20 100)
 // Plays 300 lines at each pace and prints the time per line from the first
-// sentence callback to the last. With --check it fails when one is off by
-// more than 3 %: the Windows build runs it so under Wine, where the
-// library's clock once made the pace up to 40 % fast.
+// sentence callback to the last. With --check it fails when one runs more
+// than 3 % fast or 10 % slow: the Windows build runs it so under Wine, where
+// the library's clock once made the pace up to 40 % fast, or, ticking in
+// 16 ms steps, up to 40 % slow. A loaded machine only delays lines, hence
+// the wider bound on that side.
 #include <atomic>
 #include <chrono>
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -75,8 +76,8 @@ int main(int argc, char** argv) {
   int failures = 0;
   for (const unsigned pace : paces) {
     const double measured = Play(path, pace);
-    const bool ok = std::fabs(measured - pace) <= 0.03 * pace;
-    std::printf("%3u ms a line: %7.2f ms over %d lines%s\n", pace, measured, kLines, ok ? "" : "  (off by > 3 %)");
+    const bool ok = measured >= 0.97 * pace && measured <= 1.1 * pace;
+    std::printf("%3u ms a line: %7.2f ms over %d lines%s\n", pace, measured, kLines, ok ? "" : "  (out of bounds)");
     failures += !ok;
   }
   std::remove(name);

@@ -81,12 +81,14 @@ check_example() {
 }
 
 # 1. find_package, shared and static: the C example in a C-only project,
-# the C++ example in a C++ one.
+# the C++ example in a C++ one. A cross toolchain searches packages only
+# under its own root, so the Windows build names the package's folder.
+[ "$platform" = windows ] && cross="$cross -DKavoMobileGPS_DIR=$libdir/cmake/KavoMobileGPS"
 for project in "$examples" "$examples/cpp"; do
   name=$(basename "$project")
   # shellcheck disable=SC2086
   cmake -S "$project" -B "$work/$name" -G "$generator" $cross -DCMAKE_PREFIX_PATH="$prefix" \
-    -DCMAKE_FIND_ROOT_PATH="$prefix" -DCMAKE_BUILD_TYPE=Release >"$work/cmake.log" 2>&1 ||
+    -DCMAKE_BUILD_TYPE=Release >"$work/cmake.log" 2>&1 ||
     { cat "$work/cmake.log"; fail "find_package(KavoMobileGPS) failed for $name"; }
   cmake --build "$work/$name" >>"$work/cmake.log" 2>&1 || { cat "$work/cmake.log"; fail "building $name failed"; }
 done
