@@ -6,6 +6,7 @@
 #include <asio/io_context.hpp>
 
 #include "serve/feed_fan_out.h"
+#include "serve/outputs.h"
 #include "serve/server.h"
 #include "session/command_line.h"
 
