@@ -9,7 +9,7 @@
 
 #include "serve/driver_feed.h"
 #include "serve/listen_address.h"
-#include "serve/outputs.h"
+#include "serve/output_options.h"
 #include "session/command_line.h"
 #include "session/receiver_settings.h"
 

@@ -9,9 +9,11 @@
 #include <memory>
 #include <string>
 
-#include <asio/io_context.hpp>
-
 #include "serve/feed.h"
+
+namespace asio {
+class io_context;  // declared only: the command line asks NmeaSocketSupported without network headers
+}
 
 namespace kavo::serve {
 

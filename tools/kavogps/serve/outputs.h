@@ -9,20 +9,12 @@
 
 #include <asio/io_context.hpp>
 
-#include "serve/broker_address.h"
 #include "serve/feed_fan_out.h"
 #include "serve/mqtt_publisher.h"
 #include "serve/nmea_socket.h"
+#include "serve/output_options.h"
 
 namespace kavo::serve {
-
-struct OutputOptions {
-  std::vector<BrokerAddress> mqtt;
-  int mqttQos = 0;
-  std::string mqttCaFile;
-  std::string nmeaSocket;  // empty: none
-  unsigned nmeaSocketMode = 0660;
-};
 
 class Outputs {
  public:

@@ -10,6 +10,7 @@
 #include "serve/handed_sockets.h"
 #include "serve/line_log.h"
 #include "serve/receiver_feeds.h"
+#include "serve/outputs.h"
 #include "serve/server.h"
 #include "session/command_line.h"
 

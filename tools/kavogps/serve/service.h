@@ -7,7 +7,7 @@
 
 #include "serve/driver_feed.h"
 #include "serve/listen_address.h"
-#include "serve/outputs.h"
+#include "serve/output_options.h"
 #include "session/console.h"
 
 namespace kavo::serve {

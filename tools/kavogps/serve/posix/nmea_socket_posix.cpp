@@ -5,6 +5,7 @@
 #include <mutex>
 #include <vector>
 
+#include <asio/io_context.hpp>
 #include <asio/local/stream_protocol.hpp>
 #include <asio/post.hpp>
 #include <asio/steady_timer.hpp>
