@@ -9,8 +9,8 @@
 #include "serve/feed_fan_out.h"
 #include "serve/handed_sockets.h"
 #include "serve/line_log.h"
-#include "serve/receiver_feeds.h"
 #include "serve/outputs.h"
+#include "serve/receiver_feeds.h"
 #include "serve/server.h"
 #include "session/command_line.h"
 
@@ -26,8 +26,8 @@ std::string Shown(const tcp::endpoint& endpoint) {
 
 }  // namespace
 
-int ServeReceiver(const std::vector<SourceSpec>& sources, const std::vector<ListenAddress>& listen, const OutputOptions& extraOutputs,
-                  std::ostream& err, cli::InterruptWatch& interrupt) {
+int ServeReceiver(const std::vector<SourceSpec>& sources, const std::vector<ListenAddress>& listen,
+                  const OutputOptions& extraOutputs, std::ostream& err, cli::InterruptWatch& interrupt) {
   ServerOptions options;
   std::vector<HandedSocket> handed;
   try {
