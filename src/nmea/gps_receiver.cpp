@@ -181,7 +181,28 @@ void GpsReceiver::ProcessText(const Run& run, const char16_t* text, uint32_t cou
   if (!run.Open()) return;
   const bool parsed = store_.ProcessChunk(WideView(text, count)) != 0;
   if (!parsed) SetStatus(run, GPS_STATUS_PARSE_ERROR);
+  if (!DeliverSentences(run)) return;
 
+  const uint32_t mask = store_.UpdateMask();
+  const bool copied = CopyRecords(mask);
+  const bool seen = store_.SentencesSeen();
+  if (seen || status_ == GPS_STATUS_TIMEOUT) {
+    const int32_t status = store_.Status();
+    if (SetStatus(run, status)) NotifyStatusChanged(run, status);
+  }
+  if (copied) NotifyDataThrottled(run, mask);
+
+  if (seen || copied) {
+    lastSentence_ = platform::TickCount();
+  } else if (Elapsed(platform::TickCount(), lastSentence_, kNoSentenceMs) && status_ != GPS_STATUS_NO_SENTENCE) {
+    SetStatusAndNotify(run, GPS_STATUS_NO_SENTENCE);
+  }
+  lastData_ = platform::TickCount();
+}
+
+// The chunk's recognised sentences to every listener; false once the run
+// was stopped.
+bool GpsReceiver::DeliverSentences(const Run& run) {
   const nmea::SentenceList& sentences = store_.RecognisedSentences();
   for (size_t i = 0; run.Open() && i < sentences.Count(); ++i) {
     const char16_t* sentence = sentences.Text(i);
@@ -191,9 +212,11 @@ void GpsReceiver::ProcessText(const Run& run, const char16_t* text, uint32_t cou
       return true;
     });
   }
-  if (!run.Open()) return;
+  return run.Open();
+}
 
-  const uint32_t mask = store_.UpdateMask();
+// Publishes what changed to the records the getters read; whether any was.
+bool GpsReceiver::CopyRecords(uint32_t mask) {
   bool copied = false;
   if (mask != 0 && mask != GPS_CHANGED_SATELLITES) {
     CriticalSectionLock::Guard guard(locationLock_);
@@ -205,46 +228,31 @@ void GpsReceiver::ProcessText(const Run& run, const char16_t* text, uint32_t cou
     satellites_ = store_.Satellites();
     copied = true;
   }
+  return copied;
+}
 
-  const bool seen = store_.SentencesSeen();
-  if (seen || status_ == GPS_STATUS_TIMEOUT) {
-    const int32_t status = store_.Status();
-    if (SetStatus(run, status)) NotifyStatusChanged(run, status);
-  }
-
-  // Data notifications are throttled to one per interval; what changed in
-  // between is carried to the next one.
+// Data notifications are throttled to one per interval; what changed in
+// between is carried to the next one.
+void GpsReceiver::NotifyDataThrottled(const Run& run, uint32_t mask) {
   const uint32_t now = platform::TickCount();
-  if (copied) {
-    uint32_t deliver = 0;
-    {
-      CriticalSectionLock::Guard guard(notificationLock_);
-      if (Elapsed(now, lastNotification_, notificationInterval_)) {
-        deliver = pendingMask_ | mask;
-        lastNotification_ = now;
-        pendingMask_ = 0;
-      } else {
-        pendingMask_ |= mask;
-      }
-    }
-    if (deliver) {
-      GPSLocation location;
-      {
-        CriticalSectionLock::Guard guard(locationLock_);
-        location = location_;
-      }
-      NotifyDataChanged(run, deliver, location);
+  uint32_t deliver = 0;
+  {
+    CriticalSectionLock::Guard guard(notificationLock_);
+    if (Elapsed(now, lastNotification_, notificationInterval_)) {
+      deliver = pendingMask_ | mask;
+      lastNotification_ = now;
+      pendingMask_ = 0;
+    } else {
+      pendingMask_ |= mask;
     }
   }
-
-  if (seen || copied) {
-    lastSentence_ = platform::TickCount();
-  } else if (Elapsed(platform::TickCount(), lastSentence_, kNoSentenceMs) && status_ != GPS_STATUS_NO_SENTENCE) {
-    SetStatusAndNotify(run, GPS_STATUS_NO_SENTENCE);
-    lastData_ = platform::TickCount();
-    return;
+  if (!deliver) return;
+  GPSLocation location;
+  {
+    CriticalSectionLock::Guard guard(locationLock_);
+    location = location_;
   }
-  lastData_ = platform::TickCount();
+  NotifyDataChanged(run, deliver, location);
 }
 
 void GpsReceiver::ProcessNoData(const Run& run) {

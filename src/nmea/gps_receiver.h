@@ -42,6 +42,9 @@ class GpsReceiver : public Receiver {
 
   Ref<Run> CurrentRun();
   void ProcessText(const Run& run, const char16_t* text, uint32_t count);
+  bool DeliverSentences(const Run& run);
+  bool CopyRecords(uint32_t mask);
+  void NotifyDataThrottled(const Run& run, uint32_t mask);
   void ProcessNoData(const Run& run);
   void ProcessError(const Run& run, const CIMExceptionImpl& error);
   // Sets the status unless the run has ended; true when it changed.
