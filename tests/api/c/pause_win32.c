@@ -1,5 +1,0 @@
-#include <windows.h>
-
-#include "pause.h"
-
-void PauseMs(unsigned ms) { Sleep(ms); }
