@@ -22,20 +22,23 @@ if [ "${1-}" = --shutdown ]; then
 fi
 # Wine shows the host's root as drive Z:.
 export WINEPATH="Z:$(printf '%s' "$dlls" | tr / '\\')${WINEPATH:+;$WINEPATH}"
+mkdir -p "$prefix"
+exec 9>"$prefix.lock"
+flock 9
 if [ ! -f "$prefix/system.reg" ]; then
-  mkdir -p "$prefix"
-  exec 9>"$prefix.lock"
-  flock 9
-  if [ ! -f "$prefix/system.reg" ]; then
-    wineboot -i >/dev/null 2>&1 || { echo "wine-run: wineboot -i failed in $prefix" >&2; exit 1; }
-    wineserver -w
-  fi
-  exec 9>&-
+  wineboot -i >/dev/null 2>&1 || { echo "wine-run: wineboot -i failed in $prefix" >&2; exit 1; }
+  wineserver -w
 fi
 # One server for a whole test run: tests start and end in parallel, and a
 # server that was just exiting as a test connected reset that test's
 # connection. It stays 30 s after its last client, then goes by itself.
 wineserver -p30 >/dev/null 2>&1 || true
+# A fresh server's first program starts Wine's services, and they inherit
+# its output: from a test they would hold the test's output open for the
+# server's whole life (ctest waits for it until the test's time-out, then
+# kills them under every other test). A silent program starts them instead.
+wine cmd /c exit </dev/null >/dev/null 2>&1 || true
+exec 9>&-
 if [ "${1-}" = --host ]; then
   shift
   exec "$@"
