@@ -59,8 +59,10 @@ int RunReceiverFeeds(const std::vector<SourceSpec>& sources, FeedSink& sink, Lin
       interrupt.Wake();  // the last one to end ends the server
     });
   }
+  // Each feed wakes this thread as it ends; the bound only matters were a
+  // wake ever lost.
   bool interrupted = false;
-  while (running > 0 && !(interrupted = interrupt.Wait(1000))) {}
+  while (running > 0 && !(interrupted = interrupt.Wait(60000))) {}
   for (auto& receiver : receivers) receiver->stop.Stop();
   int code = cli::kExitOk;
   for (auto& receiver : receivers) {

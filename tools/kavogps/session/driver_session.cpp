@@ -15,8 +15,11 @@ namespace {
 
 constexpr uint32_t kPollMs = 50;
 // When the callbacks drain, the session's thread is woken for what they
-// cannot do; its own polls only close epochs that went quiet.
+// cannot do; its own polls only close epochs that went quiet. With no epoch
+// open it has nothing to do until woken: a status change wakes it, and a
+// stop ends its wait.
 constexpr uint32_t kPollMsWhileCallbacksDrain = 1000;
+constexpr std::chrono::milliseconds kIdleWhileCallbacksDrain{60000};
 constexpr std::chrono::microseconds kSpinFor{500};
 // The library holds a data callback back for its notification interval
 // (100 ms, fixed) after the last one; a little later the next one comes.
@@ -261,12 +264,13 @@ SessionEnd DriverSession::Run(Waiter& interrupt) {
   bool delivering = false;  // the status has left "stopped" at least once
   std::optional<SessionEnd> end;
   while (!end) {
-    bool due;
+    bool due, idle;
     {
       std::lock_guard<std::mutex> lock(draining_);
       due = epochs_.Due();
+      idle = options_.viewsOnCallbackThread && delivering && !epochs_.Open() && outputs_.empty();
     }
-    const std::chrono::microseconds wait = polls.Next(due);
+    const std::chrono::microseconds wait = idle ? kIdleWhileCallbacksDrain : polls.Next(due);
     if (wait == wait.zero()) std::this_thread::yield();
     const bool interrupted = interrupt.Wait(static_cast<uint32_t>((wait.count() + 999) / 1000));
     Record(slot_, Recorder::kSession);

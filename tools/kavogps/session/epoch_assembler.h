@@ -52,6 +52,8 @@ class EpochAssembler {
   // The open epoch's last sentence came and the record did not yet show
   // it: a reading taken soon completes the epoch.
   bool Due() const { return due_; }
+  // Whether sentences of an epoch not yet reported came.
+  bool Open() const { return open_; }
   // No more sentences come: the open epoch is complete with `reading`.
   void Finish(const Reading& reading);
 
