@@ -97,8 +97,9 @@ ServedDevice& Server::Served(const std::string& path) {
   return devices_.back();
 }
 
-void Server::Broadcast(Kind kind, const std::string& device, const std::string& line) {
-  const OutLine shared = std::make_shared<const std::string>(line + "\r\n");
+void Server::Broadcast(Kind kind, const std::string& device, std::string line) {
+  line += "\r\n";
+  const OutLine shared = std::make_shared<const std::string>(std::move(line));
   for (const auto& client : clients_.All()) client->Deliver(kind == Kind::kJson, device, shared);
 }
 
@@ -111,12 +112,15 @@ void Server::Epoch(const std::string& device, std::string tpv, std::string sky) 
   served.tpv = std::move(tpv);
   if (sky.empty()) return Broadcast(Kind::kJson, device, served.tpv);
   served.sky = std::move(sky);
-  Broadcast(Kind::kJson, device, served.tpv + "\r\n" + served.sky);
+  std::string both;
+  both.reserve(served.tpv.size() + served.sky.size() + 4);
+  both.append(served.tpv).append("\r\n").append(served.sky);
+  Broadcast(Kind::kJson, device, std::move(both));
 }
 
 void Server::Nmea(const std::string& device, std::string sentence) {
   const auto lock = clients_.Lock();
-  Broadcast(Kind::kNmea, device, sentence);
+  Broadcast(Kind::kNmea, device, std::move(sentence));
 }
 
 void Server::Device(DeviceState state) {

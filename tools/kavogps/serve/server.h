@@ -59,7 +59,7 @@ class Server : public FeedSink {
  private:
   enum class Kind { kJson, kNmea };
   void Accept(asio::ip::tcp::acceptor& acceptor);
-  void Broadcast(Kind kind, const std::string& device, const std::string& line);
+  void Broadcast(Kind kind, const std::string& device, std::string line);
   // The device of that path, added when new; with the registry's lock held.
   ServedDevice& Served(const std::string& path);
   // What the clients' answers depend on, with the registry's lock held.

@@ -19,7 +19,10 @@ LibraryText ToLibraryText(const std::string& text) {
 
 std::string FromLibraryText(const KavoChar* text) {
   if (!text) return {};
+  size_t length = 0;
+  while (text[length]) ++length;
   std::string ascii;  // sentences and most names: nothing to convert
+  ascii.reserve(length);
   for (; *text && *text < 0x80; ++text) ascii += static_cast<char>(*text);
   if (!*text) return ascii;
   std::u16string wide(ascii.begin(), ascii.end());

@@ -8,19 +8,20 @@ namespace {
 
 constexpr double kMphPerKnot = 1852.0 / 1609.344;
 
-// A sentence's fields, its address first. Fields past its end read as
-// empty, so a reader need not check the length for each.
+// A sentence's fields, its address first, as views into the sentence.
+// Fields past its end read as empty, so a reader need not check the length
+// for each.
 class SentenceFields {
  public:
-  explicit SentenceFields(const std::string& sentence) {
+  explicit SentenceFields(std::string_view sentence) {
     size_t start = sentence.find_first_of("$!");
-    start = start == std::string::npos ? 0 : start + 1;
+    start = start == std::string_view::npos ? 0 : start + 1;
     const size_t end = std::min(sentence.find_first_of("*\r\n", start), sentence.size());
     if (start < end) {
       fields_.reserve(24);
       for (size_t at = start;;) {
         const size_t comma = std::min(sentence.find(',', at), end);
-        fields_.emplace_back(sentence, at, comma - at);
+        fields_.push_back(sentence.substr(at, comma - at));
         if (comma == end) break;
         at = comma + 1;
       }
@@ -30,19 +31,18 @@ class SentenceFields {
   }
 
   size_t Sent() const { return sent_; }  // how many fields the sentence had
-  const std::string& operator[](size_t i) const { return fields_[i]; }
+  std::string_view operator[](size_t i) const { return fields_[i]; }
   bool Given(size_t i) const { return !fields_[i].empty(); }
   double Number(size_t i) const { return FieldNumber(fields_[i]); }
   int Integer(size_t i) const { return static_cast<int>(Number(i)); }
 
  private:
-  std::vector<std::string> fields_;
+  std::vector<std::string_view> fields_;
   size_t sent_ = 0;
 };
 
 // ddmm.mmmm and its hemisphere as signed degrees.
-double Angle(const std::string& value, const std::string& hemisphere, size_t degreeDigits) {
-  const std::string_view text(value);
+double Angle(std::string_view text, std::string_view hemisphere, size_t degreeDigits) {
   const double degrees =
       FieldNumber(text.substr(0, degreeDigits)) + FieldNumber(text.substr(std::min(degreeDigits, text.size()))) / 60.0;
   return hemisphere == "S" || hemisphere == "W" ? -degrees : degrees;
@@ -76,9 +76,8 @@ void ReadGga(const SentenceFields& f, SentenceFacts& facts) {
 }
 
 // ddmmyy; two-digit years pivot at 1971, as the library reads them.
-std::optional<calendar::CivilTime> Date(const std::string& ddmmyy) {
-  if (ddmmyy.size() < 6) return std::nullopt;
-  const std::string_view text(ddmmyy);
+std::optional<calendar::CivilTime> Date(std::string_view text) {
+  if (text.size() < 6) return std::nullopt;
   calendar::CivilTime date;
   date.day = static_cast<int>(FieldNumber(text.substr(0, 2)));
   date.month = static_cast<int>(FieldNumber(text.substr(2, 2)));
@@ -172,7 +171,7 @@ SentenceFacts ReadSentenceFacts(const std::string& sentence) {
   if (fields.Sent() == 0 || fields[0].size() < 3) return facts;
   facts.key = fields[0];
   facts.kind = fields[0];
-  const std::string type = fields[0].substr(fields[0].size() - 3);
+  const std::string_view type = fields[0].substr(fields[0].size() - 3);
   for (const SentenceReader& reader : kReaders)
     if (type == reader.type) reader.read(fields, facts);
   return facts;
