@@ -120,6 +120,14 @@ TEST(JsonReport, TpvFollowsTheFixSkyNamesEachSatellitesSystemAndNumbersStayPlain
   reading.location.TimeType = GPS_TIME_OF_DAY;       // no date: no time field
   EXPECT_EQ(TpvJson(reading, ""), "{\"class\":\"TPV\",\"mode\":2,\"status\":5,\"lat\":48.5,\"lon\":-11.25}");
   EXPECT_EQ(JsonNumber(1e20, 1), "100000000000000000000");  // never in exponent form
+  // Rounded from the double's exact value, halfway to even, trailing zeros
+  // cut: 1.0005 and 2.675 lie just below halfway, 0.125, 2.5 and -7.25 on it.
+  const std::pair<double, int> rounded[] = {{0.125, 2},  {0.375, 2},   {2.5, 0},        {-0.04, 1},
+                                            {999999.9999, 3}, {1e6 + 0.25, 1}, {48.1173, 9}, {0.1 + 0.2, 9},
+                                            {-1e-300, 2}, {1.0005, 3}, {2.675, 2},     {-7.25, 1}};
+  const char* const texts[] = {"0.12", "0.38", "2", "0", "1000000", "1000000.2", "48.1173", "0.3", "0", "1", "2.67", "-7.2"};
+  for (size_t i = 0; i < std::size(rounded); ++i)
+    EXPECT_EQ(JsonNumber(rounded[i].first, rounded[i].second), texts[i]) << rounded[i].first;
   EXPECT_EQ(JsonString("C:\\a \"b\"\n"), "\"C:\\\\a \\\"b\\\"\\u000a\"");
 
   const std::vector<std::pair<int32_t, std::string>> satellites = {{7, ",\"gnssid\":0,\"svid\":7,\"used\":true}"},

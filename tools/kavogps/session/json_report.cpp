@@ -44,12 +44,38 @@ bool SystemOf(int32_t prn, int* gnssid, int* svid) {
   return false;
 }
 
+// `value` times 10^decimals rounded to an integer, when that is certainly
+// the correctly rounded decimal: below 2^40 the product's own rounding is
+// under 2^-13, so only a product that near a halfway point could round the
+// wrong way, and those are left to the exact formatting.
+bool ScaledExactly(double value, int decimals, long long* scaled) {
+  static constexpr double kPowers[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9};
+  if (decimals < 0 || decimals > 9) return false;
+  const double product = value * kPowers[decimals];
+  if (!(std::fabs(product) < 0x1p40)) return false;
+  if (std::fabs(product - std::floor(product) - 0.5) < 1e-3) return false;
+  *scaled = std::llround(product);
+  return true;
+}
+
 }  // namespace
 
 std::string JsonNumber(double value, int decimals) {
-  char text[400];  // the longest double in fixed notation, and its decimals
-  const std::to_chars_result end = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, decimals);
-  std::string number(text, end.ptr);
+  std::string number;
+  long long scaled = 0;
+  if (ScaledExactly(value, decimals, &scaled)) {  // most numbers: far cheaper than exact formatting
+    number = std::to_string(scaled < 0 ? -scaled : scaled);
+    const size_t places = static_cast<size_t>(decimals);
+    if (places > 0) {
+      if (number.size() <= places) number.insert(0, places + 1 - number.size(), '0');
+      number.insert(number.size() - places, 1, '.');
+    }
+    if (scaled < 0) number.insert(0, 1, '-');
+  } else {
+    char text[400];  // the longest double in fixed notation, and its decimals
+    const std::to_chars_result end = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, decimals);
+    number.assign(text, end.ptr);
+  }
   if (number.find('.') != std::string::npos) {
     number.erase(number.find_last_not_of('0') + 1);
     if (number.back() == '.') number.pop_back();
@@ -110,15 +136,17 @@ std::string SkyJson(const Reading& reading, const std::string& device, const std
   if (Has(l, GPS_VALID_PDOP)) sky.Number("pdop", l.PDOP, 2);
   std::string list = "[";
   for (const GPSSatellite& s : reading.satellites) {
-    std::string text = "{\"PRN\":" + std::to_string(s.PRN) + ",\"el\":" + JsonNumber(Degrees(s.Elevation), 1) +
-                       ",\"az\":" + JsonNumber(Degrees(s.Azimuth), 1) + ",\"ss\":" + std::to_string(s.SNR);
+    if (list.size() > 1) list += ',';
+    list.append("{\"PRN\":").append(std::to_string(s.PRN));
+    list.append(",\"el\":").append(JsonNumber(Degrees(s.Elevation), 1));
+    list.append(",\"az\":").append(JsonNumber(Degrees(s.Azimuth), 1));
+    list.append(",\"ss\":").append(std::to_string(s.SNR));
     int gnssid = 0, svid = 0;
     if (SystemOf(s.PRN, &gnssid, &svid))
-      text += ",\"gnssid\":" + std::to_string(gnssid) + ",\"svid\":" + std::to_string(svid);
-    text += std::string(",\"used\":") + (used.count(s.PRN) ? "true}" : "false}");
-    list += (list.size() > 1 ? "," : "") + text;
+      list.append(",\"gnssid\":").append(std::to_string(gnssid)).append(",\"svid\":").append(std::to_string(svid));
+    list.append(used.count(s.PRN) ? ",\"used\":true}" : ",\"used\":false}");
   }
-  sky.Raw("satellites", list + "]");
+  sky.Raw("satellites", list.append("]"));
   return sky.Close();
 }
 

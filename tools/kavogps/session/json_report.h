@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "session/reading.h"
 
@@ -23,15 +24,15 @@ std::string JsonString(const std::string& text);
 // JSON, so every object of the stream has the same shape.
 class JsonObject {
  public:
-  explicit JsonObject(const char* cls) { text_ = "{\"class\":\"" + std::string(cls) + "\""; }
-  void Raw(const char* name, const std::string& value) { text_ += ",\"" + std::string(name) + "\":" + value; }
+  explicit JsonObject(const char* cls) { text_.append("{\"class\":\"").append(cls).append("\""); }
+  void Raw(const char* name, const std::string& value) { text_.append(",\"").append(name).append("\":").append(value); }
   void Number(const char* name, double value, int decimals) {
     if (std::isfinite(value)) Raw(name, JsonNumber(value, decimals));
   }
   void Integer(const char* name, long long value) { Raw(name, std::to_string(value)); }
   void String(const char* name, const std::string& value) { Raw(name, JsonString(value)); }
   void Bool(const char* name, bool value) { Raw(name, value ? "true" : "false"); }
-  std::string Close() { return text_ + "}"; }
+  std::string Close() { return std::move(text_.append("}")); }
 
  private:
   std::string text_;
