@@ -19,13 +19,15 @@ LibraryText ToLibraryText(const std::string& text) {
 
 std::string FromLibraryText(const KavoChar* text) {
   if (!text) return {};
-  size_t length = 0;
-  while (text[length]) ++length;
-  std::string ascii;  // sentences and most names: nothing to convert
-  ascii.reserve(length);
-  for (; *text && *text < 0x80; ++text) ascii += static_cast<char>(*text);
-  if (!*text) return ascii;
-  std::u16string wide(ascii.begin(), ascii.end());
+  size_t ascii = 0;  // sentences and most names: nothing to convert
+  while (text[ascii] && text[ascii] < 0x80) ++ascii;
+  if (!text[ascii]) {
+    std::string narrow(ascii, '\0');
+    for (size_t i = 0; i < ascii; ++i) narrow[i] = static_cast<char>(text[i]);
+    return narrow;
+  }
+  std::u16string wide(text, text + ascii);
+  text += ascii;
   for (; *text; ++text) wide += static_cast<char16_t>(*text);
   try {
     return std::filesystem::path(wide).u8string();

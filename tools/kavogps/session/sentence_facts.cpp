@@ -19,12 +19,13 @@ class SentenceFields {
     const size_t end = std::min(sentence.find_first_of("*\r\n", start), sentence.size());
     if (start < end) {
       fields_.reserve(24);
-      for (size_t at = start;;) {
-        const size_t comma = std::min(sentence.find(',', at), end);
-        fields_.push_back(sentence.substr(at, comma - at));
-        if (comma == end) break;
-        at = comma + 1;
+      size_t at = start;
+      for (size_t i = start; i < end; ++i) {
+        if (sentence[i] != ',') continue;
+        fields_.push_back(sentence.substr(at, i - at));
+        at = i + 1;
       }
+      fields_.push_back(sentence.substr(at, end - at));
     }
     sent_ = fields_.size();
     fields_.resize(std::max<size_t>(fields_.size(), 20));
@@ -157,8 +158,15 @@ constexpr SentenceReader kReaders[] = {{"GGA", ReadGga}, {"RMC", ReadRmc}, {"GLL
 }  // namespace
 
 double FieldNumber(std::string_view field) {
-  // As atof reads it, but without the C library's locale-aware parsing,
-  // which cost most of a sentence.
+  // Most fields are a few digits: read at once.
+  if (!field.empty() && field.size() <= 9 &&
+      std::all_of(field.begin(), field.end(), [](char c) { return c >= '0' && c <= '9'; })) {
+    unsigned whole = 0;
+    for (char c : field) whole = whole * 10 + static_cast<unsigned>(c - '0');
+    return whole;
+  }
+  // Otherwise as atof reads it, but without the C library's locale-aware
+  // parsing, which cost most of a sentence.
   if (!field.empty() && field.front() == '+') field.remove_prefix(1);
   double value = 0;
   std::from_chars(field.data(), field.data() + field.size(), value);
