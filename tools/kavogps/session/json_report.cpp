@@ -61,21 +61,29 @@ bool ScaledExactly(double value, int decimals, long long* scaled) {
 }  // namespace
 
 std::string JsonNumber(double value, int decimals) {
-  std::string number;
   long long scaled = 0;
   if (ScaledExactly(value, decimals, &scaled)) {  // most numbers: far cheaper than exact formatting
-    number = std::to_string(scaled < 0 ? -scaled : scaled);
-    const size_t places = static_cast<size_t>(decimals);
-    if (places > 0) {
-      if (number.size() <= places) number.insert(0, places + 1 - number.size(), '0');
-      number.insert(number.size() - places, 1, '.');
+    char text[32];  // 2^40 has 13 digits; a sign, a point and nine decimals more
+    char* const end = text + sizeof text;
+    char* digit = end;
+    unsigned long long magnitude = static_cast<unsigned long long>(scaled < 0 ? -scaled : scaled);
+    bool fraction = false;  // a decimal other than a trailing zero was written
+    for (int place = 0; place < decimals; ++place, magnitude /= 10) {
+      if (!fraction && magnitude % 10 == 0) continue;
+      fraction = true;
+      *--digit = static_cast<char>('0' + magnitude % 10);
     }
-    if (scaled < 0) number.insert(0, 1, '-');
-  } else {
-    char text[400];  // the longest double in fixed notation, and its decimals
-    const std::to_chars_result end = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, decimals);
-    number.assign(text, end.ptr);
+    if (fraction) *--digit = '.';
+    do {
+      *--digit = static_cast<char>('0' + magnitude % 10);
+      magnitude /= 10;
+    } while (magnitude);
+    if (scaled < 0) *--digit = '-';
+    return std::string(digit, end);
   }
+  char text[400];  // the longest double in fixed notation, and its decimals
+  const std::to_chars_result end = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, decimals);
+  std::string number(text, end.ptr);
   if (number.find('.') != std::string::npos) {
     number.erase(number.find_last_not_of('0') + 1);
     if (number.back() == '.') number.pop_back();

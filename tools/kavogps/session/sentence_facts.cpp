@@ -1,6 +1,7 @@
 #include "session/sentence_facts.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 
 namespace kavo::cli {
@@ -8,37 +9,35 @@ namespace {
 
 constexpr double kMphPerKnot = 1852.0 / 1609.344;
 
-// A sentence's fields, its address first, as views into the sentence.
-// Fields past its end read as empty, so a reader need not check the length
-// for each.
+// A sentence's fields, its address first, as views into the sentence; no
+// sentence the readers know has more than kMaxFields. Fields past its end
+// read as empty, so a reader need not check the length for each.
 class SentenceFields {
  public:
+  static constexpr size_t kMaxFields = 40;
+
   explicit SentenceFields(std::string_view sentence) {
     size_t start = sentence.find_first_of("$!");
     start = start == std::string_view::npos ? 0 : start + 1;
     const size_t end = std::min(sentence.find_first_of("*\r\n", start), sentence.size());
-    if (start < end) {
-      fields_.reserve(24);
-      size_t at = start;
-      for (size_t i = start; i < end; ++i) {
-        if (sentence[i] != ',') continue;
-        fields_.push_back(sentence.substr(at, i - at));
-        at = i + 1;
-      }
-      fields_.push_back(sentence.substr(at, end - at));
+    if (start >= end) return;
+    size_t at = start;
+    for (size_t i = start; i < end && sent_ + 1 < kMaxFields; ++i) {
+      if (sentence[i] != ',') continue;
+      fields_[sent_++] = sentence.substr(at, i - at);
+      at = i + 1;
     }
-    sent_ = fields_.size();
-    fields_.resize(std::max<size_t>(fields_.size(), 20));
+    fields_[sent_++] = sentence.substr(at, std::min(end, sentence.find(',', at)) - at);
   }
 
   size_t Sent() const { return sent_; }  // how many fields the sentence had
-  std::string_view operator[](size_t i) const { return fields_[i]; }
-  bool Given(size_t i) const { return !fields_[i].empty(); }
-  double Number(size_t i) const { return FieldNumber(fields_[i]); }
+  std::string_view operator[](size_t i) const { return i < kMaxFields ? fields_[i] : std::string_view(); }
+  bool Given(size_t i) const { return !(*this)[i].empty(); }
+  double Number(size_t i) const { return FieldNumber((*this)[i]); }
   int Integer(size_t i) const { return static_cast<int>(Number(i)); }
 
  private:
-  std::vector<std::string_view> fields_;
+  std::array<std::string_view, kMaxFields> fields_{};
   size_t sent_ = 0;
 };
 
