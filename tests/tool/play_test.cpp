@@ -171,6 +171,12 @@ TEST(KavogpsTool, EachFailureHasItsMessageAndCodeAndLeavesNoFile) {
     EXPECT_TRUE(Contains(run.err, "kavogps " + c.args[0] + ": ") && Contains(run.err, c.message)) << run.err;
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.Path()), {}), 4) << "a file was left";
   }
+  // An output that cannot open stops serve before it says it listens.
+  const std::string socket = dir.File("no/such.sock");
+  const ToolRun refused = RunInProcess({"serve", "--nmea-socket", socket, "--listen", "127.0.0.1:0"});
+  EXPECT_EQ(refused.code, cli::kExitFailure);
+  EXPECT_TRUE(Contains(refused.err, "cannot listen on " + socket) && !Contains(refused.err, "listening on"))
+      << refused.err;
 }
 
 }  // namespace

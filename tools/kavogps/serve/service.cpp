@@ -53,13 +53,14 @@ int ServeReceiver(const std::vector<SourceSpec>& sources, const std::vector<List
     err << "kavogps serve: " << e.what() << '\n';
     return cli::kExitFailure;
   }
-  for (const tcp::endpoint& endpoint : server.Endpoints())
-    err << "kavogps serve: listening on " << Shown(endpoint) << '\n';
-  err.flush();
   FeedFanOut outputs;
   outputs.Add(server);
   Outputs extra;
   if (!extra.Open(extraOutputs, io, outputs, err)) return cli::kExitFailure;
+  // Said once every output is open: whoever waits for it finds them all.
+  for (const tcp::endpoint& endpoint : server.Endpoints())
+    err << "kavogps serve: listening on " << Shown(endpoint) << '\n';
+  err.flush();
   std::thread network([&io] { io.run(); });
   LineLog log(err);
   const int code = RunReceiverFeeds(sources, outputs, log, interrupt);
