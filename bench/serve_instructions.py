@@ -13,23 +13,7 @@ callgrind files in DIR, for callgrind_annotate.
 """
 import argparse, os, selectors, shutil, socket, subprocess, sys, tempfile, time, tty
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-
-
-def epochs(path):
-    blocks = []
-    for line in open(path, "rb").read().decode().splitlines(keepends=True):
-        if line.startswith("$GPGGA"):
-            blocks.append("")
-        if blocks:
-            blocks[-1] += line
-    return blocks
-
-
-def free_port():
-    with socket.socket() as s:
-        s.bind(("127.0.0.1", 0))
-        return s.getsockname()[1]
+from serve_vs_gpsd import HERE, epochs, free_port
 
 
 def instructions(kavogps, count, rate, clients, blocks, work):
@@ -56,7 +40,7 @@ def instructions(kavogps, count, rate, clients, blocks, work):
             peers.append(peer)
         heard = 0
         for index in range(count):
-            os.write(master, blocks[index % len(blocks)].encode())
+            os.write(master, blocks[index % len(blocks)][1].encode())
             until = time.monotonic() + 1.0 / rate
             while time.monotonic() < until:
                 for key, _ in sel.select(max(0.0, until - time.monotonic())):

@@ -194,4 +194,5 @@ def main():
         print(line % row)
 
 
-main()
+if __name__ == "__main__":
+    main()

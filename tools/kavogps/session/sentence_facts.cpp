@@ -158,11 +158,12 @@ constexpr SentenceReader kReaders[] = {{"GGA", ReadGga}, {"RMC", ReadRmc}, {"GLL
 
 double FieldNumber(std::string_view field) {
   // Most fields are a few digits: read at once.
-  if (!field.empty() && field.size() <= 9 &&
-      std::all_of(field.begin(), field.end(), [](char c) { return c >= '0' && c <= '9'; })) {
+  if (!field.empty() && field.size() <= 9) {
     unsigned whole = 0;
-    for (char c : field) whole = whole * 10 + static_cast<unsigned>(c - '0');
-    return whole;
+    size_t digits = 0;
+    for (; digits < field.size() && field[digits] >= '0' && field[digits] <= '9'; ++digits)
+      whole = whole * 10 + static_cast<unsigned>(field[digits] - '0');
+    if (digits == field.size()) return whole;
   }
   // Otherwise as atof reads it, but without the C library's locale-aware
   // parsing, which cost most of a sentence.
