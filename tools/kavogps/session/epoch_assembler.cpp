@@ -151,7 +151,7 @@ void EpochAssembler::Sentence(const std::string& sentence, const Reading& before
                               std::chrono::system_clock::time_point arrival) {
   const SentenceFacts facts = ReadSentenceFacts(sentence);
   if (open_ && !due_ &&
-      (keys_.count(facts.key) || nowMs - lastSentenceMs_ >= quietMs_ ||
+      (std::find(keys_.begin(), keys_.end(), facts.key) != keys_.end() || nowMs - lastSentenceMs_ >= quietMs_ ||
        (!facts.time.empty() && !time_.empty() && facts.time != time_))) {
     ender_ = lastKind_;
     Close(before);
@@ -160,7 +160,7 @@ void EpochAssembler::Sentence(const std::string& sentence, const Reading& before
   if (!open_) arrival_ = arrival;
   open_ = true;
   lastSentenceMs_ = nowMs;
-  keys_.insert(facts.key);
+  if (std::find(keys_.begin(), keys_.end(), facts.key) == keys_.end()) keys_.push_back(facts.key);
   lastKind_ = facts.kind;
   if (time_.empty()) time_ = facts.time;
   if (facts.date) date_ = facts.date;
@@ -180,9 +180,11 @@ void EpochAssembler::Sentence(const std::string& sentence, const Reading& before
     cycle_.assign(cycleSoFar_.begin(), cycleSoFar_.begin() + std::min<size_t>(cycleSoFar_.size(), GPS_MAX_SATELLITES));
     cycleSoFar_.clear();
   }
-  if (facts.used) {
-    if (!used_) used_.emplace();
-    used_->insert(facts.used->begin(), facts.used->end());
+  if (facts.hasUsed) {
+    hasUsed_ = true;
+    for (const int32_t prn : facts.used)
+      if (const auto at = std::lower_bound(used_.begin(), used_.end(), prn); at == used_.end() || *at != prn)
+        used_.insert(at, prn);
   }
   if (facts.kind != ender_) return;
   due_ = true;
@@ -235,7 +237,7 @@ void EpochAssembler::Close(const Reading& reading) {
     SetTime(l, time_, date_);
   else
     l.TimeType = GPS_TIME_LOCAL_CLOCK;
-  if (used_) lastUsed_ = *used_;
+  if (hasUsed_) lastUsed_ = used_;
   report.used = lastUsed_;
   // A sky the record does not hold yet is reported with a later epoch.
   if (sky_ && HoldsCycle(reading.satellites, cycle_) &&
@@ -254,7 +256,8 @@ void EpochAssembler::Close(const Reading& reading) {
   sky_ = false;
   values_.clear();
   cycle_.clear();
-  used_.reset();
+  hasUsed_ = false;
+  used_.clear();
   onEpoch_(report);
 }
 

@@ -17,7 +17,6 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -31,8 +30,8 @@ struct EpochReport {
   Reading reading;  // ValidFlags hold only what this epoch carried
   bool fix = false;
   bool timeKnown = false;
-  bool skyChanged = false;  // satellites or dilutions differ from the last report
-  std::set<int32_t> used;   // the satellites the fix uses, as the latest GSA named them
+  bool skyChanged = false;    // satellites or dilutions differ from the last report
+  std::vector<int32_t> used;  // the satellites the fix uses, as the latest GSA named them, in order
   // The system clock when the epoch's first sentence came: what a time
   // server sets the fix's time against.
   std::chrono::system_clock::time_point arrival{};
@@ -67,8 +66,8 @@ class EpochAssembler {
   bool open_ = false;
   std::string time_;
   std::optional<calendar::CivilTime> date_;
-  std::set<std::string> keys_;
-  std::string lastKind_, ender_;  // the open epoch's last kind; the kind that ends epochs
+  std::vector<std::string> keys_;  // a handful: a set would allocate for each
+  std::string lastKind_, ender_;   // the open epoch's last kind; the kind that ends epochs
   bool due_ = false;
   uint32_t said_ = 0, known_ = 0;
   std::optional<bool> fix_;
@@ -79,8 +78,8 @@ class EpochAssembler {
   std::optional<EpochReport> lastSky_;
   std::vector<std::pair<uint32_t, double>> values_;  // the epoch's last value of each
   std::vector<GPSSatellite> cycle_, cycleSoFar_;     // its last whole satellite cycle; the one arriving
-  std::optional<std::set<int32_t>> used_;            // its GSA sentences' satellites, when it had any
-  std::set<int32_t> lastUsed_;
+  bool hasUsed_ = false;                             // it had a GSA sentence
+  std::vector<int32_t> used_, lastUsed_;             // their satellites, in order; the last reported
 };
 
 }  // namespace kavo::cli

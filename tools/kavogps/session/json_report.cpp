@@ -1,5 +1,6 @@
 #include "session/json_report.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -60,10 +61,10 @@ bool ScaledExactly(double value, int decimals, long long* scaled) {
 
 }  // namespace
 
-std::string JsonNumber(double value, int decimals) {
+void AppendJsonNumber(std::string* out, double value, int decimals) {
   long long scaled = 0;
   if (ScaledExactly(value, decimals, &scaled)) {  // most numbers: far cheaper than exact formatting
-    char text[32];  // 2^40 has 13 digits; a sign, a point and nine decimals more
+    char text[32];                                // 2^40 has 13 digits; a sign, a point and nine decimals more
     char* const end = text + sizeof text;
     char* digit = end;
     unsigned long long magnitude = static_cast<unsigned long long>(scaled < 0 ? -scaled : scaled);
@@ -79,7 +80,8 @@ std::string JsonNumber(double value, int decimals) {
       magnitude /= 10;
     } while (magnitude);
     if (scaled < 0) *--digit = '-';
-    return std::string(digit, end);
+    out->append(digit, static_cast<size_t>(end - digit));
+    return;
   }
   char text[400];  // the longest double in fixed notation, and its decimals
   const std::to_chars_result end = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, decimals);
@@ -88,7 +90,18 @@ std::string JsonNumber(double value, int decimals) {
     number.erase(number.find_last_not_of('0') + 1);
     if (number.back() == '.') number.pop_back();
   }
-  return number == "-0" ? "0" : number;
+  out->append(number == "-0" ? "0" : number);
+}
+
+std::string JsonNumber(double value, int decimals) {
+  std::string number;
+  AppendJsonNumber(&number, value, decimals);
+  return number;
+}
+
+void AppendInteger(std::string* out, long long value) {
+  char text[24];
+  out->append(text, static_cast<size_t>(std::to_chars(text, text + sizeof text, value).ptr - text));
 }
 
 std::string JsonString(const std::string& text) {
@@ -133,28 +146,37 @@ std::string TpvJson(const Reading& reading, const std::string& device) {
   return tpv.Close();
 }
 
-std::string SkyJson(const Reading& reading, const std::string& device, const std::set<int32_t>& used) {
+std::string SkyJson(const Reading& reading, const std::string& device, const std::vector<int32_t>& used) {
   const GPSLocation& l = reading.location;
-  JsonObject sky("SKY");
+  JsonObject sky("SKY", 256 + 112 * reading.satellites.size());
   if (!device.empty()) sky.String("device", device);
   sky.Integer("nSat", static_cast<long long>(reading.satellites.size()));
   if (Has(l, GPS_VALID_SATELLITES_IN_USE)) sky.Integer("uSat", l.SatellitesInUse);
   if (Has(l, GPS_VALID_HDOP)) sky.Number("hdop", l.HDOP, 2);
   if (Has(l, GPS_VALID_VDOP)) sky.Number("vdop", l.VDOP, 2);
   if (Has(l, GPS_VALID_PDOP)) sky.Number("pdop", l.PDOP, 2);
-  std::string list = "[";
-  for (const GPSSatellite& s : reading.satellites) {
-    if (list.size() > 1) list += ',';
-    list.append("{\"PRN\":").append(std::to_string(s.PRN));
-    list.append(",\"el\":").append(JsonNumber(Degrees(s.Elevation), 1));
-    list.append(",\"az\":").append(JsonNumber(Degrees(s.Azimuth), 1));
-    list.append(",\"ss\":").append(std::to_string(s.SNR));
+  std::string& list = sky.Value("satellites");
+  list += '[';
+  for (size_t i = 0; i < reading.satellites.size(); ++i) {
+    const GPSSatellite& s = reading.satellites[i];
+    list.append(i ? ",{\"PRN\":" : "{\"PRN\":");
+    AppendInteger(&list, s.PRN);
+    list.append(",\"el\":");
+    AppendJsonNumber(&list, Degrees(s.Elevation), 1);
+    list.append(",\"az\":");
+    AppendJsonNumber(&list, Degrees(s.Azimuth), 1);
+    list.append(",\"ss\":");
+    AppendInteger(&list, s.SNR);
     int gnssid = 0, svid = 0;
-    if (SystemOf(s.PRN, &gnssid, &svid))
-      list.append(",\"gnssid\":").append(std::to_string(gnssid)).append(",\"svid\":").append(std::to_string(svid));
-    list.append(used.count(s.PRN) ? ",\"used\":true}" : ",\"used\":false}");
+    if (SystemOf(s.PRN, &gnssid, &svid)) {
+      list.append(",\"gnssid\":");
+      AppendInteger(&list, gnssid);
+      list.append(",\"svid\":");
+      AppendInteger(&list, svid);
+    }
+    list.append(std::binary_search(used.begin(), used.end(), s.PRN) ? ",\"used\":true}" : ",\"used\":false}");
   }
-  sky.Raw("satellites", list.append("]"));
+  list += ']';
   return sky.Close();
 }
 

@@ -16,18 +16,21 @@ class SentenceFields {
  public:
   static constexpr size_t kMaxFields = 40;
 
+  // One pass from the address to the checksum or line end.
   explicit SentenceFields(std::string_view sentence) {
-    size_t start = sentence.find_first_of("$!");
-    start = start == std::string_view::npos ? 0 : start + 1;
-    const size_t end = std::min(sentence.find_first_of("*\r\n", start), sentence.size());
-    if (start >= end) return;
-    size_t at = start;
-    for (size_t i = start; i < end && sent_ + 1 < kMaxFields; ++i) {
-      if (sentence[i] != ',') continue;
+    size_t i = 0;
+    while (i < sentence.size() && sentence[i] != '$' && sentence[i] != '!') ++i;
+    i = i < sentence.size() ? i + 1 : 0;
+    size_t at = i;
+    for (; i < sentence.size(); ++i) {
+      const char c = sentence[i];
+      if (c == '*' || c == '\r' || c == '\n') break;
+      if (c != ',') continue;
+      if (sent_ + 1 == kMaxFields) break;  // the last field ends at this comma
       fields_[sent_++] = sentence.substr(at, i - at);
       at = i + 1;
     }
-    fields_[sent_++] = sentence.substr(at, std::min(end, sentence.find(',', at)) - at);
+    if (i > at || sent_ > 0) fields_[sent_++] = sentence.substr(at, i - at);
   }
 
   size_t Sent() const { return sent_; }  // how many fields the sentence had
@@ -51,7 +54,8 @@ double Angle(std::string_view text, std::string_view hemisphere, size_t degreeDi
 // The position of fields `at` to `at + 3` (latitude, its hemisphere,
 // longitude, its hemisphere); the longitude goes under flag 0.
 void AddPosition(const SentenceFields& f, size_t at, SentenceFacts& facts) {
-  facts.values = {{GPS_VALID_POSITION, Angle(f[at], f[at + 1], 2)}, {0, Angle(f[at + 2], f[at + 3], 3)}};
+  facts.values.push_back({GPS_VALID_POSITION, Angle(f[at], f[at + 1], 2)});
+  facts.values.push_back({0, Angle(f[at + 2], f[at + 3], 3)});
 }
 
 void Known(SentenceFacts& facts, bool given, uint32_t flag) { facts.known |= given ? flag : 0; }
@@ -72,7 +76,7 @@ void ReadGga(const SentenceFields& f, SentenceFacts& facts) {
   const std::pair<size_t, uint32_t> numbers[] = {
       {7, GPS_VALID_SATELLITES_IN_USE}, {8, GPS_VALID_HDOP}, {9, GPS_VALID_ALTITUDE}, {11, GPS_VALID_GEOID_SEPARATION}};
   for (const auto& [field, flag] : numbers)
-    if (f.Given(field) && (fix || field <= 8)) facts.values.emplace_back(flag, f.Number(field));
+    if (f.Given(field) && (fix || field <= 8)) facts.values.push_back({flag, f.Number(field)});
 }
 
 // ddmmyy; two-digit years pivot at 1971, as the library reads them.
@@ -98,8 +102,8 @@ void ReadRmc(const SentenceFields& f, SentenceFacts& facts) {
   Known(facts, fix && f.Given(8), GPS_VALID_COURSE);
   if (!fix) return;
   AddPosition(f, 3, facts);
-  if (f.Given(7)) facts.values.emplace_back(GPS_VALID_SPEED, f.Number(7) * kMphPerKnot);
-  if (f.Given(8)) facts.values.emplace_back(GPS_VALID_COURSE, f.Number(8));
+  if (f.Given(7)) facts.values.push_back({GPS_VALID_SPEED, f.Number(7) * kMphPerKnot});
+  if (f.Given(8)) facts.values.push_back({GPS_VALID_COURSE, f.Number(8)});
 }
 
 void ReadGll(const SentenceFields& f, SentenceFacts& facts) {
@@ -116,23 +120,23 @@ void ReadVtg(const SentenceFields& f, SentenceFacts& facts) {
   Known(facts, valid && f.Given(3), GPS_VALID_MAGNETIC_COURSE);
   Known(facts, valid && (f.Given(5) || f.Given(7)), GPS_VALID_SPEED);
   if (!valid) return;
-  if (f.Given(1)) facts.values.emplace_back(GPS_VALID_COURSE, f.Number(1));
-  if (f.Given(3)) facts.values.emplace_back(GPS_VALID_MAGNETIC_COURSE, f.Number(3));
-  if (f.Given(5)) facts.values.emplace_back(GPS_VALID_SPEED, f.Number(5) * kMphPerKnot);
+  if (f.Given(1)) facts.values.push_back({GPS_VALID_COURSE, f.Number(1)});
+  if (f.Given(3)) facts.values.push_back({GPS_VALID_MAGNETIC_COURSE, f.Number(3)});
+  if (f.Given(5)) facts.values.push_back({GPS_VALID_SPEED, f.Number(5) * kMphPerKnot});
 }
 
 void ReadGsa(const SentenceFields& f, SentenceFacts& facts) {
   facts.sky = true;
   facts.said = GPS_VALID_PDOP | GPS_VALID_HDOP | GPS_VALID_VDOP;
-  facts.used.emplace();
+  facts.hasUsed = true;
   for (size_t field = 3; field <= 14; ++field)
-    if (f.Given(field)) facts.used->insert(f.Integer(field));
+    if (f.Given(field)) facts.used.push_back(f.Integer(field));
   facts.key += f[18];  // one per system, where newer receivers send several
   facts.kind = facts.key;
   const std::pair<size_t, uint32_t> dilutions[] = {{15, GPS_VALID_PDOP}, {16, GPS_VALID_HDOP}, {17, GPS_VALID_VDOP}};
   for (const auto& [field, flag] : dilutions) Known(facts, f.Given(field), flag);
   for (const auto& [field, flag] : dilutions)
-    if (f.Given(field)) facts.values.emplace_back(flag, f.Number(field));
+    if (f.Given(field)) facts.values.push_back({flag, f.Number(field)});
 }
 
 void ReadGsv(const SentenceFields& f, SentenceFacts& facts) {

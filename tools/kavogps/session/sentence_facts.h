@@ -2,18 +2,34 @@
 // reader for its type, as the epoch assembler needs it.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 #include "KavoMobileGPS.h"
 #include "civil_calendar.h"
 
 namespace kavo::cli {
+
+// Up to N items kept in place: a sentence holds a handful of each, and it
+// is read for every sentence, so its facts take nothing from the heap.
+template <typename T, size_t N>
+class FewOf {
+ public:
+  void push_back(const T& item) {
+    if (size_ < N) items_[size_++] = item;
+  }
+  size_t size() const { return size_; }
+  const T* begin() const { return items_.data(); }
+  const T* end() const { return items_.data() + size_; }
+
+ private:
+  std::array<T, N> items_{};
+  size_t size_ = 0;
+};
 
 // What one sentence says about the fix, read from its own fields: the
 // library's validity flags only ever grow, so they cannot tell what this
@@ -32,10 +48,11 @@ struct SentenceFacts {
   // The values it gave, in the units of the library's record (degrees,
   // miles per hour), by GPS_VALID_* flag: a record that holds other values
   // has not taken this sentence in yet.
-  std::vector<std::pair<uint32_t, double>> values;
-  std::vector<GPSSatellite> satellites;   // a satellite message's, elevation and azimuth in degrees
-  bool cycleEnd = false;                  // the last message of its cycle
-  std::optional<std::set<int32_t>> used;  // GSA: the satellites the fix uses
+  FewOf<std::pair<uint32_t, double>, 6> values;
+  FewOf<GPSSatellite, 9> satellites;  // a satellite message's, elevation and azimuth in degrees
+  bool cycleEnd = false;              // the last message of its cycle
+  bool hasUsed = false;               // a GSA: `used` names the satellites the fix uses
+  FewOf<int32_t, 12> used;
 };
 SentenceFacts ReadSentenceFacts(const std::string& sentence);
 
