@@ -47,7 +47,11 @@ struct Shared {
   GPSDriverHandle driver = nullptr;  // set while a session runs
   DriverSession* inline_ = nullptr;  // set while a session drains on callbacks
   uint64_t lastDataMs = 0;           // when the data callback last came
+  // The first `queued` are queued; those past them were drained, and are
+  // kept so that the next ones reuse their storage.
   std::vector<Event> events;
+  size_t queued = 0;
+  std::vector<Event> drained;  // swapped with `events`; read only by the thread that drains
   uint64_t sentences = 0;
 };
 
@@ -68,13 +72,14 @@ DriverSession* Record(size_t slot, Recorder recorder, const KavoChar* sentence =
   Shared& shared = Active(slot);
   std::lock_guard<std::mutex> lock(shared.mutex);
   if (!shared.driver) return nullptr;
-  Event event;
+  if (shared.queued == shared.events.size()) shared.events.emplace_back();
+  Event& event = shared.events[shared.queued];
   event.ms = NowMs();
   event.arrival = arrival;
   if (recorder == Recorder::kData) shared.lastDataMs = event.ms;
+  AssignLibraryText(sentence, &event.sentence);
   if (sentence) {
     ++shared.sentences;
-    event.sentence = FromLibraryText(sentence);
     while (!event.sentence.empty() && (event.sentence.back() == '\n' || event.sentence.back() == '\r'))
       event.sentence.pop_back();
     if (event.sentence.empty()) return shared.inline_;
@@ -84,7 +89,7 @@ DriverSession* Record(size_t slot, Recorder recorder, const KavoChar* sentence =
   // back: while it comes, it drains them and the session's thread need not
   // wake for each sentence.
   const bool drainedSoon = shared.inline_ && event.ms - shared.lastDataMs > kDataCallbackDueAfterMs;
-  shared.events.push_back(std::move(event));
+  ++shared.queued;
   // A data callback that drains needs no one woken; a status change may
   // end the session, so its thread hears of that at once.
   bool wake = false;
@@ -139,13 +144,13 @@ constexpr std::array<CallbackSet, sizeof...(Slots)> CallbackTable(std::index_seq
 
 constexpr std::array<CallbackSet, kMaxSessions> kCallbacks = CallbackTable(std::make_index_sequence<kMaxSessions>());
 
-std::vector<Event> TakeQueued(size_t slot) {
+// Swaps the queued events into `drained`, whose last contents the next ones
+// reuse; returns how many of them are queued.
+size_t TakeQueued(size_t slot) {
   Shared& shared = Active(slot);
   std::lock_guard<std::mutex> lock(shared.mutex);
-  std::vector<Event> events;
-  events.reserve(shared.events.capacity());  // the next chunk's sentences need no regrowth
-  events.swap(shared.events);
-  return events;
+  shared.drained.swap(shared.events);
+  return std::exchange(shared.queued, 0);
 }
 
 }  // namespace
@@ -185,7 +190,7 @@ bool DriverSession::Start(uint32_t* lastError) {
     std::lock_guard<std::mutex> lock(shared.mutex);
     shared.driver = driver_;
     shared.inline_ = options_.viewsOnCallbackThread ? this : nullptr;
-    shared.events.clear();
+    shared.queued = 0;
     shared.sentences = 0;
   }
   running_ = true;
@@ -207,8 +212,10 @@ void DriverSession::Deliver(const EpochReport& report) {
 
 bool DriverSession::Drain() {
   std::lock_guard<std::mutex> lock(draining_);
-  const std::vector<Event> events = TakeQueued(slot_);
-  for (const Event& event : events) {
+  const size_t count = TakeQueued(slot_);
+  const std::vector<Event>& drained = Active(slot_).drained;
+  for (size_t i = 0; i < count; ++i) {
+    const Event& event = drained[i];
     if (event.sentence.empty()) {
       epochs_.Latest(event.reading, event.ms);
     } else {
@@ -218,7 +225,7 @@ bool DriverSession::Drain() {
     latest_ = event.reading;
     for (ReadingView* view : views_) view->Status(event.reading.status);
   }
-  return !events.empty();
+  return count > 0;
 }
 
 namespace {
@@ -317,7 +324,7 @@ void DriverSession::Stop() {
   std::lock_guard<std::mutex> lock(shared.mutex);
   shared.driver = nullptr;
   shared.waiter = nullptr;
-  shared.events.clear();
+  shared.queued = 0;
 }
 
 SessionOptions PlaybackOptions(int64_t intervalMs, bool repeat) {

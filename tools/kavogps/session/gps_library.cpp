@@ -17,15 +17,10 @@ LibraryText ToLibraryText(const std::string& text) {
   return LibraryText(wide.begin(), wide.end());
 }
 
-std::string FromLibraryText(const KavoChar* text) {
-  if (!text) return {};
-  size_t ascii = 0;  // sentences and most names: nothing to convert
-  while (text[ascii] && text[ascii] < 0x80) ++ascii;
-  if (!text[ascii]) {
-    std::string narrow(ascii, '\0');
-    for (size_t i = 0; i < ascii; ++i) narrow[i] = static_cast<char>(text[i]);
-    return narrow;
-  }
+namespace {
+
+// Text with characters beyond ASCII, `ascii` of them plain first.
+std::string Converted(const KavoChar* text, size_t ascii) {
   std::u16string wide(text, text + ascii);
   text += ascii;
   for (; *text; ++text) wide += static_cast<char16_t>(*text);
@@ -36,6 +31,33 @@ std::string FromLibraryText(const KavoChar* text) {
     for (char16_t c : wide) replaced += c < 0x80 ? static_cast<char>(c) : '?';
     return replaced;
   }
+}
+
+}  // namespace
+
+void AssignLibraryText(const KavoChar* text, std::string* out) {
+  out->clear();
+  if (!text) return;
+  // Sentences and most names are plain ASCII: copied as they are, in a
+  // loop the compiler can widen once the length is known.
+  size_t length = 0;
+  KavoChar bits = 0;
+  for (; text[length]; ++length) bits |= text[length];
+  if (bits >= 0x80) {
+    size_t ascii = 0;
+    while (text[ascii] < 0x80) ++ascii;
+    *out = Converted(text, ascii);
+    return;
+  }
+  out->resize(length);
+  char* narrow = out->data();
+  for (size_t i = 0; i < length; ++i) narrow[i] = static_cast<char>(text[i]);
+}
+
+std::string FromLibraryText(const KavoChar* text) {
+  std::string narrow;
+  AssignLibraryText(text, &narrow);
+  return narrow;
 }
 
 }  // namespace kavo::cli

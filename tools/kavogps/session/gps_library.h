@@ -33,5 +33,7 @@ using LibraryText = std::basic_string<KavoChar>;
 // takes it, and the library's text as UTF-8 for output.
 LibraryText ToLibraryText(const std::string& text);
 std::string FromLibraryText(const KavoChar* text);
+// The same into `out`, reusing its storage: for text that comes often.
+void AssignLibraryText(const KavoChar* text, std::string* out);
 
 }  // namespace kavo::cli
