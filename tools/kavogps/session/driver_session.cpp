@@ -61,6 +61,14 @@ Shared& Active(size_t slot) {
   return (*slots)[slot];
 }
 
+// A sentence without its line end into `text`, empty for none; false for
+// a sentence that is nothing but a line end.
+bool AssignSentence(const KavoChar* sentence, std::string* text) {
+  AssignLibraryText(sentence, text);
+  while (!text->empty() && (text->back() == '\n' || text->back() == '\r')) text->pop_back();
+  return !sentence || !text->empty();
+}
+
 // Who records: what it queues, and whether the session's thread must wake.
 enum class Recorder { kSentence, kStatus, kData, kSession };
 
@@ -77,13 +85,8 @@ DriverSession* Record(size_t slot, Recorder recorder, const KavoChar* sentence =
   event.ms = NowMs();
   event.arrival = arrival;
   if (recorder == Recorder::kData) shared.lastDataMs = event.ms;
-  AssignLibraryText(sentence, &event.sentence);
-  if (sentence) {
-    ++shared.sentences;
-    while (!event.sentence.empty() && (event.sentence.back() == '\n' || event.sentence.back() == '\r'))
-      event.sentence.pop_back();
-    if (event.sentence.empty()) return shared.inline_;
-  }
+  shared.sentences += sentence ? 1 : 0;
+  if (!AssignSentence(sentence, &event.sentence)) return shared.inline_;
   if (!TakeReading(shared.driver, &event.reading)) return shared.inline_;
   // A data callback follows a chunk's sentences unless the library holds it
   // back: while it comes, it drains them and the session's thread need not

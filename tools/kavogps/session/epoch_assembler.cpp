@@ -145,6 +145,12 @@ uint32_t Differing(const GPSLocation& l, const std::vector<std::pair<uint32_t, d
   return differing;
 }
 
+// Adds `prn` to the ascending `prns` unless it is there.
+void InsertInOrder(std::vector<int32_t>& prns, int32_t prn) {
+  const auto at = std::lower_bound(prns.begin(), prns.end(), prn);
+  if (at == prns.end() || *at != prn) prns.insert(at, prn);
+}
+
 }  // namespace
 
 void EpochAssembler::Sentence(const std::string& sentence, const Reading& before, uint64_t nowMs,
@@ -182,9 +188,7 @@ void EpochAssembler::Sentence(const std::string& sentence, const Reading& before
   }
   if (facts.hasUsed) {
     hasUsed_ = true;
-    for (const int32_t prn : facts.used)
-      if (const auto at = std::lower_bound(used_.begin(), used_.end(), prn); at == used_.end() || *at != prn)
-        used_.insert(at, prn);
+    for (const int32_t prn : facts.used) InsertInOrder(used_, prn);
   }
   if (facts.kind != ender_) return;
   due_ = true;
