@@ -23,10 +23,11 @@ def instructions(kavogps, count, rate, clients, blocks, work):
     port, out = free_port(), os.path.join(work, "callgrind.%d" % count)
     if kavogps == "gpsd":
         server = ["gpsd", "-N", "-n", "-b", "-S", str(port), os.ttyname(slave)]
-        # The daemon gives up root before it writes the file: make it one it may write.
+        # The daemon gives up root before it writes the file: make it one it
+        # may write, in a folder it may pass through (but not write to).
         open(out, "w").close()
         os.chmod(out, 0o666)
-        os.chmod(work, 0o777)
+        os.chmod(work, os.stat(work).st_mode | 0o111)
     else:
         server = [kavogps, "serve", "--port", os.ttyname(slave), "--listen", "127.0.0.1:%d" % port]
     serve = subprocess.Popen(["valgrind", "--tool=callgrind", "--callgrind-out-file=" + out] + server,
