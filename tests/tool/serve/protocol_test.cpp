@@ -43,12 +43,16 @@ TEST(OutQueue, DropsTheOldestWholeLinesAndKeepsTheNewest) {
   OutQueue queue(10);
   for (const char* text : {"aaaa", "bbbb", "cccc"}) queue.Push(std::make_shared<const std::string>(text));
   EXPECT_EQ(queue.Dropped(), 1u);
+  std::vector<OutLine> taken;
+  queue.TakeAll(&taken);
   std::vector<std::string> kept;
-  for (const OutLine& line : queue.TakeAll()) kept.push_back(*line);
+  for (const OutLine& line : taken) kept.push_back(*line);
   EXPECT_EQ(kept, (std::vector<std::string>{"bbbb", "cccc"}));
   EXPECT_TRUE(queue.Empty());
   queue.Push(std::make_shared<const std::string>(std::string(50, 'x')));  // bigger than the bound: still sent
-  EXPECT_EQ(queue.TakeAll().size(), 1u);
+  queue.TakeAll(&taken);                                                  // replaces what the last take left
+  ASSERT_EQ(taken.size(), 1u);
+  EXPECT_EQ(taken[0]->size(), 50u);
 }
 
 TEST(Protocol, EachRequestLineIsAnsweredOnItsOwn) {

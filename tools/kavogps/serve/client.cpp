@@ -76,8 +76,9 @@ void Client::OnRequests(size_t size) {
 // thread, so a client that keeps up costs one send per report.
 void Client::Write() {
   if (writing_ || !open_ || queue_.Empty()) return;
-  inFlight_ = queue_.TakeAll();
-  std::vector<asio::const_buffer> buffers;
+  queue_.TakeAll(&inFlight_);
+  std::vector<asio::const_buffer>& buffers = buffers_;
+  buffers.clear();
   for (const OutLine& line : inFlight_) buffers.push_back(asio::buffer(*line));
   std::error_code error;
   size_t sent = socket_.write_some(buffers, error);

@@ -54,7 +54,8 @@ class Client : public std::enable_shared_from_this<Client> {
   RequestLines requests_;
   ClientProtocol protocol_;
   OutQueue queue_;
-  std::vector<OutLine> inFlight_;  // what the pending write is sending
+  std::vector<OutLine> inFlight_;            // what the pending write is sending
+  std::vector<asio::const_buffer> buffers_;  // kept from write to write: no allocation per report
   bool writing_ = false;
   bool open_ = true;
   bool nmeaCounted_ = false;  // among the registry's raw-sentence readers

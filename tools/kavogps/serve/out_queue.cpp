@@ -12,11 +12,10 @@ void OutQueue::Push(OutLine line) {
   }
 }
 
-std::vector<OutLine> OutQueue::TakeAll() {
-  std::vector<OutLine> all(std::make_move_iterator(lines_.begin()), std::make_move_iterator(lines_.end()));
+void OutQueue::TakeAll(std::vector<OutLine>* into) {
+  into->assign(std::make_move_iterator(lines_.begin()), std::make_move_iterator(lines_.end()));
   lines_.clear();
   bytes_ = 0;
-  return all;
 }
 
 }  // namespace kavo::serve

@@ -22,8 +22,9 @@ class OutQueue {
   // Queues `line`, dropping the oldest lines while the queue is over its
   // bound; the newest line always stays.
   void Push(OutLine line);
-  // Everything queued, oldest first, for one write.
-  std::vector<OutLine> TakeAll();
+  // Everything queued, oldest first, for one write: replaces what `into`
+  // held, keeping its storage for the next time.
+  void TakeAll(std::vector<OutLine>* into);
   bool Empty() const { return lines_.empty(); }
   uint64_t Dropped() const { return dropped_; }
 

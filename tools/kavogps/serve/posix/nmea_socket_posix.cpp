@@ -136,7 +136,7 @@ class NmeaSocketServer : public NmeaSocketOutput, public std::enable_shared_from
   // With the lock held.
   void Write(const PeerPtr& peer) {
     if (peer->writing || peer->queue.Empty() || !peer->socket.is_open()) return;
-    peer->inFlight = peer->queue.TakeAll();
+    peer->queue.TakeAll(&peer->inFlight);
     std::vector<asio::const_buffer> buffers;
     for (const OutLine& line : peer->inFlight) buffers.push_back(asio::buffer(*line));
     peer->writing = true;
