@@ -156,17 +156,21 @@ void InsertInOrder(std::vector<int32_t>& prns, int32_t prn) {
 void EpochAssembler::Sentence(const std::string& sentence, const Reading& before, uint64_t nowMs,
                               std::chrono::system_clock::time_point arrival) {
   const SentenceFacts facts = ReadSentenceFacts(sentence);
+  bool keySeen = std::find(keys_.begin(), keys_.end(), facts.key) != keys_.end();
   if (open_ && !due_ &&
-      (std::find(keys_.begin(), keys_.end(), facts.key) != keys_.end() || nowMs - lastSentenceMs_ >= quietMs_ ||
+      (keySeen || nowMs - lastSentenceMs_ >= quietMs_ ||
        (!facts.time.empty() && !time_.empty() && facts.time != time_))) {
     ender_ = lastKind_;
     Close(before);
   }
   if (open_ && due_) Close(before);  // the record never showed its end: what it lacks is left out
-  if (!open_) arrival_ = arrival;
+  if (!open_) {
+    arrival_ = arrival;
+    keySeen = false;  // Close forgot the keys
+  }
   open_ = true;
   lastSentenceMs_ = nowMs;
-  if (std::find(keys_.begin(), keys_.end(), facts.key) == keys_.end()) keys_.push_back(facts.key);
+  if (!keySeen) keys_.push_back(facts.key);
   lastKind_ = facts.kind;
   if (time_.empty()) time_ = facts.time;
   if (facts.date) date_ = facts.date;
