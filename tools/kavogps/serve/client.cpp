@@ -77,19 +77,18 @@ void Client::OnRequests(size_t size) {
 void Client::Write() {
   if (writing_ || !open_ || queue_.Empty()) return;
   queue_.TakeAll(&inFlight_);
-  std::vector<asio::const_buffer>& buffers = buffers_;
-  buffers.clear();
-  for (const OutLine& line : inFlight_) buffers.push_back(asio::buffer(*line));
+  buffers_.clear();
+  for (const OutLine& line : inFlight_) buffers_.push_back(asio::buffer(*line));
   std::error_code error;
-  size_t sent = socket_.write_some(buffers, error);
+  size_t sent = socket_.write_some(buffers_, error);
   if (error && error != asio::error::would_block) return Close();
   size_t done = 0;  // lines sent whole
-  while (done < buffers.size() && sent >= buffers[done].size()) sent -= buffers[done++].size();
-  if (done == buffers.size()) return inFlight_.clear();
-  buffers.erase(buffers.begin(), buffers.begin() + static_cast<std::ptrdiff_t>(done));
-  buffers.front() += sent;
+  while (done < buffers_.size() && sent >= buffers_[done].size()) sent -= buffers_[done++].size();
+  if (done == buffers_.size()) return inFlight_.clear();
+  buffers_.erase(buffers_.begin(), buffers_.begin() + static_cast<std::ptrdiff_t>(done));
+  buffers_.front() += sent;
   writing_ = true;
-  asio::async_write(socket_, buffers, [self = shared_from_this()](std::error_code error, size_t) {
+  asio::async_write(socket_, buffers_, [self = shared_from_this()](std::error_code error, size_t) {
     const auto lock = self->registry_.Lock();
     self->writing_ = false;
     self->inFlight_.clear();
