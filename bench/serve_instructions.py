@@ -12,8 +12,8 @@ share (the reads, sends and wake-ups) is not in it. --keep leaves the
 callgrind files in DIR, for callgrind_annotate. --daemon counts the Debian
 gpsd daemon the same way (`gpsd -N -n -b`), for comparison. --lines also
 counts the 64-byte lines of code run per epoch: where caches are cold at
-each epoch (a virtual machine whose processor the host lends out while the
-server sleeps), each costs a fetch from memory, and their number weighs
+each epoch (a virtual machine whose host runs other work on the same
+processor between epochs), each costs a fetch from memory, and their number weighs
 more than the instructions run.
 """
 import argparse, collections, os, re, selectors, shutil, socket, subprocess, sys, tempfile, time, tty
