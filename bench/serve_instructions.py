@@ -2,6 +2,7 @@
 """Instructions `kavogps serve` spends per epoch, counted by callgrind.
 
   bench/serve_instructions.py KAVOGPS [--epochs N] [--rate HZ] [--clients N] [--keep DIR] [--daemon] [--lines]
+                               [--order FILE]
 
 A pseudo-terminal plays data/walk.nmea's epochs to `serve --port` running
 under callgrind, with N clients watching the JSON stream. serve runs twice,
@@ -14,14 +15,18 @@ gpsd daemon the same way (`gpsd -N -n -b`), for comparison. --lines also
 counts the 64-byte lines of code run per epoch: where caches are cold at
 each epoch (a virtual machine whose host runs other work on the same
 processor between epochs), each costs a fetch from memory, and their number weighs
-more than the instructions run.
+more than the instructions run, and so does each 4 KiB page they lie on
+(a walk of the page tables when its address is no longer cached).
+--order writes the functions of the tool and the library that run every
+epoch, busiest first, as the linker's order for them: cmake/hot_code.order
+is made this way, so that they share as few pages as they can.
 """
 import argparse, collections, os, re, selectors, shutil, socket, subprocess, sys, tempfile, time, tty
 
 from serve_vs_gpsd import HERE, epochs, free_port
 
 
-def instructions(kavogps, count, rate, clients, blocks, work, per_instruction):
+def instructions(kavogps, count, rate, clients, blocks, work, per_instruction, mangled):
     master, slave = os.openpty()
     tty.setraw(slave)
     port, out = free_port(), os.path.join(work, "callgrind.%d" % count)
@@ -35,6 +40,7 @@ def instructions(kavogps, count, rate, clients, blocks, work, per_instruction):
     else:
         server = [kavogps, "serve", "--port", os.ttyname(slave), "--listen", "127.0.0.1:%d" % port]
     extra = ["--dump-instr=yes", "--dump-line=no"] if per_instruction else []
+    extra += ["--demangle=no"] if mangled else []
     serve = subprocess.Popen(["valgrind", "--tool=callgrind", "--callgrind-out-file=" + out] + extra + server,
                              stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
     sel, peers = selectors.DefaultSelector(), []
@@ -76,15 +82,17 @@ def instructions(kavogps, count, rate, clients, blocks, work, per_instruction):
 
 
 def executions(path):
-    """How often each instruction ran, by (object, address), from a
-    callgrind file written with --dump-instr=yes --dump-line=no."""
-    names, counts, obj, address, call_cost = {}, collections.Counter(), None, 0, False
+    """How often each instruction ran, by (object, function, address), from
+    a callgrind file written with --dump-instr=yes --dump-line=no."""
+    names, counts, obj, function, address, call_cost = {}, collections.Counter(), None, None, 0, False
     for line in open(path):
-        if line.startswith(("ob=", "cob=")):  # an object is named where it first appears
-            number, name = re.match(r"c?ob=\((\d+)\)\s*(.*)", line.strip()).groups()
-            names.setdefault(number, name)
-            if line.startswith("ob="):
-                obj = names[number]
+        if line.startswith(("ob=", "cob=", "fn=", "cfn=")):  # named where first seen, by number after
+            kind, number, name = re.match(r"(c?(?:ob|fn))=\((\d+)\)\s*(.*)", line.strip()).groups()
+            names.setdefault(kind[-2:] + number, name)
+            if kind == "ob":
+                obj = names["ob" + number]
+            elif kind == "fn":
+                function = re.sub(r"'\d+$", "", names["fn" + number])  # a recursion's depth mark
         elif line.startswith("calls="):
             call_cost = True  # the next line is the call's inclusive cost
         elif line[0] in "0123456789+-*":
@@ -97,19 +105,41 @@ def executions(path):
             if call_cost:
                 call_cost = False
             elif len(fields) > 1:
-                counts[(obj, address)] += int(fields[1])
+                counts[(obj, function, address)] += int(fields[1])
     return counts
 
 
-def code_lines_per_epoch(short_file, long_file, epochs):
-    # A line that ran in every epoch of the longer run's extra epochs counts
-    # one; one that ran in a third of them, a third.
-    short, long = executions(short_file), executions(long_file)
+def per_epoch_runs(short_file, long_file):
+    short = executions(short_file)
+    return {key: count - short.get(key, 0) for key, count in executions(long_file).items()}
+
+
+def code_per_epoch(runs, epochs, size):
+    # A line (or page) that ran in every epoch of the longer run's extra
+    # epochs counts one; one that ran in a third of them, a third.
     most = collections.Counter()
-    for key, count in long.items():
-        line = (key[0], key[1] // 64)
-        most[line] = max(most[line], count - short.get(key, 0))
-    return sum(min(1.0, runs / epochs) for runs in most.values())
+    for (obj, _, address), count in runs.items():
+        most[(obj, address // size)] = max(most[(obj, address // size)], count)
+    return sum(min(1.0, count / epochs) for count in most.values())
+
+
+def hot_functions(runs):
+    # The tool's and the library's own: only their links can order them.
+    busy = collections.Counter()
+    for (obj, function, _), count in runs.items():
+        if count > 0 and re.search(r"/(kavogps|libKavoMobileGPS[^/]*)$", obj or ""):
+            busy[function] += count
+    return [function for function, _ in busy.most_common()]
+
+
+ORDER_HEADER = """\
+# The functions of libKavoMobileGPS and kavogps that run on every epoch of
+# `kavogps serve`, busiest first: the linker (lld) lays them out in this
+# order, ahead of the rest, so that an epoch's code lies on a few pages.
+# A name that no longer exists is passed over, so a stale list costs speed,
+# never a build. Made by:
+#   bench/serve_instructions.py build/release/tools/kavogps/kavogps --order cmake/hot_code.order
+"""
 
 
 def main():
@@ -121,6 +151,7 @@ def main():
     parser.add_argument("--keep", help="a folder to leave the callgrind files in")
     parser.add_argument("--daemon", action="store_true", help="count gpsd instead of KAVOGPS")
     parser.add_argument("--lines", action="store_true", help="count the lines of code run per epoch too")
+    parser.add_argument("--order", help="write the link order of the functions run every epoch to this file")
     options = parser.parse_args()
     if options.daemon and not shutil.which("gpsd"):
         sys.exit("serve_instructions: needs gpsd (Debian package gpsd: apt-get install gpsd)")
@@ -128,20 +159,25 @@ def main():
     if not shutil.which("valgrind"):
         sys.exit("serve_instructions: needs valgrind (Debian package valgrind: apt-get install valgrind)")
     blocks = epochs(os.path.join(HERE, "..", "data", "walk.nmea"))
+    by_address = options.lines or bool(options.order)
     with tempfile.TemporaryDirectory() as scratch:
         work = options.keep or scratch
         os.makedirs(work, exist_ok=True)
         short, heard_short, short_file = instructions(server, options.epochs, options.rate, options.clients, blocks,
-                                                      work, options.lines)
+                                                      work, by_address, bool(options.order))
         long, heard_long, long_file = instructions(server, 2 * options.epochs, options.rate, options.clients, blocks,
-                                                   work, options.lines)
-        lines = code_lines_per_epoch(short_file, long_file, options.epochs) if options.lines else None
+                                                   work, by_address, bool(options.order))
+        runs = per_epoch_runs(short_file, long_file) if by_address else None
     per_epoch = (long - short) / options.epochs
     print("%s, epochs %d and %d, %d client(s): %d and %d instructions, TPV heard %d and %d"
           % (os.path.basename(server), options.epochs, 2 * options.epochs, options.clients, short, long, heard_short, heard_long))
     print("instructions per epoch: %.0f" % per_epoch)
-    if lines is not None:
-        print("lines of code run per epoch: %.0f (64 bytes each)" % lines)
+    if options.lines:
+        print("lines of code run per epoch: %.0f (64 bytes each), on %.0f pages (4 KiB)"
+              % (code_per_epoch(runs, options.epochs, 64), code_per_epoch(runs, options.epochs, 4096)))
+    if options.order:
+        with open(options.order, "w") as out:
+            out.write(ORDER_HEADER + "".join(name + "\n" for name in hot_functions(runs)))
 
 
 main()

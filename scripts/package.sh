@@ -24,7 +24,7 @@ OUT=$BUILD_ROOT/packages
 # package:command, for the message when a package is missing.
 NEEDS=(cmake:cmake ninja-build:ninja g++:g++ libasio-dev:/usr/include/asio.hpp
        nlohmann-json3-dev:/usr/include/nlohmann/json.hpp scdoc:scdoc dpkg-dev:dpkg-shlibdeps file:file
-       g++-mingw-w64-x86-64-posix:x86_64-w64-mingw32-g++-posix wine:wine llvm:llvm-dlltool)
+       g++-mingw-w64-x86-64-posix:x86_64-w64-mingw32-g++-posix wine:wine llvm:llvm-dlltool lld:ld.lld)
 
 die() { echo "package.sh: $*" >&2; exit 1; }
 
