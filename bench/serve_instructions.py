@@ -17,8 +17,8 @@ each epoch (a virtual machine whose host runs other work on the same
 processor between epochs), each costs a fetch from memory, and their number weighs
 more than the instructions run, and so does each 4 KiB page they lie on
 (a walk of the page tables when its address is no longer cached).
---order writes the functions of the tool and the library that run every
-epoch, busiest first, as the linker's order for them: cmake/hot_code.order
+--order writes the functions of the tool and the library that an epoch
+runs, busiest first, as the linker's order for them: cmake/hot_code.order
 is made this way, so that they share as few pages as they can.
 """
 import argparse, collections, os, re, selectors, shutil, socket, subprocess, sys, tempfile, time, tty
@@ -133,8 +133,8 @@ def hot_functions(runs):
 
 
 ORDER_HEADER = """\
-# The functions of libKavoMobileGPS and kavogps that run on every epoch of
-# `kavogps serve`, busiest first: the linker (lld) lays them out in this
+# The functions of libKavoMobileGPS and kavogps that an epoch of
+# `kavogps serve` runs, busiest first: the linker (lld) lays them out in this
 # order, ahead of the rest, so that an epoch's code lies on a few pages.
 # A name that no longer exists is passed over, so a stale list costs speed,
 # never a build. Made by:
@@ -153,6 +153,8 @@ def main():
     parser.add_argument("--lines", action="store_true", help="count the lines of code run per epoch too")
     parser.add_argument("--order", help="write the link order of the functions run every epoch to this file")
     options = parser.parse_args()
+    if options.daemon and options.order:
+        parser.error("--order lists the tool's and the library's functions: not with --daemon")
     if options.daemon and not shutil.which("gpsd"):
         sys.exit("serve_instructions: needs gpsd (Debian package gpsd: apt-get install gpsd)")
     server = "gpsd" if options.daemon else options.kavogps
