@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <future>
 #include <memory>
 #include <thread>
 
@@ -12,19 +13,23 @@
 namespace kavo::platform {
 namespace {
 
-// Runs a body that waits for `go`; `held` shows whether the body (and the
-// reference it captured) still exists.
+// Runs a body that waits for Go(); `held` shows whether the body (and the
+// reference it captured) still exists. The body waits on a standard future,
+// not an Event: an Event's wait asks the clock, and the tests swap in a
+// manual clock, and end it, while the body still waits.
 struct Work {
-  std::shared_ptr<Event> go = Event::Create(true, false);
+  std::promise<void> go;
+  std::shared_future<void> gone = go.get_future().share();
   std::weak_ptr<int> held;
   std::unique_ptr<Thread> Start(uint32_t result) {
     auto token = std::make_shared<int>(0);
     held = token;
-    return Thread::Start([go = go, token, result] {
-      go->Wait(kInfinite);
+    return Thread::Start([gone = gone, token, result] {
+      gone.wait();
       return result;
     });
   }
+  void Go() { go.set_value(); }
 };
 
 TEST(Thread, JoinsWithinItsTimeOutGivesTheExitCodeAndDropsTheBodyAtItsEnd) {
@@ -37,7 +42,7 @@ TEST(Thread, JoinsWithinItsTimeOutGivesTheExitCodeAndDropsTheBodyAtItsEnd) {
   uint32_t code = 0;
   ASSERT_TRUE(thread->GetExitCode(&code));
   EXPECT_EQ(code, kStillActive);
-  work.go->Set();
+  work.Go();
   EXPECT_EQ(thread->Join(kInfinite), WaitResult::kSignaled);
   ASSERT_TRUE(thread->GetExitCode(&code));
   EXPECT_EQ(code, 42u);
@@ -65,7 +70,7 @@ TEST(Event, AutoResetWakesOneWaitManualResetStaysSetAndEitherEndsAThreadOrEventW
   automatic->Set();  // consumed by the wait
   EXPECT_EQ(WaitForThreadOrEvent(*thread, *automatic, kInfinite), WaitResult::kSignaled);
   EXPECT_EQ(automatic->Wait(0), WaitResult::kTimeout);
-  work.go->Set();
+  work.Go();
   EXPECT_EQ(WaitForThreadOrEvent(*thread, *automatic, kInfinite), WaitResult::kSignaled);
   EXPECT_EQ(thread->Join(0), WaitResult::kSignaled);
 }
