@@ -151,7 +151,7 @@ def main():
     parser.add_argument("--keep", help="a folder to leave the callgrind files in")
     parser.add_argument("--daemon", action="store_true", help="count gpsd instead of KAVOGPS")
     parser.add_argument("--lines", action="store_true", help="count the lines of code run per epoch too")
-    parser.add_argument("--order", help="write the link order of the functions run every epoch to this file")
+    parser.add_argument("--order", help="write the link order of the functions an epoch runs to this file")
     options = parser.parse_args()
     if options.daemon and options.order:
         parser.error("--order lists the tool's and the library's functions: not with --daemon")
@@ -161,14 +161,15 @@ def main():
     if not shutil.which("valgrind"):
         sys.exit("serve_instructions: needs valgrind (Debian package valgrind: apt-get install valgrind)")
     blocks = epochs(os.path.join(HERE, "..", "data", "walk.nmea"))
-    by_address = options.lines or bool(options.order)
+    mangled = bool(options.order)  # the linker orders by symbol name
+    by_address = options.lines or mangled
     with tempfile.TemporaryDirectory() as scratch:
         work = options.keep or scratch
         os.makedirs(work, exist_ok=True)
         short, heard_short, short_file = instructions(server, options.epochs, options.rate, options.clients, blocks,
-                                                      work, by_address, bool(options.order))
+                                                      work, by_address, mangled)
         long, heard_long, long_file = instructions(server, 2 * options.epochs, options.rate, options.clients, blocks,
-                                                   work, by_address, bool(options.order))
+                                                   work, by_address, mangled)
         runs = per_epoch_runs(short_file, long_file) if by_address else None
     per_epoch = (long - short) / options.epochs
     print("%s, epochs %d and %d, %d client(s): %d and %d instructions, TPV heard %d and %d"
