@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """`kavogps serve` beside the Debian gpsd daemon, side by side.
 
-  bench/serve_vs_gpsd.py KAVOGPS [--rate HZ] [--seconds S] [--clients 1,10,200] [--runs N]
+  bench/serve_vs_gpsd.py KAVOGPS [--rate HZ] [--seconds S] [--clients 1,10,200] [--runs N] [--floor SERVER]
 
 Each server reads its own pseudo-terminal; one simulated receiver writes
 the same epochs (data/walk.nmea) to both at the same rate. N clients per
@@ -12,7 +12,10 @@ resident set. CPU is also taken after each epoch: the median epoch's CPU
 stands up to a virtual machine's stalls, which charge a thread that was
 running for time it did not get, where the total over the run does not.
 Each client count runs several times; the median of each figure is
-reported after the runs themselves.
+reported after the runs themselves. --floor adds a third server, built as
+bench_floor_server: it only reads each epoch and sends every client a line
+of the same size, so its CPU is the kernel's part of serving the stream,
+which no server goes below.
 Loopback only. A benchmark, never a test: the figures depend on the machine.
 """
 import argparse, json, os, selectors, shutil, socket, subprocess, sys, time, tty
@@ -61,10 +64,10 @@ def connect(port, deadline):
             time.sleep(0.05)
 
 
-def run(kavogps, clients, rate, seconds, blocks):
+def run(commands, clients, rate, seconds, blocks):
     servers = {}
     try:
-        return measure(kavogps, clients, rate, seconds, blocks, servers)
+        return measure(commands, clients, rate, seconds, blocks, servers)
     finally:  # no server outlives its run, whatever happened
         for s in servers.values():
             if s["process"].poll() is None:
@@ -72,14 +75,13 @@ def run(kavogps, clients, rate, seconds, blocks):
                 s["process"].wait(30)
 
 
-def measure(kavogps, clients, rate, seconds, blocks, servers):
-    for name in ("gpsd", "serve"):
+def measure(commands, clients, rate, seconds, blocks, servers):
+    for name, command in commands.items():
         master, slave = os.openpty()
         tty.setraw(slave)
         os.set_blocking(master, False)
         port, device = free_port(), os.ttyname(slave)
-        command = (["gpsd", "-N", "-n", "-b", "-S", str(port), device] if name == "gpsd" else
-                   [kavogps, "serve", "--port", device, "--listen", "127.0.0.1:%d" % port])
+        command = [part.format(device=device, port=port) for part in command]
         process = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         servers[name] = {"master": master, "slave": slave, "port": port, "process": process,
                          "written": {}, "latency": [], "heard": set()}
@@ -91,8 +93,9 @@ def measure(kavogps, clients, rate, seconds, blocks, servers):
     def write_epoch():
         nonlocal index
         key, text = blocks[index % len(blocks)]
-        order = ("gpsd", "serve") if index % 2 else ("serve", "gpsd")
-        for name in order:
+        names = list(servers)
+        shift = index % len(names)  # each server's turn to be written first
+        for name in names[shift:] + names[:shift]:
             os.write(servers[name]["master"], text.encode())
             servers[name]["written"][key] = time.monotonic()
         index += 1
@@ -179,9 +182,14 @@ def main():
     parser.add_argument("--seconds", type=float, default=30)
     parser.add_argument("--clients", default="1,10,200")
     parser.add_argument("--runs", type=int, default=3, help="runs per client count; the median of each figure")
+    parser.add_argument("--floor", help="bench_floor_server, run beside the two as the kernel's floor")
     options = parser.parse_args()
     if not shutil.which("gpsd"):
         sys.exit("serve_vs_gpsd: needs gpsd (Debian package gpsd: apt-get install gpsd)")
+    commands = {"gpsd": ["gpsd", "-N", "-n", "-b", "-S", "{port}", "{device}"],
+                "serve": [options.kavogps, "serve", "--port", "{device}", "--listen", "127.0.0.1:{port}"]}
+    if options.floor:
+        commands["floor"] = [options.floor, "{device}", "{port}"]
     blocks = epochs(os.path.join(HERE, "..", "data", "walk.nmea"))
     header = "%7s %-6s %6s %8s %8s %8s %7s %9s %8s" % ("clients", "server", "heard", "p50 ms", "p99 ms", "max ms",
                                                      "CPU ms", "epoch us", "RSS MiB")
@@ -191,7 +199,7 @@ def main():
     for n in [int(c) for c in options.clients.split(",")]:
         runs = []
         for _ in range(options.runs):
-            rows = run(options.kavogps, n, options.rate, options.seconds, blocks)
+            rows = run(commands, n, options.rate, options.seconds, blocks)
             for row in rows:
                 print(line % row, flush=True)
             runs.append(rows)

@@ -97,7 +97,7 @@ tier_bench_smoke() {
   # for people, not a pass mark.
   local dir=$BUILD_ROOT/release
   cmake --preset release -B "$dir" "$WERROR" </dev/null &&
-    cmake --build "$dir" -j "$JOBS" --target bench_chunk_path bench_driver </dev/null &&
+    cmake --build "$dir" -j "$JOBS" --target bench_chunk_path bench_driver bench_floor_server </dev/null &&
     "$dir/bench/bench_chunk_path" --smoke </dev/null &&
     "$dir/bench/bench_driver" --smoke </dev/null 2>/dev/null
 }
