@@ -88,12 +88,11 @@ def measure(commands, clients, rate, seconds, blocks, servers):
     sel = selectors.DefaultSelector()
     for name, s in servers.items():
         sel.register(s["master"], selectors.EVENT_READ, (name, None))  # whatever a server writes to its port
-    period, index = 1.0 / rate, 0
+    period, index, names = 1.0 / rate, 0, list(servers)
 
     def write_epoch():
         nonlocal index
         key, text = blocks[index % len(blocks)]
-        names = list(servers)
         shift = index % len(names)  # each server's turn to be written first
         for name in names[shift:] + names[:shift]:
             os.write(servers[name]["master"], text.encode())
